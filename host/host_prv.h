@@ -1,0 +1,21 @@
+/* What the stand-in services share. */
+#ifndef HOST_PRV_H
+#define HOST_PRV_H
+
+/* Tells one call to the watch, if there is one. errno survives. */
+void host_tell(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* A service must not disturb the errno that a report is about to show. */
+class KeepErrno
+{
+  public:
+    KeepErrno();
+    ~KeepErrno();
+    KeepErrno(const KeepErrno &) = delete;
+    KeepErrno &operator=(const KeepErrno &) = delete;
+
+  private:
+    int saved;
+};
+
+#endif

@@ -1,0 +1,48 @@
+/* The module registry: identifiers 0 to 255, in the order of registration. */
+#include "host.h"
+#include "host_prv.h"
+
+#include <pthread.h>
+#include <string.h>
+
+static kel_module_t *records[MODULE_ID_MAX];
+static ULONG record_count;
+static pthread_mutex_t records_lock = PTHREAD_MUTEX_INITIALIZER;
+
+LONG KEL_module_register(const char *name, kel_module_t *record)
+{
+    LONG result = KEL_ERROR;
+    pthread_mutex_lock(&records_lock);
+    if (!MODULE_ID_IS_ILLEGAL(record_count) && strlen(name) < MODULE_NAME_LEN) {
+        strcpy(record->name, name);
+        record->moduleID = record_count;
+        records[record_count++] = record;
+        result = KEL_OK;
+    }
+    pthread_mutex_unlock(&records_lock);
+    host_tell("register(%s) = %ld", name, result);
+    return result;
+}
+
+ULONG host_registry_count(void)
+{
+    pthread_mutex_lock(&records_lock);
+    ULONG count = record_count;
+    pthread_mutex_unlock(&records_lock);
+    return count;
+}
+
+kel_module_t *host_registry_record(ULONG id)
+{
+    pthread_mutex_lock(&records_lock);
+    kel_module_t *record = id < record_count ? records[id] : nullptr;
+    pthread_mutex_unlock(&records_lock);
+    return record;
+}
+
+void host_registry_clear(void)
+{
+    pthread_mutex_lock(&records_lock);
+    record_count = 0;
+    pthread_mutex_unlock(&records_lock);
+}

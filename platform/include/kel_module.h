@@ -1,0 +1,61 @@
+/* The platform's module record and registry. */
+#ifndef KEL_MODULE_H
+#define KEL_MODULE_H
+
+#include "kel_types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define MODULE_NAME_LEN 48 /* with the terminating NUL */
+#define MODULE_ID_MAX 256  /* legal identifiers are 0 to 255 */
+
+/* One comparison serves both ends: a negative identifier becomes a huge unsigned one. */
+#define MODULE_ID_IS_ILLEGAL(id) ((ULONG)(LONG)(id) >= MODULE_ID_MAX)
+
+typedef enum module_type_e {
+    KEL_MOD_T_NORMAL = 0,
+    KEL_MOD_T_HOST = 1,
+    KEL_MOD_T_USER = 2,
+    KEL_MOD_T_EXTERN = 3,
+    KEL_MOD_T_MAX = 4 /* count */
+} module_type_t;
+
+/* Message handler of a module; msg is the first of the ULONGs that make one module message. */
+typedef LONG (*KEL_msg_code_handler_ptr)(ULONG *msg);
+typedef KEL_msg_code_handler_ptr KEL_user_task_entry;
+
+typedef struct kel_module_s {
+    module_type_t modType;
+    LONG commType;
+    ULONG moduleID; /* assigned by the registry */
+    CHAR name[MODULE_NAME_LEN];
+    ULONG queueID;
+    LONG paraCount;
+    VOID *pPara;
+    LONG paraLock;
+    KEL_user_task_entry userTaskEntry;
+    VOID *pHostTask;
+} kel_module_t;
+
+/**
+ * Record of the platform's print filter. Supplied by the platform; its moduleID tags every log record of the
+ * diagnostic macros in kel_lib.h, whichever module uses them.
+ */
+extern kel_module_t module_print_filter;
+
+/**
+ * Registers a module with the platform. Supplied by the platform.
+ *
+ * @param name   the module's name, at most 47 characters; borrowed for the call
+ * @param record the module's record with static storage; the registry fills it and keeps its address
+ * @return KEL_OK, or non-zero when the module could not be registered
+ */
+LONG KEL_module_register(const char *name, kel_module_t *record);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

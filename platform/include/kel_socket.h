@@ -1,0 +1,642 @@
+/*
+ * The socket module: one address record for every family, one function for each socket call, and endpoints that come
+ * out of one call ready for use.
+ *
+ * What every function has in common:
+ *
+ *   - Descriptors, counts, flags, option levels and option names travel as LONG and reach the system cut to int.
+ *     Ports are in host byte order, 0 to 65535, in the 16 bits of a SHORT: port 40000 is (SHORT)40000.
+ *   - Where a null pointer is refused, it is reported first ("addr is null\r\n", error level) and KEL_ERROR returned.
+ *   - A failure is KEL_ERROR. errno is what the failed call left: the module never sets, saves or restores it, so a
+ *     report, or a close after it, may have changed it where one is named.
+ *   - "Reported" names the texts of an error report: on the console behind function and line and in front of the text
+ *     of errno, and in the system log alone. The print filter may suppress a report; the result stays the same.
+ *   - Records and buffers belong to the caller, and no pointer is kept. Any function may run on several threads.
+ */
+#ifndef KEL_SOCKET_H
+#define KEL_SOCKET_H
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+/* The C library's <netpacket/packet.h> defines the same record; whichever an application includes first serves. */
+#ifndef __NETPACKET_PACKET_H
+#include <linux/if_packet.h>
+#endif
+
+#include "kel_types.h"
+
+#ifdef __cplusplus
+extern "C" {
+/* Applications pass on any number as a family or type, and C++ leaves only the listed ones defined without this. */
+#define KEL_ENUM_OF_INT : int
+#else
+#define KEL_ENUM_OF_INT
+#endif
+
+/* ---- Address record ------------------------------------------------------------------------------------------- */
+
+/* Address families: the system's own values, stored into records and passed to the system unchanged. */
+typedef enum kel_domain_e KEL_ENUM_OF_INT {
+    KEL_AF_UNIX = 1,
+    KEL_AF_INET = 2,
+    KEL_AF_INET6 = 10,
+    KEL_AF_PACKET = 17
+} kel_domain_t;
+
+/* Socket types: the system's own values. */
+typedef enum kel_socktype_e KEL_ENUM_OF_INT {
+    KEL_SOCK_STREAM = 1,
+    KEL_SOCK_DGRAM = 2,
+    KEL_SOCK_RAW = 3,
+    KEL_SOCK_SEQPACKET = 5
+} kel_socktype_t;
+
+#undef KEL_ENUM_OF_INT
+
+/* The wildcard addresses as text. */
+#define IPV4_ANY_STR "0.0.0.0"
+#define IPV6_ANY_STR "::"
+
+/* A socket address of any family. Every member begins with the family, which is read through sa.sa_family. */
+typedef union kel_sockaddr_u {
+    struct sockaddr sa;
+    struct sockaddr_in sin;   /* KEL_AF_INET: port and address in network byte order */
+    struct sockaddr_in6 sin6; /* KEL_AF_INET6: likewise */
+    struct sockaddr_un un;    /* KEL_AF_UNIX: path */
+    struct sockaddr_ll raw;   /* KEL_AF_PACKET: protocol in network byte order, interface index */
+} kel_sockaddr_t;
+
+/**
+ * Tells the length that belongs to a filled record, as bind(2), connect(2) and sendto(2) want it.
+ *
+ * @param addr record of any family; not checked, must not be null
+ * @return 16 (KEL_AF_INET), 28 (KEL_AF_INET6), 110 (KEL_AF_UNIX, whatever the path's length), 20 (KEL_AF_PACKET), or 0
+ *         for any other family
+ */
+LONG kel_sizeof_socket(const kel_sockaddr_t *addr);
+
+/* ---- Address text --------------------------------------------------------------------------------------------- */
+
+/**
+ * Tells whether a text is an IPv4 address: four decimal fields of 0 to 255, with up to three digits each.
+ *
+ * Compiles its pattern on every call, which costs hundreds of thousands of instructions: for configuration and command
+ * input, not for every packet.
+ *
+ * @param str text, or NULL
+ * @return KEL_TRUE or KEL_FALSE; leading zeros pass ("192.168.001.010"), blanks do not
+ */
+BOOL kel_is_ipv4_addr(CHAR *str);
+
+/**
+ * Tells whether a text is an IPv6 address, with or without compression and a dotted IPv4 tail.
+ *
+ * Compiles its pattern on every call, which costs millions of instructions: for configuration and command input.
+ *
+ * @param str text, or NULL
+ * @return KEL_TRUE or KEL_FALSE; "::" alone, leading zeros in a dotted tail, zones ("%eth0") and brackets do not pass
+ */
+BOOL kel_is_ipv6_addr(char *str);
+
+/**
+ * Converts address text into the address field of a record. Family and port of the record are left as they are.
+ *
+ * @param af  KEL_AF_INET or KEL_AF_INET6; any other family fails
+ * @param src numeric address
+ * @param dst record that receives the address
+ * @return KEL_OK, or KEL_ERROR for a text that is no address of the family (not reported)
+ *
+ * Reported: "src is null\r\n", "dst is null\r\n". See inet_pton(3).
+ */
+LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst);
+
+/**
+ * Writes the address field of a record as text.
+ *
+ * @param af   KEL_AF_INET or KEL_AF_INET6; the record's own family is not looked at
+ * @param src  record; must not be null
+ * @param dst  receives the text and its NUL; must not be null
+ * @param size bytes at dst: INET_ADDRSTRLEN (16) or INET6_ADDRSTRLEN (46) are enough
+ * @return dst, or NULL for another family or too small a buffer (not reported). See inet_ntop(3).
+ */
+const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen_t size);
+
+/**
+ * Describes a record in one line: "ipv4 10.1.2.3:5000", "ipv6 ::1:80", "file /run/app", "ifindex 2,protocol 0x3".
+ *
+ * @param addr record of any family; must not be null
+ * @param str  receives the line, at most 99 characters of it; must not be null
+ * @param size characters at str, not negative; a line that does not fit is cut and then has no NUL, as with strncpy(3)
+ * @return str, or the constant text "null" for an unknown family, which leaves str untouched
+ */
+CHAR *kel_addr_showstr(kel_sockaddr_t *addr, CHAR *str, LONG size);
+
+/* ---- Address comparison --------------------------------------------------------------------------------------- */
+
+/**
+ * Tells whether two records name the same endpoint.
+ *
+ * Compared are port and address (IPv4, IPv6), path (local) or protocol and interface (packet), and nothing else.
+ *
+ * @param addr1   record; a local path must end in a NUL
+ * @param addr2   record; likewise
+ * @param ignPort non-zero: a differing port makes no difference; the protocol of a packet record always does
+ * @return KEL_OK when they are the same; KEL_ERROR when not, or when the family is none of the four
+ *
+ * Reported: "addr1 is null\r\n", "addr2 is null\r\n".
+ */
+LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPort);
+
+/* ---- Address construction ------------------------------------------------------------------------------------- */
+
+/**
+ * Fills a record from its parts. The record is cleared first; what a family does not use may be NULL or 0.
+ *
+ * @param socket   KEL_AF_PACKET: an open descriptor for the interface query. When the query fails it has been closed
+ *                 and must not be closed again
+ * @param my_addr  receives the record
+ * @param family   its family; for a family that is none of the four the record stays zero and the result is KEL_OK, and
+ *                 the system call that gets the record refuses it
+ * @param port     KEL_AF_INET, KEL_AF_INET6: host byte order
+ * @param addrStr  KEL_AF_INET, KEL_AF_INET6: numeric address, required. KEL_AF_UNIX: path, required; 107 characters
+ *                 fit with their NUL, a longer one is cut to 108 without one
+ * @param protocol KEL_AF_PACKET: link-layer protocol in host byte order (3 is every protocol)
+ * @param ifName   KEL_AF_PACKET: interface name, cut to 16 characters
+ * @return KEL_OK, or KEL_ERROR: a required text is null, the address is none (the assertion handler is called, nothing
+ *         else is reported), or the interface is unknown (not reported, socket closed)
+ *
+ * Reported: "my_addr is null\r\n", "addrStr is null\r\n", "ifName is null\r\n". See netdevice(7), packet(7).
+ */
+LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SHORT port, const CHAR *addrStr,
+                   SHORT protocol, const CHAR *ifName);
+
+/**
+ * Reads the hardware address of a network interface, through a packet socket of its own.
+ *
+ * @param ifName interface name
+ * @param addr   receives 6 bytes
+ * @return KEL_OK or KEL_ERROR; a failure leaves addr untouched. Needs the raw-socket privilege (CAP_NET_RAW)
+ *
+ * Reported: "ifName is null\r\n", "addr is null\r\n",
+ * "socket() failed to get socket descriptor for using ioctl() ", "ioctl() failed to get source MAC address ".
+ */
+LONG kel_get_if_mac_addr(const CHAR *ifName, UCHAR *addr);
+
+/* ---- Descriptors and options ---------------------------------------------------------------------------------- */
+
+/**
+ * Creates a socket with SO_REUSEADDR and, for KEL_AF_INET6, IPV6_V6ONLY set.
+ *
+ * @param domain   address family
+ * @param type     socket type
+ * @param protocol the family's protocol number, 0 for its default
+ * @return the descriptor, which the caller ends with kel_close(); KEL_ERROR with nothing left open
+ *
+ * Reported: "setsockopt socket"; a failed socket(2) is not.
+ */
+LONG kel_socket(kel_domain_t domain, kel_socktype_t type, LONG protocol);
+
+/**
+ * Reads a socket option.
+ *
+ * @param sockfd  descriptor
+ * @param level   option level, such as SOL_SOCKET
+ * @param optname option of that level
+ * @param optval  receives the value
+ * @param optlen  in: bytes at optval; out: bytes of the value
+ * @return 0, or -1 with errno as getsockopt(2) sets it (not reported)
+ *
+ * Reported: "optval is null\r\n", "optlen is null\r\n".
+ */
+LONG kel_getsockopt(LONG sockfd, LONG level, LONG optname, void *optval, socklen_t *optlen);
+
+/**
+ * Sets a socket option.
+ *
+ * @param sockfd  descriptor
+ * @param level   option level, such as SOL_SOCKET
+ * @param optname option of that level
+ * @param optval  the value
+ * @param optlen  its bytes
+ * @return 0, or -1 with errno as setsockopt(2) sets it (not reported)
+ *
+ * Reported: "optval is null\r\n".
+ */
+LONG kel_setsockopt(LONG sockfd, LONG level, LONG optname, const void *optval, socklen_t optlen);
+
+/**
+ * Closes a descriptor.
+ *
+ * @return 0, or -1 with errno as close(2) sets it; never reported
+ */
+LONG kel_close(LONG sockfd);
+
+/* ---- Bind, listen, accept, connect, names --------------------------------------------------------------------- */
+
+/**
+ * Binds a socket to a local address.
+ *
+ * @param my_addr record with family, port and address filled
+ * @return KEL_OK, or KEL_ERROR with errno as bind(2) sets it (not reported)
+ *
+ * Reported: "my_addr is null\r\n".
+ */
+LONG kel_bind(LONG sockfd, kel_sockaddr_t *my_addr);
+
+/**
+ * Binds a socket to a local address given in parts, as kel_addr_fill() takes them.
+ *
+ * @param addrStr numeric address or path; NULL is the wildcard for KEL_AF_INET and KEL_AF_INET6
+ * @return KEL_OK or KEL_ERROR. For KEL_AF_PACKET and an unknown interface sockfd has been closed
+ *
+ * Reported: what kel_addr_fill() reports.
+ */
+LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addrStr, SHORT protocol,
+                  const CHAR *ifName);
+
+/**
+ * Makes a socket listen.
+ *
+ * @param maxClient backlog, passed on unchanged
+ * @return KEL_OK, or KEL_ERROR with errno as listen(2) sets it (not reported)
+ */
+LONG kel_listen(LONG sockfd, LONG maxClient);
+
+/**
+ * Takes one connection from a listening socket; blocks as accept(2) does.
+ *
+ * @param addr receives the peer's address; required
+ * @return the connection's descriptor, which the caller closes; KEL_ERROR with errno as accept(2) sets it (not
+ *         reported)
+ *
+ * Reported: "addr is null\r\n".
+ */
+LONG kel_accept(LONG sockfd, kel_sockaddr_t *addr);
+
+/**
+ * Connects a socket to a peer.
+ *
+ * @param con_addr record with family, port and address filled
+ * @return KEL_OK or KEL_ERROR
+ *
+ * Reported: "con_addr is null\r\n", "connect :". See connect(2).
+ */
+LONG kel_connect(LONG sockfd, kel_sockaddr_t *con_addr);
+
+/**
+ * Connects a socket to a peer given in parts.
+ *
+ * @param family  KEL_AF_INET, KEL_AF_INET6 or KEL_AF_UNIX
+ * @param port    host byte order
+ * @param addrStr numeric address or path; NULL is refused, there is no wildcard peer
+ * @return KEL_OK or KEL_ERROR
+ *
+ * Reported: "addrStr is null\r\n", and what kel_addr_fill() and kel_connect() report.
+ */
+LONG kel_connect_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addrStr);
+
+/**
+ * Tells the peer's address.
+ *
+ * @param addr receives it; a null one is the system's to refuse (EFAULT)
+ * @return KEL_OK, or KEL_ERROR with errno as getpeername(2) sets it (not reported)
+ */
+LONG kel_getpeername(LONG sockfd, kel_sockaddr_t *addr);
+
+/**
+ * Tells the local address.
+ *
+ * @param addr receives it; a null one is the system's to refuse (EFAULT)
+ * @return KEL_OK, or KEL_ERROR with errno as getsockname(2) sets it (not reported)
+ */
+LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr);
+
+/* ---- Data transfer: nothing of a failed call is reported, errno is that of the call --------------------------- */
+
+/**
+ * Receives from a connected socket.
+ *
+ * @param buf   receives at most len bytes
+ * @param flags MSG_* flags
+ * @return bytes received, 0 at the end of a stream, or KEL_ERROR. See recv(2).
+ */
+LONG kel_recv(LONG sockfd, VOID *buf, size_t len, LONG flags);
+
+/**
+ * Sends on a connected socket.
+ *
+ * @param buf   len bytes
+ * @param flags MSG_* flags
+ * @return bytes sent, which may be fewer than len on a stream, or KEL_ERROR. See send(2).
+ */
+LONG kel_send(LONG sockfd, const VOID *buf, size_t len, LONG flags);
+
+/**
+ * Receives a datagram and its sender.
+ *
+ * @param buf      receives at most len bytes
+ * @param flags    MSG_* flags
+ * @param src_addr receives the sender's address
+ * @return bytes received, as a 32-bit count, or KEL_ERROR. See recvfrom(2).
+ *
+ * Reported: "buf is null\r\n", "src_addr is null\r\n".
+ */
+LONG kel_recvfrom(LONG sockfd, void *buf, size_t len, LONG flags, kel_sockaddr_t *src_addr);
+
+/**
+ * Sends a datagram.
+ *
+ * @param buf       len bytes
+ * @param flags     MSG_* flags
+ * @param dest_addr record with family, port and address filled
+ * @return bytes sent, as a 32-bit count, or KEL_ERROR. See sendto(2).
+ *
+ * Reported: "buf is null\r\n", "dest_addr is null\r\n".
+ */
+LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_sockaddr_t *dest_addr);
+
+/**
+ * Sends one whole link-layer frame out of an interface.
+ *
+ * Asks for the interface's hardware address and index on every call: two queries and a socket for each frame. To send
+ * many, fill a record once with kel_addr_fill() and call kel_sendto().
+ *
+ * @param sockfd packet socket, as kel_raw_server_socket_create() gives it
+ * @param ifName interface name
+ * @param buf    the frame with its link-layer header, len bytes
+ * @param flags  MSG_* flags
+ * @return bytes sent or KEL_ERROR. Needs the raw-socket privilege
+ *
+ * Reported: what kel_get_if_mac_addr() reports, then "get mac addr"; "get %s index\r\n" with the name; what
+ * kel_sendto() reports.
+ */
+LONG kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, size_t len, LONG flags);
+
+/* ---- TCP and UDP endpoints ------------------------------------------------------------------------------------
+ *
+ * Every constructor returns a descriptor that the caller ends with kel_close(), or KEL_ERROR with nothing left open.
+ * It reports the step that failed, after what the step itself reports.
+ */
+
+/**
+ * Creates a TCP socket that listens on one local address.
+ *
+ * @param family    KEL_AF_INET or KEL_AF_INET6; an IPv6 socket takes no IPv4 traffic
+ * @param addrStr   numeric address, or NULL for every local address of the family
+ * @param port      host byte order; 0 lets the system choose, kel_getsockname() tells
+ * @param maxClient not used: the backlog is always 5
+ *
+ * Reported: "create tcp socket", "bind tcp socket", "listen tcp socket".
+ */
+LONG kel_tcp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port, LONG maxClient);
+
+/**
+ * Creates a TCP socket that is connected to a server.
+ *
+ * @param family  KEL_AF_INET or KEL_AF_INET6
+ * @param addrStr numeric address of the server
+ * @param port    its port, host byte order
+ *
+ * Reported: "create tcp socket", "connet tcp socket" (spelled so).
+ */
+LONG kel_tcp_client_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port);
+
+/**
+ * As kel_tcp_client_socket_create(), from a local address.
+ *
+ * @param my_addr local address; NULL, or a record with port 0, binds nothing. A bind that fails is not reported: the
+ *                socket then connects from an address of the system's choice, which kel_getsockname() tells
+ *
+ * Reported: "create tcp socket", "connet tcp socket" (spelled so).
+ */
+LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr, SHORT port, kel_sockaddr_t *my_addr);
+
+/**
+ * Creates a UDP socket that is bound to one local address.
+ *
+ * @param family  KEL_AF_INET or KEL_AF_INET6
+ * @param addrStr numeric address, or NULL for every local address of the family
+ * @param port    host byte order; 0 lets the system choose
+ *
+ * Reported, with the TCP texts: "create tcp socket", "bind tcp socket".
+ */
+LONG kel_udp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port);
+
+/**
+ * Creates a UDP socket, neither bound nor connected, and fills the server's record for kel_sendto().
+ *
+ * @param family    KEL_AF_INET or KEL_AF_INET6
+ * @param s_addrStr numeric address of the server; required when s_addr is given
+ * @param s_port    its port, host byte order
+ * @param s_addr    receives the server's record, or NULL
+ *
+ * Reported, with the TCP texts: "create tcp socket", "bind tcp socket" (the record could not be filled).
+ */
+LONG kel_udp_client_socket_create(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr);
+
+/**
+ * As kel_udp_client_socket_create(), from a local address.
+ *
+ * @param my_addr local address; NULL, or a record with port 0, binds nothing. A bind that fails is not reported
+ *
+ * Reported, with the TCP texts: "create tcp socket", "bind tcp socket" (the record could not be filled).
+ */
+LONG kel_udp_client_socket_create_bind(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr,
+                                       kel_sockaddr_t *my_addr);
+
+/* ---- Local-domain endpoints: descriptors and failures as above ------------------------------------------------ */
+
+/**
+ * Creates a local datagram socket.
+ *
+ * @param local_path path to bind to, at most 107 characters; a file that exists there makes the bind fail
+ * @param isbind     zero: nothing is bound and local_path not used
+ *
+ * Reported: "create unix socket", "bind unix socket".
+ */
+LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind);
+
+/**
+ * Creates a local stream socket that listens on a path.
+ *
+ * @param local_path path, at most 107 characters. Whatever file stands there is removed first; the socket's own file
+ *                   stays when the descriptor is closed
+ * @param maxClient  backlog, passed on unchanged
+ *
+ * Reported: "create unix socket", "bind unix socket", "listen unix socket".
+ */
+LONG kel_unix_tcp_server_socket_create(const CHAR *local_path, LONG maxClient);
+
+/**
+ * Creates a local stream socket that is connected to a server.
+ *
+ * @param local_path the server's path
+ *
+ * Reported: "socket failed", "connect failed".
+ */
+LONG kel_unix_tcp_client_socket_create(const CHAR *local_path);
+
+/* ---- Packet endpoint ------------------------------------------------------------------------------------------ */
+
+/**
+ * Creates a packet socket that receives whole frames of one protocol from one interface, and sends whole frames.
+ *
+ * @param protocol link-layer protocol in host byte order (3 is every protocol)
+ * @param ifName   interface name
+ * @return the descriptor, or KEL_ERROR. Needs the raw-socket privilege. When the interface is unknown the descriptor's
+ *         number is closed twice: a thread that opens descriptors meanwhile may lose one
+ *
+ * Reported: "create raw socket", "bind raw socket".
+ */
+LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
+
+/* ---- SCTP -----------------------------------------------------------------------------------------------------
+ *
+ * The SCTP records come from kel_sctp.h or from the system's SCTP header; an application includes at most one of them.
+ */
+
+typedef int sctp_assoc_t; /* association identifier, 32 bits */
+
+struct sctp_event_subscribe;
+struct sctp_initmsg;
+struct sctp_sndrcvinfo;
+
+/**
+ * Fetch the peer addresses, or the local addresses, of an association.
+ *
+ * @param addrs receives an array of records, which the caller ends with the matching free function; not written when
+ *              the result is 0
+ * @return number of records, 0, or KEL_ERROR
+ *
+ * Reported: "addrs is null\r\n", "sctp_opt_info ".
+ */
+LONG kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
+LONG kel_sctp_getladdrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
+
+/** Release such an array, or NULL. @return KEL_OK */
+LONG kel_sctp_freepaddrs(kel_sockaddr_t *addrs);
+LONG kel_sctp_freeladdrs(kel_sockaddr_t *addrs);
+
+/**
+ * Add local addresses to an endpoint or remove them.
+ *
+ * @param addrs   records of one family, with their ports
+ * @param addrStr numeric addresses; NULL with addrcnt 1 is the wildcard
+ * @param port    host byte order
+ * @param addrcnt number of records or texts
+ * @param flags   SCTP_BINDX_ADD_ADDR or SCTP_BINDX_REM_ADDR
+ * @return the library's result, or KEL_ERROR
+ *
+ * Reported: "addrs is null\r\n", "sctp bindx ". See sctp_bindx(3).
+ */
+LONG kel_sctp_bindx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, LONG flags);
+LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt, LONG flags);
+
+/**
+ * Set up an association with a peer that has several addresses.
+ *
+ * @param addrs   records of one family, with their ports
+ * @param addrStr numeric addresses, required
+ * @param port    host byte order
+ * @param addrcnt number of records or texts
+ * @param id      receives the association's identifier
+ * @return the library's result, or KEL_ERROR
+ *
+ * Reported: "addrs is null\r\n", "addrStr is null\r\n", "sctp connectx ". See sctp_connectx(3).
+ */
+LONG kel_sctp_connectx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, sctp_assoc_t *id);
+LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
+                           sctp_assoc_t *id);
+
+/**
+ * Sends a message, with its stream and identifiers in a record.
+ *
+ * @return bytes sent or KEL_ERROR. Reported: "msg is null\r\n", "sctp send ". See sctp_send(3).
+ */
+LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, LONG flags);
+
+/**
+ * Sends a message to a peer address.
+ *
+ * @param to        peer's record; must not be null
+ * @param ppid      payload protocol identifier as it appears on the wire: no byte order is changed
+ * @param stream_no stream, cut to 16 bits
+ * @return bytes sent or KEL_ERROR. Reported: "sctp sendmsg ". See sctp_sendmsg(3).
+ */
+LONG kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *to, LONG ppid, LONG flags,
+                      LONG stream_no, LONG timetolive, LONG context);
+
+/**
+ * Receives a message or a notification.
+ *
+ * @param from      receives the sender's address
+ * @param sinfo     receives stream and identifiers
+ * @param msg_flags receives the flags, unless the call fails; must not be null
+ * @return bytes received or KEL_ERROR; nothing is reported. See sctp_recvmsg(3).
+ */
+LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, struct sctp_sndrcvinfo *sinfo,
+                      LONG *msg_flags);
+
+/**
+ * Gives an association of a one-to-many socket a descriptor of its own.
+ *
+ * @return the descriptor, which the caller closes, or KEL_ERROR. Reported: "sctp_peeloff ". See sctp_peeloff(3).
+ */
+LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id);
+
+/**
+ * Reads an SCTP option of one association.
+ *
+ * @param arg  option record, in and out
+ * @param size its bytes, in and out
+ * @return the library's result or KEL_ERROR. Reported: "arg is null\r\n", "size is null\r\n", "sctp_opt_info ".
+ */
+LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, socklen_t *size);
+
+/*
+ * The SCTP endpoints. initmsg is required; a null events subscribes to data-io events alone. The ports are those of the
+ * records, or the port argument where addresses are texts. Each returns a descriptor or KEL_ERROR.
+ */
+LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
+                                    LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+LONG kel_sctp_server_one2many_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
+                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+LONG kel_sctp_server_one2one_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port, LONG maxClient,
+                                        struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+LONG kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port, LONG maxClient,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+LONG kel_sctp_client_one2one_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                    struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                    sctp_assoc_t *id);
+LONG kel_sctp_client_one2one_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                         sctp_assoc_t *id, kel_sockaddr_t *my_addrs, LONG my_addrcnt);
+LONG kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                        struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                        sctp_assoc_t *id);
+LONG kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                     struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+LONG kel_sctp_client_one2many_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                          struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                          kel_sockaddr_t *my_addrs, LONG my_addrcnt);
+LONG kel_sctp_client_one2many_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+
+/* ---- Registration --------------------------------------------------------------------------------------------- */
+
+/**
+ * Registers the module with the platform as "KEL_socket". Called once by the platform at start-up; no other function
+ * depends on it.
+ *
+ * @return the registry's result: KEL_OK, or what it refused the module with, after the console line
+ *         "module socket register error \r\n", which is neither filtered nor logged
+ */
+LONG socket_module_init(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,769 @@
+/*
+ * The socket module: one address record for every family, one function for each socket call, and endpoints that come
+ * out of one call ready for use.
+ *
+ *   Registration ............ socket_module_init
+ *   Address record .......... kel_sizeof_socket
+ *   Address text ............ kel_is_ipv4_addr, kel_is_ipv6_addr, kel_inet_pton, kel_inet_ntop, kel_addr_showstr
+ *   Address comparison ...... kel_sock_addr_cmp
+ *   Address construction .... kel_addr_fill, kel_get_if_mac_addr
+ *   Descriptors, options .... kel_socket, kel_getsockopt, kel_setsockopt, kel_close
+ *   Bind, connect, names .... kel_bind, kel_bind_str, kel_listen, kel_accept, kel_connect, kel_connect_str,
+ *                             kel_getpeername, kel_getsockname
+ *   Data transfer ........... kel_recv, kel_send, kel_recvfrom, kel_sendto, kel_raw_sendto
+ *   TCP and UDP endpoints ... kel_tcp_server_socket_create, kel_tcp_client_socket_create{,_bind},
+ *                             kel_udp_server_socket_create, kel_udp_client_socket_create{,_bind}
+ *   Local endpoints ......... kel_unix_tcp_server_socket_create, kel_unix_udp_socket_create,
+ *                             kel_unix_tcp_client_socket_create
+ *   Packet endpoint ......... kel_raw_server_socket_create
+ *
+ * Primitives are silent about a failed system call, connect apart; endpoints report every step that fails, also where
+ * the step has reported before. Nothing here sets, saves or restores errno. There is no state between calls.
+ */
+#include "kel_socket.h"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <regex.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "kel_lib.h"
+#include "kel_module.h"
+#include "kel_prv_sctp.h"
+#include "kel_prv_socket.h"
+
+/* ---- What the module relies on --------------------------------------------------------------------------------- */
+
+static_assert(KEL_AF_UNIX == AF_UNIX && KEL_AF_INET == AF_INET && KEL_AF_INET6 == AF_INET6 &&
+                  KEL_AF_PACKET == AF_PACKET,
+              "families go to the system unchanged");
+static_assert(KEL_AF_UNIX == 1 && KEL_AF_INET == 2 && KEL_AF_INET6 == 10 && KEL_AF_PACKET == 17,
+              "callers store families into records");
+static_assert(KEL_SOCK_STREAM == int{SOCK_STREAM} && KEL_SOCK_DGRAM == int{SOCK_DGRAM} &&
+                  KEL_SOCK_RAW == int{SOCK_RAW} && KEL_SOCK_SEQPACKET == int{SOCK_SEQPACKET},
+              "types go to the system unchanged");
+static_assert(KEL_SOCK_STREAM == 1 && KEL_SOCK_DGRAM == 2 && KEL_SOCK_RAW == 3 && KEL_SOCK_SEQPACKET == 5,
+              "callers store types");
+
+static_assert(SYSLOG_CRIT == 1 && SYSLOG_ERR == 2 && SYSLOG_WARNING == 3 && SYSLOG_INFO == 4 && SYSLOG_DEBUG == 5 &&
+                  KEL_SYSLOGLEVELS_NUM == 6,
+              "the system log's levels");
+static_assert(_kel_print_lv_info == 0 && _kel_print_lv_warning == 1 && _kel_print_lv_err == 2 && _kel_print_lv_max == 3,
+              "the print filter's levels");
+static_assert(KEL_MOD_T_NORMAL == 0 && KEL_MOD_T_HOST == 1 && KEL_MOD_T_USER == 2 && KEL_MOD_T_EXTERN == 3 &&
+                  KEL_MOD_T_MAX == 4,
+              "the registry's kinds of module");
+
+static_assert(sizeof(SHORT) == 2 && sizeof(LONG) == 8 && sizeof(ULONG) == 8, "the 64-bit target");
+static_assert(sizeof(struct sockaddr_in) == 16, "the length that goes with KEL_AF_INET");
+static_assert(sizeof(struct sockaddr_in6) == 28, "the length that goes with KEL_AF_INET6");
+static_assert(sizeof(struct sockaddr_un) == 110, "the length that goes with KEL_AF_UNIX");
+static_assert(sizeof(struct sockaddr_ll) == 20, "the length that goes with KEL_AF_PACKET");
+static_assert(sizeof(kel_sockaddr_t) == 112, "accept and recvfrom are given a whole record");
+
+static_assert(offsetof(struct sockaddr_in, sin_family) == 0 && offsetof(struct sockaddr_in6, sin6_family) == 0 &&
+                  offsetof(struct sockaddr_un, sun_family) == 0 && offsetof(struct sockaddr_ll, sll_family) == 0 &&
+                  sizeof(sockaddr_ll::sll_family) == sizeof(sa_family_t),
+              "sa.sa_family reads the family of any record");
+static_assert(offsetof(struct sockaddr_in, sin_port) == offsetof(struct sockaddr_in6, sin6_port),
+              "one test serves the port of both IP families");
+static_assert(IFNAMSIZ == 16, "an interface name with its NUL");
+
+static_assert(sizeof(PATTERN_IPV4) - 1 == 87 && sizeof(PATTERN_IPV6) - 1 == 1378, "the patterns are complete");
+
+/* ---- Registration: the record belongs to the registry, nothing here reads or writes it -------------------------- */
+
+kel_module_t g_module_socket;
+
+LONG socket_module_init(void)
+{
+    LONG ret = KEL_ERROR;
+
+    ret = KEL_module_register("KEL_socket", &g_module_socket);
+    if (ret != 0) {
+        /* Printed past the filter and not logged: without its registration the module has nobody to ask. */
+        KEL_Printf("module socket register error \r\n");
+    }
+
+    return ret;
+}
+
+/* ---- Address record: the family field alone says what a record holds -------------------------------------------- */
+
+LONG kel_sizeof_socket(const kel_sockaddr_t *addr)
+{
+    switch (addr->sa.sa_family) {
+    case KEL_AF_INET:
+        return sizeof(addr->sin);
+    case KEL_AF_INET6:
+        return sizeof(addr->sin6);
+    case KEL_AF_UNIX:
+        return sizeof(addr->un); /* the whole record, whatever the path's length */
+    case KEL_AF_PACKET:
+        return sizeof(addr->raw);
+    default:
+        return 0; /* the system call that gets the record reports the fault */
+    }
+}
+
+/* ---- Address text: silent but for null arguments, so that callers word their own reports ------------------------ */
+
+int Match_RegExpPattern(const char *inputpattern, char *inputbuf, int matchmode)
+{
+    if (inputpattern == NULL || inputbuf == NULL) {
+        return 0;
+    }
+
+    regex_t pattern;
+    if (regcomp(&pattern, inputpattern, matchmode) != 0) {
+        return 0;
+    }
+
+    regmatch_t match[1];
+    int result = regexec(&pattern, inputbuf, 1, match, 0);
+    regfree(&pattern);
+
+    return result == 0 ? 1 : 0;
+}
+
+BOOL kel_is_ipv4_addr(CHAR *str)
+{
+    return Match_RegExpPattern(PATTERN_IPV4, str, REG_EXTENDED | REG_ICASE) == 1 ? KEL_TRUE : KEL_FALSE;
+}
+
+BOOL kel_is_ipv6_addr(char *str)
+{
+    return Match_RegExpPattern(PATTERN_IPV6, str, REG_EXTENDED | REG_ICASE) == 1 ? KEL_TRUE : KEL_FALSE;
+}
+
+LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst)
+{
+    NULL_CHECK(src);
+    NULL_CHECK(dst);
+
+    int converted;
+    switch (af) {
+    case KEL_AF_INET:
+        converted = inet_pton((int)af, src, &dst->sin.sin_addr);
+        break;
+    case KEL_AF_INET6:
+        converted = inet_pton((int)af, src, &dst->sin6.sin6_addr);
+        break;
+    default:
+        return KEL_ERROR;
+    }
+
+    return converted == 1 ? KEL_OK : KEL_ERROR;
+}
+
+const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen_t size)
+{
+    switch (af) {
+    case KEL_AF_INET:
+        return inet_ntop((int)af, &src->sin.sin_addr, dst, size);
+    case KEL_AF_INET6:
+        return inet_ntop((int)af, &src->sin6.sin6_addr, dst, size);
+    default:
+        return NULL;
+    }
+}
+
+CHAR *kel_addr_showstr(kel_sockaddr_t *addr, CHAR *str, LONG size)
+{
+    CHAR line[100] = {0};
+    CHAR text[100] = {0};
+
+    switch (addr->sa.sa_family) {
+    case KEL_AF_INET:
+        KEL_Sprintf(line, "ipv4 %s:%ld", kel_inet_ntop(KEL_AF_INET, addr, text, sizeof(text)),
+                    (LONG)ntohs(addr->sin.sin_port));
+        break;
+    case KEL_AF_INET6:
+        KEL_Sprintf(line, "ipv6 %s:%ld", kel_inet_ntop(KEL_AF_INET6, addr, text, sizeof(text)),
+                    (LONG)ntohs(addr->sin6.sin6_port));
+        break;
+    case KEL_AF_UNIX:
+        /* A path of 108 characters has no NUL and is longer than the line: reading and writing are both bounded. */
+        KEL_Snprintf(line, sizeof(line), "file %.*s", (int)sizeof(addr->un.sun_path), addr->un.sun_path);
+        break;
+    case KEL_AF_PACKET:
+        KEL_Sprintf(line, "ifindex %ld,protocol 0x%lx", (LONG)addr->raw.sll_ifindex,
+                    (ULONG)ntohs(addr->raw.sll_protocol));
+        break;
+    default:
+        return const_cast<CHAR *>("null"); /* str stays as it was */
+    }
+
+    KEL_StrnCpy(str, line, (size_t)size);
+    return str;
+}
+
+/* ---- Address comparison: a difference is a normal outcome and never reported ------------------------------------ */
+
+LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPort)
+{
+    NULL_CHECK(addr1);
+    NULL_CHECK(addr2);
+
+    if (addr1->sa.sa_family != addr2->sa.sa_family) {
+        return KEL_ERROR;
+    }
+
+    bool same;
+    switch (addr1->sa.sa_family) {
+    case KEL_AF_INET:
+        same = (ignPort || addr1->sin.sin_port == addr2->sin.sin_port) &&
+               KEL_MemCmp(&addr1->sin.sin_addr, &addr2->sin.sin_addr, sizeof(addr1->sin.sin_addr)) == 0;
+        break;
+    case KEL_AF_INET6:
+        same = (ignPort || addr1->sin6.sin6_port == addr2->sin6.sin6_port) &&
+               KEL_MemCmp(&addr1->sin6.sin6_addr, &addr2->sin6.sin6_addr, sizeof(addr1->sin6.sin6_addr)) == 0;
+        break;
+    case KEL_AF_UNIX:
+        same = KEL_StrCmp(addr1->un.sun_path, addr2->un.sun_path) == 0;
+        break;
+    case KEL_AF_PACKET:
+        /* The protocol is no port: ignPort does not reach it. */
+        same = addr1->raw.sll_protocol == addr2->raw.sll_protocol && addr1->raw.sll_ifindex == addr2->raw.sll_ifindex;
+        break;
+    default:
+        same = false;
+        break;
+    }
+
+    return same ? KEL_OK : KEL_ERROR;
+}
+
+/* ---- Address construction: the one place where text, port and interface become a record ------------------------- */
+
+/* Asks for an interface's index. On failure the caller's descriptor is closed here: it must not be closed again. */
+static bool __interface_index(int sockfd, const CHAR *ifName, int *index)
+{
+    struct ifreq request;
+    KEL_MemSet(&request, 0, sizeof(request));
+    KEL_StrnCpy(request.ifr_name, ifName, IFNAMSIZ);
+
+    if (ioctl(sockfd, SIOCGIFINDEX, &request) == -1) {
+        close(sockfd);
+        return false;
+    }
+
+    *index = request.ifr_ifindex;
+    return true;
+}
+
+LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SHORT port, const CHAR *addrStr,
+                   SHORT protocol, const CHAR *ifName)
+{
+    LONG ret = KEL_ERROR;
+    int index = 0;
+
+    /* Cleared before it is checked: a null record is the memory service's to tolerate. The order stays. */
+    KEL_MemSet(my_addr, 0, sizeof(*my_addr));
+    NULL_CHECK(my_addr);
+
+    switch (family) {
+    case KEL_AF_INET:
+        NULL_CHECK(addrStr);
+        my_addr->sin.sin_port = htons((uint16_t)port);
+        my_addr->sin.sin_family = (sa_family_t)family;
+        ret = kel_inet_pton(family, addrStr, my_addr);
+        if (ret != KEL_OK) {
+            KEL_ASSERT(0); /* the handler's report is the only one that bad text gets */
+            return ret;
+        }
+        break;
+
+    case KEL_AF_INET6:
+        NULL_CHECK(addrStr);
+        my_addr->sin6.sin6_port = htons((uint16_t)port);
+        my_addr->sin6.sin6_family = (sa_family_t)family;
+        ret = kel_inet_pton(family, addrStr, my_addr);
+        if (ret != KEL_OK) {
+            KEL_ASSERT(0);
+            return ret;
+        }
+        break;
+
+    case KEL_AF_UNIX:
+        NULL_CHECK(addrStr);
+        my_addr->un.sun_family = (sa_family_t)family;
+        KEL_StrnCpy(my_addr->un.sun_path, addrStr, sizeof(my_addr->un.sun_path));
+        break;
+
+    case KEL_AF_PACKET:
+        NULL_CHECK(ifName);
+        if (!__interface_index((int)socket, ifName, &index)) {
+            return KEL_ERROR;
+        }
+        my_addr->raw.sll_family = (sa_family_t)family;
+        my_addr->raw.sll_protocol = htons((uint16_t)protocol);
+        my_addr->raw.sll_ifindex = index;
+        /* 0 on this target: the low byte of the network-order 6. Raw packet sockets do not use it; not a plain 6. */
+        my_addr->raw.sll_halen = (unsigned char)htons(6);
+        break;
+
+    default:
+        break; /* a zero record and success: the system call that gets the record refuses it */
+    }
+
+    return KEL_OK;
+}
+
+LONG kel_get_if_mac_addr(const CHAR *ifName, UCHAR *addr)
+{
+    NULL_CHECK(ifName);
+    NULL_CHECK(addr);
+
+    struct ifreq request;
+    KEL_MemSet(&request, 0, sizeof(request));
+
+    int query = socket(AF_PACKET, SOCK_RAW, 0);
+    if (query < 0) {
+        kel_perror("socket() failed to get socket descriptor for using ioctl() ");
+        return KEL_ERROR;
+    }
+
+    KEL_Snprintf(request.ifr_name, sizeof(request.ifr_name), "%s", ifName);
+    if (ioctl(query, SIOCGIFHWADDR, &request) < 0) {
+        kel_perror("ioctl() failed to get source MAC address ");
+        close(query);
+        return KEL_ERROR;
+    }
+    close(query);
+
+    KEL_MemCpy(addr, request.ifr_hwaddr.sa_data, 6);
+    return KEL_OK;
+}
+
+/* ---- Descriptors and options: every descriptor that is handed out was made by kel_socket ------------------------ */
+
+LONG kel_socket(kel_domain_t domain, kel_socktype_t type, LONG protocol)
+{
+    const int on = 1;
+
+    int sockfd = socket(domain, type, (int)protocol);
+    if (sockfd == -1) {
+        return KEL_ERROR;
+    }
+
+    if (setsockopt(sockfd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0) {
+        kel_perror("setsockopt socket");
+        close(sockfd);
+        return KEL_ERROR;
+    }
+
+    if (domain == KEL_AF_INET6 && setsockopt(sockfd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on)) < 0) {
+        kel_perror("setsockopt socket");
+        close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_getsockopt(LONG sockfd, LONG level, LONG optname, void *optval, socklen_t *optlen)
+{
+    NULL_CHECK(optval);
+    NULL_CHECK(optlen);
+
+    return getsockopt((int)sockfd, (int)level, (int)optname, optval, optlen);
+}
+
+LONG kel_setsockopt(LONG sockfd, LONG level, LONG optname, const void *optval, socklen_t optlen)
+{
+    NULL_CHECK(optval);
+
+    return setsockopt((int)sockfd, (int)level, (int)optname, optval, optlen);
+}
+
+LONG kel_close(LONG sockfd)
+{
+    return close((int)sockfd);
+}
+
+/* ---- Bind, listen, accept, connect, names: silent but for null arguments and a failed connect ------------------- */
+
+LONG kel_bind(LONG sockfd, kel_sockaddr_t *my_addr)
+{
+    NULL_CHECK(my_addr);
+
+    if (bind((int)sockfd, &my_addr->sa, (socklen_t)kel_sizeof_socket(my_addr)) != 0) {
+        return KEL_ERROR;
+    }
+
+    return KEL_OK;
+}
+
+LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addrStr, SHORT protocol, const CHAR *ifName)
+{
+    kel_sockaddr_t record;
+    KEL_MemSet(&record, 0, sizeof(record));
+
+    const CHAR *text = addrStr;
+    if (text == NULL && family == KEL_AF_INET) {
+        text = IPV4_ANY_STR;
+    } else if (text == NULL && family == KEL_AF_INET6) {
+        text = IPV6_ANY_STR;
+    }
+
+    if (kel_addr_fill(sockfd, &record, family, port, text, protocol, ifName) != 0) {
+        return KEL_ERROR;
+    }
+
+    return kel_bind(sockfd, &record);
+}
+
+LONG kel_listen(LONG sockfd, LONG maxClient)
+{
+    if (listen((int)sockfd, (int)maxClient) != 0) {
+        return KEL_ERROR;
+    }
+
+    return KEL_OK;
+}
+
+LONG kel_accept(LONG sockfd, kel_sockaddr_t *addr)
+{
+    NULL_CHECK(addr);
+
+    socklen_t length = sizeof(*addr);
+    int accepted = accept((int)sockfd, &addr->sa, &length);
+    if (accepted == -1) {
+        return KEL_ERROR;
+    }
+
+    return accepted;
+}
+
+LONG kel_connect(LONG sockfd, kel_sockaddr_t *con_addr)
+{
+    NULL_CHECK(con_addr);
+
+    if (connect((int)sockfd, &con_addr->sa, (socklen_t)kel_sizeof_socket(con_addr)) != 0) {
+        kel_perror("connect :"); /* with the colon that follows, two in a row on the console: they stay */
+        return KEL_ERROR;
+    }
+
+    return KEL_OK;
+}
+
+LONG kel_connect_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addrStr)
+{
+    NULL_CHECK(addrStr);
+
+    kel_sockaddr_t record;
+    KEL_MemSet(&record, 0, sizeof(record));
+
+    if (kel_addr_fill(sockfd, &record, family, port, addrStr, 0, NULL) != 0) {
+        return KEL_ERROR;
+    }
+
+    return kel_connect(sockfd, &record);
+}
+
+/* The names are cast, not taken as &addr->sa: a null record has to reach the system, which answers EFAULT. */
+LONG kel_getpeername(LONG sockfd, kel_sockaddr_t *addr)
+{
+    socklen_t length = sizeof(*addr);
+
+    return getpeername((int)sockfd, (struct sockaddr *)addr, &length) == -1 ? KEL_ERROR : KEL_OK;
+}
+
+LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr)
+{
+    socklen_t length = sizeof(*addr);
+
+    return getsockname((int)sockfd, (struct sockaddr *)addr, &length) == -1 ? KEL_ERROR : KEL_OK;
+}
+
+/* ---- Data transfer: a failed system call is never reported, nothing is closed ----------------------------------- */
+
+LONG kel_recv(LONG sockfd, VOID *buf, size_t len, LONG flags)
+{
+    return recv((int)sockfd, buf, len, (int)flags);
+}
+
+LONG kel_send(LONG sockfd, const VOID *buf, size_t len, LONG flags)
+{
+    return send((int)sockfd, buf, len, (int)flags);
+}
+
+LONG kel_recvfrom(LONG sockfd, void *buf, size_t len, LONG flags, kel_sockaddr_t *src_addr)
+{
+    NULL_CHECK(buf);
+    NULL_CHECK(src_addr);
+
+    /* Datagrams are counted in 32 bits, here and in kel_sendto: a count that is -1 in them is a failure. */
+    socklen_t length = sizeof(*src_addr);
+    int count = (int)recvfrom((int)sockfd, buf, len, (int)flags, &src_addr->sa, &length);
+    if (count == -1) {
+        return KEL_ERROR;
+    }
+
+    return count;
+}
+
+LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_sockaddr_t *dest_addr)
+{
+    NULL_CHECK(buf);
+    NULL_CHECK(dest_addr);
+
+    socklen_t length = (socklen_t)kel_sizeof_socket(dest_addr);
+    int count = (int)sendto((int)sockfd, buf, len, (int)flags, &dest_addr->sa, length);
+    if (count == -1) {
+        return KEL_ERROR;
+    }
+
+    return count;
+}
+
+LONG kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, size_t len, LONG flags)
+{
+    UCHAR mac[6];
+    if (kel_get_if_mac_addr(ifName, mac) == -1) {
+        kel_perror("get mac addr");
+        return KEL_ERROR;
+    }
+
+    kel_sockaddr_t record;
+    memset(&record, 0, sizeof(record));
+
+    record.raw.sll_ifindex = (int)if_nametoindex(ifName);
+    if (record.raw.sll_ifindex == 0) {
+        kel_perror("get %s index\r\n", ifName);
+        return KEL_ERROR;
+    }
+
+    record.raw.sll_family = KEL_AF_PACKET;
+    record.raw.sll_halen = (unsigned char)htons(6); /* 0 on this target, as in kel_addr_fill */
+    memcpy(record.raw.sll_addr, mac, sizeof(mac));  /* the frame's own header names its receiver */
+
+    return kel_sendto(sockfd, buf, len, flags, &record);
+}
+
+/* ---- TCP and UDP endpoints: create, one or two steps, report the step that failed, close ------------------------ */
+
+LONG kel_tcp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port, LONG maxClient)
+{
+    LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create tcp socket");
+        return KEL_ERROR;
+    }
+
+    if (kel_bind_str(sockfd, family, port, addrStr, 0, NULL) == KEL_ERROR) {
+        kel_perror("bind tcp socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    /* Five, whatever the caller asks for: maxClient stays in the signature for its callers, do not pass it on. */
+    (void)maxClient;
+    if (kel_listen(sockfd, 5) == KEL_ERROR) {
+        kel_perror("listen tcp socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_tcp_client_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port)
+{
+    LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create tcp socket");
+        return KEL_ERROR;
+    }
+
+    if (kel_connect_str(sockfd, family, port, addrStr) == KEL_ERROR) {
+        kel_perror("connet tcp socket"); /* spelled so: people and scripts search logs for it */
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/*
+ * The local bind of the clients. Without a port there is nothing to bind; a bind that fails leaves the choice of the
+ * local address to the system, and the client goes on.
+ */
+static void __bind_local(LONG sockfd, kel_sockaddr_t *my_addr)
+{
+    if (my_addr != NULL && my_addr->sin.sin_port != 0) {
+        (void)kel_bind(sockfd, my_addr);
+    }
+}
+
+LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr, SHORT port, kel_sockaddr_t *my_addr)
+{
+    LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create tcp socket");
+        return KEL_ERROR;
+    }
+
+    __bind_local(sockfd, my_addr);
+
+    if (kel_connect_str(sockfd, family, port, addrStr) == KEL_ERROR) {
+        kel_perror("connet tcp socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/* The UDP endpoints report in the TCP words: "tcp" in their texts is no slip to mend. */
+
+LONG kel_udp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port)
+{
+    LONG sockfd = kel_socket(family, KEL_SOCK_DGRAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create tcp socket");
+        return KEL_ERROR;
+    }
+
+    if (kel_bind_str(sockfd, family, port, addrStr, 0, NULL) == KEL_ERROR) {
+        kel_perror("bind tcp socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/* Descriptor 0 goes to kel_addr_fill, not sockfd: only packet records need one, and these clients build none. */
+
+LONG kel_udp_client_socket_create(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr)
+{
+    LONG sockfd = kel_socket(family, KEL_SOCK_DGRAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create tcp socket");
+        return KEL_ERROR;
+    }
+
+    if (s_addr != NULL && kel_addr_fill(0, s_addr, family, s_port, s_addrStr, 0, NULL) == KEL_ERROR) {
+        kel_perror("bind tcp socket"); /* though it is the record that failed and nothing is bound */
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_udp_client_socket_create_bind(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr,
+                                       kel_sockaddr_t *my_addr)
+{
+    LONG sockfd = kel_socket(family, KEL_SOCK_DGRAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create tcp socket");
+        return KEL_ERROR;
+    }
+
+    __bind_local(sockfd, my_addr);
+
+    if (s_addr != NULL && kel_addr_fill(0, s_addr, family, s_port, s_addrStr, 0, NULL) == KEL_ERROR) {
+        kel_perror("bind tcp socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/* ---- Local endpoints: as above, on a path ------------------------------------------------------------------------ */
+
+/*
+ * unlink(2) without its header's promise that the path is never null. A null path is allowed to come this far and is
+ * refused by the check after it, which a compiler that believed the promise would delete; a sanitizer would object.
+ */
+extern "C" int __unlink_path(const char *path) __asm__("unlink");
+
+LONG kel_unix_tcp_server_socket_create(const CHAR *local_path, LONG maxClient)
+{
+    LONG sockfd = kel_socket(KEL_AF_UNIX, KEL_SOCK_STREAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create unix socket");
+        return KEL_ERROR;
+    }
+
+    /* The file that an earlier server left would refuse the bind. Only this endpoint removes it. */
+    (void)__unlink_path(local_path);
+
+    if (kel_bind_str(sockfd, KEL_AF_UNIX, 0, local_path, 0, NULL) == KEL_ERROR) {
+        kel_perror("bind unix socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    /* The caller's backlog, unlike the five of the TCP server. */
+    if (kel_listen(sockfd, maxClient) == KEL_ERROR) {
+        kel_perror("listen unix socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind)
+{
+    LONG sockfd = kel_socket(KEL_AF_UNIX, KEL_SOCK_DGRAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create unix socket");
+        return KEL_ERROR;
+    }
+
+    if (isbind && kel_bind_str(sockfd, KEL_AF_UNIX, 0, local_path, 0, NULL) == KEL_ERROR) {
+        kel_perror("bind unix socket");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_unix_tcp_client_socket_create(const CHAR *local_path)
+{
+    LONG sockfd = kel_socket(KEL_AF_UNIX, KEL_SOCK_STREAM, 0);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("socket failed");
+        return KEL_ERROR;
+    }
+
+    if (kel_connect_str(sockfd, KEL_AF_UNIX, 0, local_path) == KEL_ERROR) {
+        kel_perror("connect failed");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/* ---- Packet endpoint --------------------------------------------------------------------------------------------- */
+
+LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName)
+{
+    /* The protocol goes in as it is and only the bind puts it into network order: until then the socket is deaf. */
+    LONG sockfd = kel_socket(KEL_AF_PACKET, KEL_SOCK_RAW, protocol);
+    if (sockfd == KEL_ERROR) {
+        kel_perror("create raw socket");
+        return KEL_ERROR;
+    }
+
+    if (kel_bind_str(sockfd, KEL_AF_PACKET, 0, NULL, protocol, ifName) == KEL_ERROR) {
+        kel_perror("bind raw socket");
+        kel_close(sockfd); /* for an unknown interface the second close of this number: it stays */
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
