@@ -45,10 +45,10 @@ void host_filter_decide(host_filter_decide_t decide);
 /**
  * Chooses where log records go.
  *
- * @param target "syslog", "stderr", or the path of a file to append to; NULL takes the environment's choice again
+ * @param name "syslog", "stderr", or the path of a file to append to; NULL takes the environment's choice again
  * @return KEL_OK, or KEL_ERROR with errno when the file cannot be opened: the choice is then as before
  */
-LONG host_log_to(const char *target);
+LONG host_log_to(const char *name);
 
 /* ---- Registry and assertion -------------------------------------------------------------------------------------- */
 

@@ -472,14 +472,14 @@ LONG kel_getpeername(LONG sockfd, kel_sockaddr_t *addr)
 {
     socklen_t length = sizeof(*addr);
 
-    return getpeername((int)sockfd, (struct sockaddr *)addr, &length) == -1 ? KEL_ERROR : KEL_OK;
+    return getpeername((int)sockfd, reinterpret_cast<struct sockaddr *>(addr), &length) == -1 ? KEL_ERROR : KEL_OK;
 }
 
 LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr)
 {
     socklen_t length = sizeof(*addr);
 
-    return getsockname((int)sockfd, (struct sockaddr *)addr, &length) == -1 ? KEL_ERROR : KEL_OK;
+    return getsockname((int)sockfd, reinterpret_cast<struct sockaddr *>(addr), &length) == -1 ? KEL_ERROR : KEL_OK;
 }
 
 /* ---- Data transfer: a failed system call is never reported, nothing is closed ----------------------------------- */

@@ -1,0 +1,201 @@
+#!/usr/bin/python3
+"""What others build against: the headers, the libraries' symbols, and C programs made with gcc alone.
+
+Run by CTest with SOURCE and BUILD in the environment.
+"""
+
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+
+SOURCE = os.environ["SOURCE"]
+BUILD = os.environ["BUILD"]
+INCLUDE = ["-I" + os.path.join(SOURCE, "platform/include")]
+PRIVATE = ["-I" + os.path.join(SOURCE, "platform/kel/socket")]
+MODULE = "platform/kel/socket/kel_socket.cpp"
+SHARED = os.path.join(BUILD, "platform/kel/socket/libkel_socket.so")
+STATIC = os.path.join(BUILD, "platform/kel/socket/libkel_socket.a")
+HOST = os.path.join(BUILD, "host/libkel_host.a")
+PUBLIC = sorted(h for h in os.listdir(os.path.join(SOURCE, "platform/include")))
+COMPILERS = [["gcc-12", "-std=c11"], ["clang-19", "-std=c11"], ["g++-12", "-std=c++17"], ["clang++-19", "-std=c++17"]]
+
+# Everything that the module calls, by its plain name: a program that defines one of them stands in for it.
+CALLED = set("""
+    KEL_ASSERT_X KEL_MemCmp KEL_MemCpy KEL_MemSet KEL_Printf KEL_Snprintf KEL_Sprintf KEL_StrCmp KEL_StrnCpy KEL_SysLog
+    KEL_module_register kel_info_print_filter_is_filtered module_print_filter
+    socket bind listen accept connect recv send recvfrom sendto getpeername getsockname getsockopt setsockopt close
+    unlink ioctl if_nametoindex inet_pton inet_ntop regcomp regexec regfree printf snprintf sprintf
+""".split())
+# What a compiler may call on its own behalf, or leaves a call when it does not optimise.
+COMPILERS_OWN = {"memset", "memcpy", "__stack_chk_fail", "_GLOBAL_OFFSET_TABLE_", "htons", "ntohs"}
+
+
+def run(*command, **options):
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, cwd=SOURCE, **options)
+
+
+def symbols(path, *flags):
+    listed = subprocess.run(["nm", *flags, path], check=True, stdout=subprocess.PIPE, text=True).stdout
+    return {line.split()[-1].split("@")[0] for line in listed.splitlines() if len(line.split()) >= 2}
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+
+    def path(self, name):
+        return os.path.join(self.folder.name, name)
+
+    def write(self, name, text):
+        with open(self.path(name), "w", encoding="ascii") as file:
+            file.write(text)
+        return self.path(name)
+
+    def compile(self, *command):
+        done = run(*command)
+        self.assertEqual(done.returncode, 0, " ".join(command) + "\n" + done.stdout)
+        return done
+
+
+class Headers(Case):
+    def test_each_compiles_alone_without_a_warning(self):
+        for header in PUBLIC:
+            for compiler in COMPILERS:
+                with self.subTest(header=header, compiler=compiler[0]):
+                    suffix = "c" if "c11" in compiler[1] else "cpp"
+                    alone = self.write("alone." + suffix, f'#include "{header}"\n#include "{header}"\n')
+                    self.compile(*compiler, "-Wall", "-Wextra", "-Wpedantic", "-Werror", *INCLUDE, "-fsyntax-only",
+                                 alone)
+
+    def test_stand_in_several_files_of_one_program(self):
+        everything = "".join(f'#include "{header}"\n' for header in PUBLIC)
+        for compiler in COMPILERS:
+            with self.subTest(compiler=compiler[0]):
+                suffix = "c" if "c11" in compiler[1] else "cpp"
+                one = self.write("one." + suffix, everything + "int level(void);\nint level(void) "
+                                 "{ return (int)_kel_print_lv; }\n")
+                two = self.write("two." + suffix, everything + "int level(void);\nint main(void) "
+                                 "{ return level() + (int)_kel_print_lv; }\n")
+                driver = ["gcc-12" if suffix == "c" else "g++-12"]
+                self.compile(*compiler, "-Wall", "-Wextra", "-Werror", *INCLUDE, "-c", one, "-o", self.path("one.o"))
+                self.compile(*compiler, "-Wall", "-Wextra", "-Werror", *INCLUDE, "-c", two, "-o", self.path("two.o"))
+                self.compile(*driver, self.path("one.o"), self.path("two.o"), HOST, "-o", self.path("program"))
+                self.assertEqual(run(self.path("program")).returncode, 0)
+
+    def test_every_value_size_and_offset(self):
+        for compiler in COMPILERS[:2]:
+            with self.subTest(compiler=compiler[0]):
+                self.compile(*compiler, "-Wall", "-Wextra", "-Werror", *INCLUDE, "-fsyntax-only",
+                             "tests/abi/contract.c")
+
+    def test_go_together_with_the_system_headers_that_share_their_records(self):
+        orders = ['#include <linux/sctp.h>\n#include "kel_socket.h"\n',
+                  '#include "kel_socket.h"\n#include <linux/sctp.h>\n',
+                  '#include <netpacket/packet.h>\n#include "kel_socket.h"\n',
+                  '#include <linux/if_packet.h>\n#include "kel_socket.h"\n',
+                  '#include "kel_socket.h"\n#include <linux/if_packet.h>\n#include <net/if.h>\n']
+        for order in orders:
+            for compiler in COMPILERS:
+                with self.subTest(order=order, compiler=compiler[0]):
+                    suffix = "c" if "c11" in compiler[1] else "cpp"
+                    self.compile(*compiler, "-Wall", "-Werror", *INCLUDE, "-fsyntax-only",
+                                 self.write("order." + suffix, "#include <stdint.h>\n#include <sys/socket.h>\n" + order))
+
+
+class Module(Case):
+    def test_compiles_by_itself_and_calls_plain_names(self):
+        for compiler in ("g++-12", "clang++-19"):
+            for level in ("-O0", "-O2", "-O3"):
+                with self.subTest(compiler=compiler, level=level):
+                    self.compile(compiler, "-std=c++17", level, *INCLUDE, *PRIVATE, "-c", MODULE, "-o",
+                                 self.path("module.o"))
+                    self.assertEqual(symbols(self.path("module.o"), "-u") - COMPILERS_OWN, CALLED)
+
+    def test_is_delivered_calling_plain_names(self):
+        self.assertEqual(symbols(STATIC, "-u") - COMPILERS_OWN, CALLED)
+
+    def test_exports_the_declared_functions_and_nothing_else(self):
+        with open(os.path.join(SOURCE, "platform/include/kel_socket.h"), encoding="ascii") as file:
+            header = re.sub(r"/\*.*?\*/", "", file.read(), flags=re.S)
+        declared = set(re.findall(r"^(?:LONG|BOOL|CHAR \*|const CHAR \*)\s*(\w+)\(", header, flags=re.M))
+        self.assertIn("kel_sctp_bindx", declared)
+        built = {name for name in declared if not name.startswith("kel_sctp_")}
+        self.assertEqual(len(built), 37)
+        self.assertEqual(symbols(SHARED, "-D", "--defined-only"), built)
+
+    def test_needs_the_c_library_alone(self):
+        needed = re.findall(r"NEEDED.*\[(.*)\]", run("readelf", "-d", SHARED).stdout)
+        self.assertEqual(needed, ["libc.so.6"])
+
+    def test_carries_no_path_of_the_build(self):
+        for library in (SHARED, STATIC, HOST):
+            with open(library, "rb") as file:
+                content = file.read()
+            self.assertNotIn(SOURCE.encode() + b"/", content, library)
+        with open(SHARED, "rb") as file:
+            self.assertIn(MODULE.encode() + b"\0", file.read())
+
+
+class CPrograms(Case):
+    """Built with gcc alone, against the shared and the static library."""
+
+    def build(self, name, *libraries):
+        self.compile("gcc-12", "-std=c11", "-Wall", "-Wextra", "-Werror", *INCLUDE, f"examples/{name}.c", *libraries,
+                     "-o", self.path(name))
+        return self.path(name)
+
+    def test_server_and_client_of_the_readme_talk(self):
+        for libraries in ([SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST]):
+            with self.subTest(library=libraries[0]):
+                server = self.build("echo_server", *libraries)
+                client = self.build("echo_client", *libraries)
+                port = self.free_port()
+                with subprocess.Popen([server, port]) as running:
+                    try:
+                        self.wait_until_listening(int(port))
+                        said = run(client, port, timeout=20)
+                        self.assertEqual((said.returncode, said.stdout), (0, "hello\n"))
+                        self.assertEqual(running.wait(timeout=20), 0)
+                    finally:
+                        running.kill()
+
+    def test_log_names_the_source_as_the_repository_does(self):
+        client = self.build("echo_client", STATIC, HOST)
+        log = self.path("log")
+        refused = run(client, self.free_port(), env={**os.environ, "KEL_HOST_LOG": log})
+        self.assertEqual(refused.returncode, 1)
+        with open(log, encoding="ascii") as file:
+            first = file.readline()
+        self.assertRegex(first, rf" err module 0 {re.escape(MODULE)}:\d+ kel_connect: connect :\n$")
+
+    def test_readme_shows_the_examples_as_they_are(self):
+        with open(os.path.join(SOURCE, "README.md"), encoding="utf-8") as file:
+            readme = file.read()
+        for name in ("echo_server", "echo_client"):
+            with open(os.path.join(SOURCE, f"examples/{name}.c"), encoding="ascii") as file:
+                body = re.search(r"^int main.*?^}\n", file.read(), flags=re.M | re.S).group(0)
+            self.assertIn(body, readme, name)
+
+    @staticmethod
+    def free_port():
+        import socket
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            return str(probe.getsockname()[1])
+
+    def wait_until_listening(self, port):
+        import time
+        deadline = time.monotonic() + 20
+        while time.monotonic() < deadline:
+            with open("/proc/net/tcp", encoding="ascii") as table:
+                if f"0100007F:{port:04X} 00000000:0000 0A" in table.read():
+                    return
+            time.sleep(0.01)
+        self.fail(f"nothing listens on port {port}")
+
+
+if __name__ == "__main__":
+    unittest.main()
