@@ -1,5 +1,6 @@
 #include "system.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <errno.h>
@@ -23,6 +24,7 @@ struct State {
     Script script;
     Trace trace;
     std::set<int> open;
+    std::set<std::string> suppressed;
     int next_descriptor = first_descriptor;
 };
 
@@ -62,6 +64,12 @@ std::string string_or_null(const char *s)
     return s == nullptr ? "null" : s;
 }
 
+/* The bytes of an address, of which no more than a record are there, whatever the length says. */
+std::string address(const struct sockaddr *addr, socklen_t length)
+{
+    return hex(addr, std::min<size_t>(length, sizeof(kel_sockaddr_t)));
+}
+
 /* Answers a call: "name(arguments) = result", with the errno that it sets behind. */
 long answer(const std::string &name, const std::string &arguments, long usual)
 {
@@ -99,7 +107,9 @@ void fill_peer(struct sockaddr *addr, socklen_t *length)
 int decide(int level, const char *name)
 {
     (void)level;
-    (void)name;
+    if (state->suppressed.count(name) != 0) {
+        return 1;
+    }
     return state->script ? (int)state->script("filter", 0).result : 0;
 }
 
@@ -119,6 +129,11 @@ void set_peer(const kel_sockaddr_t &record, socklen_t length)
 {
     peer = record;
     peer_length = length;
+}
+
+long answered(const std::string &name, const std::string &arguments, long usual)
+{
+    return answer(name, arguments, usual);
 }
 
 std::string hex(const void *bytes, size_t size)
@@ -145,6 +160,11 @@ Recording::~Recording()
     host_watch(nullptr);
     host_filter_decide(nullptr);
     state.reset();
+}
+
+void Recording::suppress(const std::string &key)
+{
+    state->suppressed.insert(key);
 }
 
 const Trace &Recording::trace() const
@@ -192,7 +212,7 @@ int bind(int fd, const struct sockaddr *addr, socklen_t length) noexcept
     if (!recording()) {
         return real(bind, "bind")(fd, addr, length);
     }
-    return (int)answer("bind", text("%d, %s, %u", fd, hex(addr, length).c_str(), length), 0);
+    return (int)answer("bind", text("%d, %s, %u", fd, address(addr, length).c_str(), length), 0);
 }
 
 int listen(int fd, int backlog) noexcept
@@ -220,7 +240,7 @@ int connect(int fd, const struct sockaddr *addr, socklen_t length)
     if (!recording()) {
         return real(connect, "connect")(fd, addr, length);
     }
-    return (int)answer("connect", text("%d, %s, %u", fd, hex(addr, length).c_str(), length), 0);
+    return (int)answer("connect", text("%d, %s, %u", fd, address(addr, length).c_str(), length), 0);
 }
 
 int getpeername(int fd, struct sockaddr *addr, socklen_t *length) noexcept
@@ -285,7 +305,7 @@ ssize_t sendto(int fd, const void *buf, size_t len, int flags, const struct sock
     }
     return answer(
         "sendto",
-        text("%d, %s, %zu, %d, %s, %u", fd, pointer(buf).c_str(), len, flags, hex(addr, length).c_str(), length),
+        text("%d, %s, %zu, %d, %s, %u", fd, pointer(buf).c_str(), len, flags, address(addr, length).c_str(), length),
         (long)len);
 }
 

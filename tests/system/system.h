@@ -47,6 +47,9 @@ void name_pointer(const void *pointer, const std::string &name);
 /* What the next accept, recvfrom, getpeername or getsockname fills in. */
 void set_peer(const kel_sockaddr_t &peer, socklen_t length);
 
+/* For a test that stands in for one function more: traces and answers a call in the form of all others. */
+long answered(const std::string &name, const std::string &arguments, long usual);
+
 /* Bytes as they are shown in the trace, without separators. */
 std::string hex(const void *bytes, size_t size);
 
@@ -61,6 +64,9 @@ class Recording
     ~Recording();
     Recording(const Recording &) = delete;
     Recording &operator=(const Recording &) = delete;
+
+    /* Has the print filter suppress a key: "function.line" or "function". All other questions go to the script. */
+    void suppress(const std::string &key);
 
     const Trace &trace() const;
 

@@ -1,7 +1,7 @@
 #include "expected.h"
 
+#include <arpa/inet.h>
 #include <fstream>
-#include <map>
 #include <string.h>
 
 #include "kel_lib.h"
@@ -105,6 +105,11 @@ sys::Trace perror_report(const std::string &function, const std::string &text, i
     return perror_report_with(function, "kel_perror(\"" + text + "\");", text, text, error, filtered, nth);
 }
 
+std::string filter_key(const std::string &function, const std::string &use, int nth, Filtered filtered)
+{
+    return filtered == Filtered::ByName ? function : format("%s.%d", function, source_line(function, use, nth));
+}
+
 sys::Trace assert_report(const std::string &function, int nth)
 {
     int line = source_line(function, "KEL_ASSERT(0)", nth);
@@ -118,4 +123,56 @@ sys::Trace in_order(std::initializer_list<Piece> pieces)
         trace.insert(trace.end(), piece.lines.begin(), piece.lines.end());
     }
     return trace;
+}
+
+sys::Trace created(int domain, int type, int protocol)
+{
+    char line[64];
+    snprintf(line, sizeof(line), "socket(%d, %d, %d) = 70", domain, type, protocol);
+    sys::Trace trace{line, "setsockopt(70, 1, 2, 01000000, 4) = 0"};
+    if (domain == KEL_AF_INET6) {
+        trace.push_back("setsockopt(70, 41, 26, 01000000, 4) = 0");
+    }
+    return trace;
+}
+
+std::string record(const std::string &digits, size_t size)
+{
+    return digits + std::string(2 * size - digits.size(), '0');
+}
+
+std::string bytes_of(const kel_sockaddr_t &address)
+{
+    return sys::hex(&address, sizeof(address));
+}
+
+kel_sockaddr_t poisoned()
+{
+    kel_sockaddr_t address;
+    memset(&address, 0xa5, sizeof(address));
+    return address;
+}
+
+kel_sockaddr_t blank(int family)
+{
+    kel_sockaddr_t address;
+    memset(&address, 0, sizeof(address));
+    address.sa.sa_family = (sa_family_t)family;
+    return address;
+}
+
+kel_sockaddr_t inet_address(const char *text, int port)
+{
+    kel_sockaddr_t address = blank(AF_INET);
+    address.sin.sin_port = htons((uint16_t)port);
+    EXPECT_EQ(inet_pton(AF_INET, text, &address.sin.sin_addr), 1) << text;
+    return address;
+}
+
+kel_sockaddr_t inet6_address(const char *text, int port)
+{
+    kel_sockaddr_t address = blank(AF_INET6);
+    address.sin6.sin6_port = htons((uint16_t)port);
+    EXPECT_EQ(inet_pton(AF_INET6, text, &address.sin6.sin6_addr), 1) << text;
+    return address;
 }

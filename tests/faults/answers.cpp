@@ -1,0 +1,84 @@
+#include "answers.h"
+
+#include <algorithm>
+#include <errno.h>
+#include <map>
+#include <regex.h>
+
+namespace
+{
+
+using Answers = std::vector<sys::Answer>;
+
+constexpr long beyond_32_bits = 1L << 32;
+
+/* What the pages do not know of. The usual result and the unknown failure are added in front. */
+std::map<std::string, Answers> by_hand()
+{
+    const Answers plain = {{-2}, {1}}; /* negative but not -1; not zero but no failure either */
+    const Answers descriptor = {{-2}, {0}};
+    const Answers count = {{beyond_32_bits - 1}, {0}, {1}, {-2}, {beyond_32_bits / 2}, {beyond_32_bits + 5}};
+    return {{"socket", descriptor},
+            {"accept", descriptor},
+            {"bind", {{1}, {-2}}},
+            {"listen", {{1}, {-2}}},
+            {"connect", {{1}, {-2}}},
+            {"getpeername", plain},
+            {"getsockname", plain},
+            {"getsockopt", plain},
+            {"setsockopt", plain},
+            {"close", plain},
+            {"unlink", plain},
+            {"ioctl", {{-2}, {1}, sys::fail(ENODEV)}}, /* the answer for an interface that does not exist */
+            {"recv", count},
+            {"send", count},
+            {"recvfrom", count},
+            {"sendto", count},
+            {"if_nametoindex", {{-1}, {0}}}, /* the highest index, which is no failure */
+            {"inet_pton", {{0}, {2}, {-2}}},
+            {"regcomp", {{REG_ESPACE}, {REG_BADPAT}}},
+            {"regexec", {{REG_NOMATCH}, {REG_ESPACE}}},
+            {"regfree", {}},
+            {"inet_ntop", {}}, /* cannot be made to fail: only its arguments can */
+            {"KEL_module_register", {{-1}, {5}}}};
+}
+
+std::map<std::string, std::vector<int>> by_page()
+{
+    std::map<std::string, std::vector<int>> errors;
+#define ERRNO(call, error) errors[#call].push_back(error);
+#include "errno_table.inc"
+    return errors;
+}
+
+std::map<std::string, Answers> all()
+{
+    auto failures = by_page();
+    std::map<std::string, Answers> table;
+    for (const auto &[call, odd] : by_hand()) {
+        const long failed = call == "if_nametoindex" ? 0 : -1;
+        Answers &list = table[call];
+        list.push_back({0});
+        if (!failures[call].empty()) {
+            list.push_back({failed, unknown_error});
+        }
+        list.insert(list.end(), odd.begin(), odd.end());
+        for (int error : failures[call]) {
+            auto same = [=](const sys::Answer &a) { return a.result == failed && a.error == error; };
+            if (std::none_of(list.begin(), list.end(), same)) { /* EWOULDBLOCK is EAGAIN */
+                list.push_back({failed, error});
+            }
+        }
+    }
+    return table;
+}
+
+} // namespace
+
+const std::vector<sys::Answer> &answers(const std::string &call)
+{
+    static const auto table = all();
+    static const Answers none;
+    auto found = table.find(call);
+    return found == table.end() ? none : found->second;
+}

@@ -1,0 +1,408 @@
+#include "explorer.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "answers.h"
+#include "kel_lib.h"
+#include "model.h"
+
+Caller caller;
+std::map<std::string, std::set<size_t>> taken_at;
+
+namespace
+{
+
+/* ---- The caller's memory ----------------------------------------------------------------------------------------- */
+
+struct Part {
+    const void *place;
+    const char *name;
+};
+const Part parts[] = {{&caller.inet, "inet"},     {&caller.inet6, "inet6"},     {&caller.local, "local"},
+                      {&caller.packet, "packet"}, {&caller.no_port, "no_port"}, {&caller.strange, "strange"},
+                      {&caller.record, "record"}, {caller.mac, "mac"},          {caller.text, "text"},
+                      {caller.buffer, "buffer"},  {&caller.length, "length"}};
+
+Caller pristine()
+{
+    Caller fresh;
+    memset(&fresh, 0xa5, sizeof(fresh));
+    for (kel_sockaddr_t *record : {&fresh.inet, &fresh.inet6, &fresh.local, &fresh.packet, &fresh.strange}) {
+        memset(record, 0, sizeof(*record));
+    }
+    fresh.inet.sin.sin_family = AF_INET;
+    fresh.inet.sin.sin_port = htons(5000);
+    fresh.inet.sin.sin_addr.s_addr = htonl(0x0a010203);
+    fresh.no_port = fresh.inet;
+    fresh.no_port.sin.sin_port = 0;
+    fresh.inet6.sin6.sin6_family = AF_INET6;
+    fresh.inet6.sin6.sin6_port = htons(40000);
+    inet_pton(AF_INET6, "2001:db8::5", &fresh.inet6.sin6.sin6_addr);
+    fresh.local.un.sun_family = AF_UNIX;
+    strcpy(fresh.local.un.sun_path, "/run/app");
+    fresh.packet.raw.sll_family = AF_PACKET;
+    fresh.packet.raw.sll_protocol = htons(3);
+    fresh.packet.raw.sll_ifindex = 2;
+    fresh.strange.sa.sa_family = 3;
+    fresh.length = 60;
+    return fresh;
+}
+
+void renew(const Case &which)
+{
+    static const Caller fresh = pristine();
+    caller = fresh;
+    which.prepare(caller);
+}
+
+/* ---- The walk ---------------------------------------------------------------------------------------------------- */
+
+/* Decides every call of a run: as on the current path, and past its end by the first answer. */
+class Walk
+{
+  public:
+    explicit Walk(bool few) : begins_brief(few)
+    {
+    }
+
+    void begin()
+    {
+        brief = begins_brief;
+        depth = 0;
+        noisy = false;
+        prints = 0;
+    }
+
+    sys::Answer decide(const std::string &call, long usual)
+    {
+        if (call == "printf") {
+            return print(usual);
+        }
+        if (call == "filter") {
+            prints = 0;
+            return choose(call, 2, [](size_t taken) { return sys::Answer{(long)taken}; });
+        }
+        const auto &list = answers(call);
+        const size_t count = brief ? std::min(list.size(), brief_answers) : list.size();
+        const sys::Answer answer =
+            choose(call, count, [&](size_t taken) { return taken == 0 ? sys::Answer{usual} : list[taken]; });
+        brief = brief || makes_no_difference(call, usual, answer.result);
+        return answer;
+    }
+
+    /* To the next path, after a run that took the current one to its end; false when there is none left. */
+    bool next()
+    {
+        path.resize(depth);
+        while (!path.empty() && path.back().taken + 1 >= path.back().count) {
+            path.pop_back();
+        }
+        if (path.empty()) {
+            return false;
+        }
+        path.back().taken++;
+        return true;
+    }
+
+    Path path;
+
+  private:
+    template <typename Answering> sys::Answer choose(const std::string &call, size_t count, Answering answering)
+    {
+        if (depth < path.size() && path[depth].call != call) {
+            path.resize(depth); /* other calls than before on the same path: no model does that, and so it shows */
+        }
+        if (depth == path.size()) {
+            path.push_back({call, 0, count, {0, 0}});
+        }
+        Choice &choice = path[depth++];
+        choice.answer = answering(choice.taken);
+        return choice.answer;
+    }
+
+    /* Whatever unlink answers, and on a descriptor that only looks odd, the calls that follow are the same: few answers
+     * for each show that. */
+    static bool makes_no_difference(const std::string &call, long usual, long result)
+    {
+        return result != usual && (call == "unlink" || (call == "socket" && result != -1));
+    }
+
+    /* Quiet prints leave errno alone; on a noisy console every print of the report changes it. */
+    sys::Answer print(long usual)
+    {
+        if (prints++ == 0) {
+            noisy = choose("console", brief ? 1 : 2, [](size_t taken) { return sys::Answer{(long)taken}; }).result != 0;
+        }
+        return {usual, noisy ? console_error + prints : 0};
+    }
+
+    const bool begins_brief;
+    bool brief = false;
+    size_t depth = 0;
+    bool noisy = false;
+    int prints = 0;
+};
+
+/* ---- One run: of the module, and of the model on the path that it took ------------------------------------------- */
+
+struct Seen {
+    std::string result;
+    sys::Trace trace;
+    std::set<int> open;
+    int error;
+    std::string console; /* what went past the printf that is stood in for */
+    Caller memory;
+};
+
+/* Standard output while a run lasts; what a run prints there is compared, not shown. Standard error is not shown
+ * either: the assertion handler reports there, and is in the trace. */
+class Console
+{
+  public:
+    Console() : output(stdout), error(stderr)
+    {
+        static FILE *const nowhere = fopen("/dev/null", "w");
+        stderr = nowhere;
+        stdout = memory();
+        rewind(stdout);
+    }
+    ~Console()
+    {
+        stdout = output;
+        stderr = error;
+    }
+    Console(const Console &) = delete;
+    Console &operator=(const Console &) = delete;
+
+    std::string printed() const
+    {
+        const long length = ftell(stdout);
+        fflush(stdout);
+        return std::string(bytes, (size_t)length);
+    }
+
+  private:
+    static FILE *memory()
+    {
+        static FILE *stream = open_memstream(&bytes, &size);
+        return stream;
+    }
+
+    static char *bytes;
+    static size_t size;
+    FILE *const output;
+    FILE *const error;
+};
+char *Console::bytes;
+size_t Console::size;
+
+Seen run(const Case &which, Walk &walk)
+{
+    Seen seen;
+    renew(which);
+    walk.begin();
+    Console console;
+    sys::Recording recording([&](const std::string &call, long usual) { return walk.decide(call, usual); });
+    errno = error_at_start;
+    seen.result = which.run();
+    seen.error = errno;
+    seen.trace = recording.trace();
+    seen.open = recording.open();
+    seen.console = console.printed();
+    seen.memory = caller;
+    return seen;
+}
+
+Seen expect(const Case &which, const Path &path)
+{
+    Seen expected;
+    renew(which);
+    Model model(path);
+    expected.result = which.expect(model);
+    expected.error = model.error;
+    expected.trace = std::move(model.trace);
+    expected.open = model.open;
+    expected.console = model.console;
+    expected.memory = caller;
+    return expected;
+}
+
+/* ---- Mismatches, as text ----------------------------------------------------------------------------------------- */
+
+std::string readable(const std::string &line)
+{
+    std::string shown;
+    for (char c : line) {
+        shown += c == '\033' ? "\\033" : c == '\r' ? "\\r" : c == '\n' ? "\\n" : std::string(1, c);
+    }
+    return shown;
+}
+
+/* The choices of a path that are not the first ones. */
+std::string shown(const Path &path)
+{
+    std::string text;
+    for (const Choice &choice : path) {
+        if (choice.taken != 0) {
+            text += (text.empty() ? "" : ", ") + choice.call + " = " + std::to_string(choice.answer.result) +
+                    (choice.answer.error != 0 ? " errno " + std::to_string(choice.answer.error) : "");
+        }
+    }
+    return text.empty() ? "every call has its usual result" : text;
+}
+
+std::string shown(const std::set<int> &descriptors)
+{
+    std::string text;
+    for (int fd : descriptors) {
+        text += std::to_string(fd) + " ";
+    }
+    return text.empty() ? "none" : text;
+}
+
+std::string differ(const std::string &what, const std::string &expected, const std::string &seen)
+{
+    return "  " + what + "\n    expected: " + readable(expected) + "\n    seen:     " + readable(seen) + "\n";
+}
+
+std::string difference(const sys::Trace &expected, const sys::Trace &seen)
+{
+    size_t line = 0;
+    while (line < expected.size() && line < seen.size() && expected[line] == seen[line]) {
+        line++;
+    }
+    auto at = [=](const sys::Trace &trace) { return line < trace.size() ? trace[line] : "the end"; };
+    return differ("call " + std::to_string(line + 1), at(expected), at(seen));
+}
+
+std::string difference(const Caller &expected, const Caller &seen)
+{
+    auto left = reinterpret_cast<const unsigned char *>(&expected);
+    auto right = reinterpret_cast<const unsigned char *>(&seen);
+    size_t at = 0;
+    while (at < sizeof(Caller) && left[at] == right[at]) {
+        at++;
+    }
+    const Part *part = parts;
+    for (const Part &candidate : parts) {
+        const bool before = candidate.place <= reinterpret_cast<const unsigned char *>(&caller) + at;
+        part = before && candidate.place >= part->place ? &candidate : part;
+    }
+    const size_t start = (size_t)((const char *)part->place - (const char *)&caller);
+    return differ("byte " + std::to_string(at - start) + " of " + part->name, sys::hex(left + at, 1),
+                  sys::hex(right + at, 1));
+}
+
+std::string difference(const Seen &expected, const Seen &seen)
+{
+    std::string text;
+    if (expected.trace != seen.trace) {
+        text += difference(expected.trace, seen.trace);
+    }
+    if (expected.result != seen.result) {
+        text += differ("result", expected.result, seen.result);
+    }
+    if (expected.error != seen.error) {
+        text += differ("errno", std::to_string(expected.error), std::to_string(seen.error));
+    }
+    if (expected.open != seen.open) {
+        text += differ("left open", shown(expected.open), shown(seen.open));
+    }
+    if (expected.console != seen.console) {
+        text += differ("console", expected.console, seen.console);
+    }
+    if (memcmp(&expected.memory, &seen.memory, sizeof(Caller)) != 0) {
+        text += difference(expected.memory, seen.memory);
+    }
+    return text;
+}
+
+/* ---- A run that crashes still has to be named -------------------------------------------------------------------- */
+
+const Case *running;
+const Walk *walking;
+struct sigaction former_action;
+
+void name_the_crash(int, siginfo_t *, void *)
+{
+    const std::string text = "\nCrashed in " + running->function + "(" + running->arguments +
+                             "): " + shown(walking->path) +
+                             "\n"; /* allocates: at worst the crash stays without its name */
+    (void)!write(STDERR_FILENO, text.data(), text.size());
+    sigaction(SIGSEGV, &former_action, nullptr); /* the faulting instruction runs again */
+}
+
+class NameCrashes
+{
+  public:
+    NameCrashes(const Case &which, const Walk &walk)
+    {
+        running = &which;
+        walking = &walk;
+        struct sigaction action = {};
+        action.sa_sigaction = name_the_crash;
+        action.sa_flags = SA_SIGINFO;
+        sigaction(SIGSEGV, &action, &former_action);
+    }
+    ~NameCrashes()
+    {
+        sigaction(SIGSEGV, &former_action, nullptr);
+    }
+    NameCrashes(const NameCrashes &) = delete;
+    NameCrashes &operator=(const NameCrashes &) = delete;
+};
+
+/* A module that calls in a loop has no last path. */
+constexpr size_t enough_mismatches = 1000;
+
+void explore(const Case &which, Exploration &exploration)
+{
+    Walk walk(which.brief);
+    NameCrashes name_crashes(which, walk);
+    do {
+        const Seen seen = run(which, walk);
+        const std::string text = difference(expect(which, walk.path), seen);
+        exploration.leaves++;
+        if (!text.empty() && exploration.mismatches++ == 0) {
+            exploration.first = which.function + "(" + which.arguments + "): " + shown(walk.path) + "\n" + text;
+        }
+    } while (exploration.mismatches < enough_mismatches && walk.next());
+}
+
+} // namespace
+
+std::string name_of(const void *pointer)
+{
+    if (pointer == nullptr) {
+        return "null";
+    }
+    for (const Part &part : parts) {
+        if (part.place == pointer) {
+            return part.name;
+        }
+    }
+    return "?";
+}
+
+const Exploration &explored(const std::string &function)
+{
+    static std::map<std::string, Exploration> done;
+    auto [place, first] = done.emplace(function, Exploration());
+    if (first) {
+        for (const Part &part : parts) {
+            sys::name_pointer(part.place, part.name);
+        }
+        sys::set_peer(Model::peer(), sizeof(struct sockaddr_in6));
+        for (const Case &which : cases()) {
+            if (which.function == function) {
+                explore(which, place->second);
+            }
+        }
+    }
+    return place->second;
+}

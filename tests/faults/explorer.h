@@ -1,0 +1,79 @@
+/*
+ * The explorer: runs a case of the module once for every path through the outcomes of its calls, depth first, and
+ * compares each run with the model.
+ */
+#ifndef TESTS_FAULTS_EXPLORER_H
+#define TESTS_FAULTS_EXPLORER_H
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "system.h"
+
+class Model;
+
+/* The errno that every run starts with, and those that the prints of a report leave behind on a noisy console. */
+constexpr int error_at_start = 4094;
+constexpr int console_error = 2000; /* and the number of the print, from 1 */
+
+/* One outcome on a path: of a call, of a question to the print filter ("filter"), or of a report's prints ("console": 1
+ * when they change errno). */
+struct Choice {
+    std::string call;
+    size_t taken;
+    size_t count;
+    sys::Answer answer;
+};
+using Path = std::vector<Choice>;
+
+/*
+ * The memory that a caller hands to the module, in fixed places: what a call leaves in it is compared byte by byte. The
+ * records are filled but for the last one.
+ */
+struct Caller {
+    kel_sockaddr_t inet;    /* 10.1.2.3 port 5000 */
+    kel_sockaddr_t inet6;   /* 2001:db8::5 port 40000 */
+    kel_sockaddr_t local;   /* /run/app */
+    kel_sockaddr_t packet;  /* interface 2, protocol 3 */
+    kel_sockaddr_t no_port; /* 10.1.2.3 port 0 */
+    kel_sockaddr_t strange; /* a family that the module does not know */
+    kel_sockaddr_t record;  /* bytes that no record has */
+    unsigned char mac[8];
+    char text[120];
+    char buffer[64];
+    socklen_t length;
+};
+extern Caller caller;
+
+/* The name that the trace shows for a part of the caller's memory. */
+std::string name_of(const void *pointer);
+
+/* One call of one function: the same arguments for the module and for the model, and the result as text. */
+struct Case {
+    std::string function;
+    std::string arguments;
+    bool brief; /* an argument that changes little: few answers for each call, every path */
+    void (*prepare)(Caller &);
+    std::string (*run)();
+    std::string (*expect)(Model &);
+};
+
+/* Every case, those of one function in a row. See cases.cpp. */
+const std::vector<Case> &cases();
+
+struct Exploration {
+    size_t leaves = 0;
+    size_t mismatches = 0;
+    std::string first; /* the first mismatch: where, what was expected, what was seen */
+};
+
+/* Explores every case of a function, once: later calls get the same answer. */
+const Exploration &explored(const std::string &function);
+
+/* What was taken at each position of the source, by the explorations so far. See positions.h for the names. */
+extern std::map<std::string, std::set<size_t>> taken_at;
+
+#endif

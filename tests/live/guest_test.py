@@ -1,0 +1,137 @@
+#!/usr/bin/python3
+"""The program guest: what it passes on, and that no failure of the guest looks like a success."""
+
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+GUEST = pathlib.Path(__file__).resolve().parent / "guest"
+
+
+class GuestTest(unittest.TestCase):
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory(prefix="guest-test-", dir="/var/tmp")
+        self.addCleanup(holder.cleanup)
+        self.folder = pathlib.Path(holder.name)
+        self.folder.chmod(0o777)
+
+    def start(self, *command, options=(), prefix=(), **more):
+        environment = dict(os.environ, TMPDIR=str(self.folder), **more.pop("environment", {}))
+        process = subprocess.Popen(
+            [*prefix, str(GUEST), "--memory", "256M", "--timeout", "60", *options, "--", *command],
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            text=True,
+            env=environment,
+            **more,
+        )
+        self.addCleanup(process.__exit__, None, None, None)
+        self.addCleanup(process.kill)
+        return process
+
+    def finish(self, process):
+        """Status, output and errors; nothing is left behind, neither files nor processes."""
+        output, errors = process.communicate(timeout=90)
+        self.assertEqual(list(self.folder.iterdir()), [])
+        left = []
+        for entry in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+            try:
+                line = entry.read_bytes()
+            except OSError:
+                continue
+            if str(self.folder).encode() in line:
+                left.append(line)
+        self.assertEqual(left, [])
+        return process.returncode, output, errors
+
+    def run_guest(self, *command, **more):
+        return self.finish(self.start(*command, **more))
+
+    def test_output_is_whole_and_outputs_stay_apart(self):
+        status, output, errors = self.run_guest("bash", "-c", "seq 10000; seq 5 >&2")
+        self.assertEqual(status, 0, errors)
+        self.assertEqual(output, "".join(f"{number}\n" for number in range(1, 10001)))
+        self.assertEqual(errors, "1\n2\n3\n4\n5\n")
+
+    def test_command_has_root_network_directory_environment_and_its_own_status(self):
+        script = 'id -u; pwd; echo "$WORD"; ip -br address show lo; test -t 1 && echo terminal; cat; exit 7'
+        status, output, errors = self.run_guest(
+            "bash", "-c", script, cwd="/usr/lib", environment={"WORD": "of several  words"}
+        )
+        self.assertEqual(status, 7, errors)
+        lines = output.splitlines()
+        self.assertEqual(lines[:3], ["0", "/usr/lib", "of several  words"])
+        self.assertIn("127.0.0.1/8", lines[3])
+        self.assertIn("::1/128", lines[3])
+        self.assertEqual(len(lines), 4)
+
+    def test_modules_load_when_they_are_asked_for(self):
+        script = """
+            ip netns add host && ip link add near type veth peer name far netns host && ip link add spare type dummy &&
+            tc qdisc add dev near root netem loss 100% &&
+            socat -d -d -u SCTP-LISTEN:5000 - 2>$TMPDIR/log & until grep -q listening $TMPDIR/log; do :; done
+            echo hello | socat -u - SCTP:127.0.0.1:5000 && wait"""
+        status, output, errors = self.run_guest("bash", "-c", script, options=["--module", "bridge"])
+        self.assertEqual((status, output), (0, "hello\n"), errors)
+
+    def test_two_at_a_time(self):
+        first, second = self.start("echo", "first"), self.start("echo", "second")
+        self.assertEqual(second.communicate(timeout=90)[0], "second\n")
+        self.assertEqual(second.returncode, 0)
+        self.assertEqual(self.finish(first)[:2], (0, "first\n"))
+
+    def test_ordinary_user_is_root_inside(self):
+        nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+        status, output, errors = self.run_guest("id", "-u", prefix=nobody if os.geteuid() == 0 else [])
+        self.assertEqual((status, output), (0, "0\n"), errors)
+
+    def test_what_the_command_leaves_running_is_ended(self):
+        status, output, errors = self.run_guest("bash", "-c", "sleep 1000 & echo done")
+        self.assertEqual((status, output), (0, "done\n"), errors)
+
+    def test_command_that_does_not_exist(self):
+        status, _, errors = self.run_guest("/no/such/command")
+        self.assertEqual(status, 127)
+        self.assertIn("/no/such/command", errors)
+
+    def test_time_limit_ends_the_kernel(self):
+        status, output, errors = self.run_guest("bash", "-c", "echo began; sleep 1000", options=["--timeout", "10"])
+        self.assertEqual((status, output), (124, "began\n"))
+        self.assertIn("ended after 10 seconds", errors)
+
+    def test_panic_is_a_failure(self):
+        status, _, errors = self.run_guest("bash", "-c", "echo c >/proc/sysrq-trigger; sleep 1000")
+        self.assertEqual(status, 125)
+        self.assertIn("the guest ended without a result", errors)
+        self.assertIn("panic", errors)
+
+    def test_end_without_a_result_is_a_failure(self):
+        status, _, errors = self.run_guest("bash", "-c", "echo o >/proc/sysrq-trigger; sleep 1000")
+        self.assertEqual(status, 125)
+        self.assertIn("the guest ended without a result", errors)
+
+    def test_module_that_does_not_exist_is_a_failure(self):
+        status, _, errors = self.run_guest("true", options=["--module", "nosuchmodule"])
+        self.assertEqual(status, 125)
+        self.assertIn("module nosuchmodule cannot be loaded", errors)
+
+    def test_memory_that_nothing_holds_is_a_failure(self):
+        status, _, errors = self.run_guest("true", options=["--memory", "1000000G"])
+        self.assertEqual(status, 125)
+        self.assertIn("no folder has room", errors)
+
+    def test_signals_end_the_kernel(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            process = self.start("bash", "-c", "echo began; sleep 1000")
+            self.assertEqual(process.stdout.readline(), "began\n")
+            process.send_signal(number)
+            self.assertEqual(self.finish(process)[0], 128 + number)
+
+
+if __name__ == "__main__":
+    sys.exit(unittest.main(verbosity=0))

@@ -1,0 +1,509 @@
+#include "live.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "host.h"
+
+namespace
+{
+
+constexpr int patience = 15000;     /* milliseconds for one event: far more than the slowest machine needs */
+constexpr unsigned time_limit = 60; /* seconds for one test */
+
+[[noreturn]] void fail_set_up(const std::string &what)
+{
+    dprintf(STDERR_FILENO, "%s: %s\n", what.c_str(), strerror(errno));
+    _exit(1);
+}
+
+void make_pipe(int ends[2])
+{
+    if (pipe2(ends, O_CLOEXEC) == -1) {
+        fail_set_up("pipe2");
+    }
+}
+
+/* Once a test has failed, what it waits for may never come: from then on it has a short time. */
+int time_to_wait()
+{
+    return testing::Test::HasFailure() ? 100 : patience;
+}
+
+bool wait_on(int file, short events)
+{
+    struct pollfd entry = {file, events, 0};
+    int ready = poll(&entry, 1, time_to_wait());
+    EXPECT_EQ(ready, 1) << "nothing happened on descriptor " << file;
+    return ready == 1;
+}
+
+/* Open descriptors with what they stand for. */
+std::vector<std::string> open_descriptors()
+{
+    std::vector<std::string> found;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        std::string target = std::filesystem::read_symlink(entry.path(), gone);
+        if (!gone && target.find("/proc/") != 0) { /* the listing's own */
+            found.push_back(entry.path().filename().string() + " " + target);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+void out_of_time(int)
+{
+    const auto *test = testing::UnitTest::GetInstance()->current_test_info();
+    dprintf(STDERR_FILENO, "%s.%s: not done after %u seconds\n", test->test_suite_name(), test->name(), time_limit);
+    _exit(1);
+}
+
+std::string read_file(int file, size_t size)
+{
+    std::string data;
+    while (data.size() < size && wait_on(file, POLLIN)) {
+        char buffer[65536];
+        ssize_t count = read(file, buffer, std::min(sizeof(buffer), size - data.size()));
+        if (count <= 0) {
+            break;
+        }
+        data.append(buffer, (size_t)count);
+    }
+    return data;
+}
+
+} // namespace
+
+/* ---- Owners ------------------------------------------------------------------------------------------------------ */
+
+void Descriptor::close()
+{
+    if (number != KEL_ERROR) {
+        EXPECT_EQ(kel_close(number), 0) << "descriptor " << number << ": " << strerror(errno);
+        number = KEL_ERROR;
+    }
+}
+
+Folder::Folder() : path(std::filesystem::temp_directory_path() / "live-XXXXXX")
+{
+    if (mkdtemp(path.data()) == nullptr) {
+        fail_set_up("mkdtemp " + path);
+    }
+}
+
+Folder::~Folder()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
+
+Namespace::Namespace()
+{
+    int ready[2];
+    make_pipe(ready);
+    holder = fork();
+    if (holder == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        char answer = unshare(CLONE_NEWNET) == 0 ? 'y' : 'n';
+        (void)!write(ready[1], &answer, 1);
+        pause();
+        _exit(0);
+    }
+    ::close(ready[1]);
+    std::string answer = read_file(ready[0], 1);
+    ::close(ready[0]);
+    EXPECT_EQ(answer, "y") << "no network namespace: this needs the privilege to make one";
+    entry = open(("/proc/" + name() + "/ns/net").c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+Namespace::~Namespace()
+{
+    ::close(entry);
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+}
+
+std::string Namespace::name() const
+{
+    return std::to_string(holder);
+}
+
+void Namespace::enter() const
+{
+    if (setns(entry, CLONE_NEWNET) == -1) {
+        fail_set_up("setns");
+    }
+}
+
+Namespace::Visit::Visit(const Namespace &where) : home(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC))
+{
+    where.enter();
+}
+
+Namespace::Visit::~Visit()
+{
+    EXPECT_EQ(setns(home, CLONE_NEWNET), 0) << strerror(errno);
+    ::close(home);
+}
+
+/* ---- Peers ------------------------------------------------------------------------------------------------------- */
+
+Peer::Peer(std::vector<std::string> command, const Namespace *where)
+{
+    std::vector<char *> arguments;
+    for (std::string &argument : command) {
+        arguments.push_back(argument.data());
+    }
+    arguments.push_back(nullptr);
+
+    int in[2], out[2], err[2];
+    make_pipe(in);
+    make_pipe(out);
+    make_pipe(err);
+    pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(in[0], STDIN_FILENO);
+        dup2(out[1], STDOUT_FILENO);
+        dup2(err[1], STDERR_FILENO);
+        if (where != nullptr) {
+            where->enter();
+        }
+        execvp(arguments[0], arguments.data());
+        dprintf(STDERR_FILENO, "%s: %s\n", arguments[0], strerror(errno));
+        _exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+    ::close(err[1]);
+    input = in[1];
+    output = out[0];
+    errors = err[0];
+}
+
+Peer::~Peer()
+{
+    end_input();
+    ::close(output);
+    ::close(errors);
+    if (pid > 0) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+}
+
+void Peer::wait_until_it_says(const std::string &text)
+{
+    std::string said;
+    while (said.find(text) == std::string::npos) {
+        std::string next = read_file(errors, 1);
+        if (next.empty()) {
+            FAIL() << "the peer never said \"" << text << "\", but:\n" << said;
+        }
+        said += next;
+    }
+}
+
+void Peer::write(const std::string &data)
+{
+    size_t done = 0;
+    while (done < data.size() && wait_on(input, POLLOUT)) {
+        ssize_t count = ::write(input, data.data() + done, data.size() - done);
+        ASSERT_GT(count, 0) << strerror(errno);
+        done += (size_t)count;
+    }
+}
+
+void Peer::end_input()
+{
+    if (input != -1) {
+        ::close(input);
+        input = -1;
+    }
+}
+
+std::string Peer::read(size_t size)
+{
+    return read_file(output, size);
+}
+
+std::string Peer::read_errors()
+{
+    return read_file(errors, SIZE_MAX);
+}
+
+int Peer::exit_status()
+{
+    int status;
+    waitpid(pid, &status, 0); /* the test's time limit ends it */
+    pid = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+/* ---- Console ----------------------------------------------------------------------------------------------------- */
+
+Reports::Reports() : file(memfd_create("console", MFD_CLOEXEC)), former(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
+{
+    fflush(stdout);
+    dup2(file, STDOUT_FILENO);
+    host_filter_clear();
+}
+
+Reports::~Reports()
+{
+    host_filter_add("*", HOST_EVERY_LEVEL);
+    std::string shown = text();
+    dup2(former, STDOUT_FILENO);
+    if (testing::Test::HasFailure()) { /* the failure's own text is in it */
+        fputs(shown.c_str(), stdout);
+    }
+    ::close(former);
+    ::close(file);
+}
+
+std::string Reports::text() const
+{
+    fflush(stdout);
+    std::string text((size_t)lseek(file, 0, SEEK_END), '\0');
+    EXPECT_EQ(pread(file, text.data(), text.size(), 0), (ssize_t)text.size());
+    return text;
+}
+
+/* ---- Frame of a test --------------------------------------------------------------------------------------------- */
+
+void Live::SetUp()
+{
+    signal(SIGALRM, out_of_time);
+    alarm(time_limit);
+    host_filter_clear();
+    host_filter_add("*", HOST_EVERY_LEVEL);
+    open_before = open_descriptors();
+}
+
+void Live::TearDown()
+{
+    EXPECT_EQ(open_descriptors(), open_before);
+    alarm(0);
+}
+
+void PrintTo(const Inet &inet, std::ostream *out)
+{
+    *out << inet.name;
+}
+
+std::string Inet::socat_address() const
+{
+    return family == KEL_AF_INET6 ? "[" + std::string(loopback) + "]" : loopback;
+}
+
+const Inet &ipv4()
+{
+    static const Inet inet{"IPv4", KEL_AF_INET, "127.0.0.1", "0.0.0.0", "192.0.2.1", "4", "-4"};
+    return inet;
+}
+
+const Inet &ipv6()
+{
+    static const Inet inet{"IPv6", KEL_AF_INET6, "::1", "::", "2001:db8::1", "6", "-6"};
+    return inet;
+}
+
+std::string name_of_inet(const testing::TestParamInfo<Inet> &info)
+{
+    return info.param.name;
+}
+
+/* ---- Records and ports ------------------------------------------------------------------------------------------- */
+
+kel_sockaddr_t name_of(LONG sockfd)
+{
+    kel_sockaddr_t record;
+    memset(&record, 0, sizeof(record));
+    EXPECT_EQ(kel_getsockname(sockfd, &record), KEL_OK) << strerror(errno);
+    return record;
+}
+
+kel_sockaddr_t peer_of(LONG sockfd)
+{
+    kel_sockaddr_t record;
+    memset(&record, 0, sizeof(record));
+    EXPECT_EQ(kel_getpeername(sockfd, &record), KEL_OK) << strerror(errno);
+    return record;
+}
+
+int port_of(LONG sockfd)
+{
+    return ntohs(name_of(sockfd).sin.sin_port); /* in the same place for both IP families */
+}
+
+int free_port(const Inet &inet, kel_socktype_t type)
+{
+    Descriptor finder(kel_socket(inet.family, type, 0));
+    EXPECT_EQ(kel_bind_str(finder, inet.family, 0, inet.loopback, 0, NULL), KEL_OK) << strerror(errno);
+    int port = port_of(finder);
+    EXPECT_GT(port, 32767) << "the system chooses from another range than usual";
+    return port;
+}
+
+std::string text_of(kel_sockaddr_t record)
+{
+    char text[100];
+    return kel_addr_showstr(&record, text, sizeof(text));
+}
+
+kel_sockaddr_t record_of(const Inet &inet, const char *address, int port)
+{
+    kel_sockaddr_t record;
+    EXPECT_EQ(kel_addr_fill(0, &record, inet.family, (SHORT)port, address, 0, NULL), KEL_OK);
+    return record;
+}
+
+int option(LONG sockfd, int level, int name)
+{
+    int value = -1;
+    socklen_t length = sizeof(value);
+    EXPECT_EQ(kel_getsockopt(sockfd, level, name, &value, &length), 0) << strerror(errno);
+    return value;
+}
+
+/* ---- Data -------------------------------------------------------------------------------------------------------- */
+
+bool wait_for(LONG sockfd, short events)
+{
+    return wait_on((int)sockfd, events);
+}
+
+Descriptor accepted(LONG listener, kel_sockaddr_t *peer)
+{
+    kel_sockaddr_t record;
+    memset(&record, 0, sizeof(record));
+    if (!wait_for(listener, POLLIN)) {
+        return KEL_ERROR;
+    }
+    Descriptor connection(kel_accept(listener, &record));
+    EXPECT_GE(connection, 0) << strerror(errno);
+    if (peer != nullptr) {
+        *peer = record;
+    }
+    return connection;
+}
+
+std::string received(LONG sockfd, size_t size)
+{
+    std::string data(size, '\0');
+    size_t done = 0;
+    while (done < size && wait_for(sockfd, POLLIN)) {
+        LONG count = kel_recv(sockfd, data.data() + done, size - done, 0);
+        EXPECT_GE(count, 0) << strerror(errno);
+        if (count <= 0) {
+            break;
+        }
+        done += (size_t)count;
+    }
+    data.resize(done);
+    return data;
+}
+
+std::string received_datagram(LONG sockfd, kel_sockaddr_t *sender)
+{
+    std::string data(1 << 17, '\0');
+    kel_sockaddr_t record;
+    memset(&record, 0, sizeof(record));
+    if (!wait_for(sockfd, POLLIN)) {
+        return "nothing";
+    }
+    LONG count = kel_recvfrom(sockfd, data.data(), data.size(), 0, &record);
+    EXPECT_GE(count, 0) << strerror(errno);
+    data.resize(count < 0 ? 0 : (size_t)count);
+    if (sender != nullptr) {
+        *sender = record;
+    }
+    return data;
+}
+
+void send_all(LONG sockfd, const std::string &data)
+{
+    size_t done = 0;
+    while (done < data.size()) {
+        LONG count = kel_send(sockfd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
+        ASSERT_GT(count, 0) << strerror(errno);
+        done += (size_t)count;
+    }
+}
+
+void send_datagram(LONG sockfd, const std::string &data, const kel_sockaddr_t &receiver)
+{
+    EXPECT_EQ(kel_sendto(sockfd, data.data(), data.size(), 0, &receiver), (LONG)data.size()) << strerror(errno);
+}
+
+std::string pattern(size_t size)
+{
+    std::string data(size, '\0');
+    unsigned state = 1;
+    for (char &byte : data) {
+        state = state * 1103515245 + 12345;
+        byte = (char)(state >> 16);
+    }
+    return data;
+}
+
+void expect_same(const std::string &arrived, const std::string &sent)
+{
+    size_t same = 0;
+    while (same < std::min(arrived.size(), sent.size()) && arrived[same] == sent[same]) {
+        same++;
+    }
+    EXPECT_TRUE(arrived == sent) << arrived.size() << " bytes instead of " << sent.size() << ", and the first " << same
+                                 << " are the same";
+}
+
+void expect_stream_carries_64_mib(LONG from, LONG to)
+{
+    constexpr size_t total = 64 << 20;
+    constexpr size_t period = 1048583; /* a prime: no buffer is as long */
+    constexpr size_t most = 1 << 20;   /* of one call */
+    static const std::string data = [] {
+        std::string once = pattern(period);
+        return once + once.substr(0, most);
+    }();
+
+    int small = most / 8; /* so that no send fits whole */
+    EXPECT_EQ(kel_setsockopt(from, SOL_SOCKET, SO_SNDBUF, &small, sizeof(small)), 0);
+
+    std::string buffer(most, '\0');
+    size_t sent = 0, arrived = 0, partial = 0;
+    while (arrived < total) {
+        struct pollfd entries[] = {{(int)to, POLLIN, 0}, {(int)(sent < total ? from : -1), POLLOUT, 0}};
+        ASSERT_GT(poll(entries, 2, time_to_wait()), 0) << "stalled after " << arrived << " bytes of " << sent;
+        if (entries[1].revents != 0) {
+            size_t wanted = std::min(most, total - sent);
+            LONG count = kel_send(from, data.data() + sent % period, wanted, MSG_DONTWAIT | MSG_NOSIGNAL);
+            ASSERT_GT(count, 0) << strerror(errno);
+            partial += (size_t)count < wanted ? 1 : 0;
+            sent += (size_t)count;
+        }
+        if (entries[0].revents != 0) {
+            size_t wanted = std::min(most, total - arrived);
+            LONG count = kel_recv(to, buffer.data(), wanted, 0);
+            ASSERT_GT(count, 0) << "the stream ended after " << arrived << " bytes";
+            ASSERT_EQ(memcmp(buffer.data(), data.data() + arrived % period, (size_t)count), 0) << "after " << arrived;
+            arrived += (size_t)count;
+        }
+    }
+    EXPECT_GT(partial, 0U) << "no send was partial, so nothing was seen of their counts";
+}

@@ -1,0 +1,197 @@
+/* What the tests on the real kernel share: owners that tidy up whatever a failed test leaves, peers, and waiting. */
+#ifndef TESTS_LIVE_H
+#define TESTS_LIVE_H
+
+#include <gtest/gtest.h>
+
+#include <errno.h>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "kel_socket.h"
+
+/* A descriptor of the module. The release waits for nothing; a test that is about kel_close() calls it itself. */
+class Descriptor
+{
+  public:
+    Descriptor(LONG made = KEL_ERROR) : number(made)
+    {
+    }
+    ~Descriptor()
+    {
+        close();
+    }
+    Descriptor(Descriptor &&other) noexcept : number(other.number)
+    {
+        other.number = KEL_ERROR;
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    operator LONG() const
+    {
+        return number;
+    }
+    void close();
+
+  private:
+    LONG number;
+};
+
+/* A folder that vanishes with everything in it. */
+class Folder
+{
+  public:
+    Folder();
+    ~Folder();
+    Folder(const Folder &) = delete;
+    Folder &operator=(const Folder &) = delete;
+
+    std::string file(const std::string &name) const
+    {
+        return path + "/" + name;
+    }
+
+    /* A path in it of exactly that many characters. */
+    std::string file_of_length(size_t length) const
+    {
+        return path + "/" + std::string(length - path.size() - 1, 'p');
+    }
+
+  private:
+    std::string path;
+};
+
+/* A network namespace besides the test's own, for as long as the object lives. */
+class Namespace
+{
+  public:
+    Namespace();
+    ~Namespace();
+    Namespace(const Namespace &) = delete;
+    Namespace &operator=(const Namespace &) = delete;
+
+    std::string name() const; /* as ip(8) takes it: the process that holds the namespace */
+    void enter() const;
+
+    /* The calling thread is inside for as long as this lives. Sockets stay where they were made. */
+    class Visit
+    {
+      public:
+        explicit Visit(const Namespace &where);
+        ~Visit();
+        Visit(const Visit &) = delete;
+        Visit &operator=(const Visit &) = delete;
+
+      private:
+        int home;
+    };
+
+  private:
+    pid_t holder;
+    int entry = -1;
+};
+
+/* A program that was written elsewhere, with its three standard streams in the test's hands. Killed when left. */
+class Peer
+{
+  public:
+    explicit Peer(std::vector<std::string> command, const Namespace *where = nullptr);
+    ~Peer();
+    Peer(const Peer &) = delete;
+    Peer &operator=(const Peer &) = delete;
+
+    /* Waits until its standard error says so; fails the test with all that it said if it ends first. */
+    void wait_until_it_says(const std::string &text);
+
+    void write(const std::string &data);
+    void end_input();
+    std::string read(size_t size); /* exactly that much, or less at the end of its output */
+    std::string read_errors();     /* the rest of its standard error */
+    int exit_status();             /* waits for the end */
+
+  private:
+    pid_t pid;
+    int input, output, errors;
+};
+
+/* Shows every report on the console, where the tests suppress them, and collects what the console is given. */
+class Reports
+{
+  public:
+    Reports();
+    ~Reports();
+    Reports(const Reports &) = delete;
+    Reports &operator=(const Reports &) = delete;
+
+    std::string text() const;
+
+  private:
+    int file, former;
+};
+
+/* One test: a time limit, no reports on the console, and as many descriptors open after it as before. */
+class Live : public testing::Test
+{
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+  private:
+    std::vector<std::string> open_before;
+};
+
+/* An IP family and its addresses. */
+struct Inet {
+    const char *name;
+    kel_domain_t family;
+    const char *loopback;
+    const char *wildcard;
+    const char *elsewhere; /* an address that no machine has */
+    const char *socat;     /* what the names of socat's addresses end in */
+    const char *ncat;      /* the option */
+
+    std::string socat_address() const; /* loopback, in brackets where they are needed */
+};
+void PrintTo(const Inet &inet, std::ostream *out);
+const Inet &ipv4();
+const Inet &ipv6();
+
+class LiveInet : public Live, public testing::WithParamInterface<Inet>
+{
+};
+std::string name_of_inet(const testing::TestParamInfo<Inet> &info);
+#define INSTANTIATE_FOR_IPV4_AND_IPV6(suite)                                                                           \
+    INSTANTIATE_TEST_SUITE_P(, suite, testing::Values(ipv4(), ipv6()), name_of_inet)
+
+/* Ports, in host byte order. A free one is beyond 32767: the system's own choice. */
+int port_of(LONG sockfd);
+int free_port(const Inet &inet, kel_socktype_t type);
+std::string text_of(kel_sockaddr_t record);
+kel_sockaddr_t record_of(const Inet &inet, const char *address, int port);
+kel_sockaddr_t name_of(LONG sockfd);
+kel_sockaddr_t peer_of(LONG sockfd);
+
+/* An integer option, or -1. */
+int option(LONG sockfd, int level, int name);
+
+/* Waits for events of poll(2); fails the test when they do not come. */
+bool wait_for(LONG sockfd, short events);
+
+/* kel_accept(), kel_recv() and kel_recvfrom(), each waited for with a limit. */
+Descriptor accepted(LONG listener, kel_sockaddr_t *peer = nullptr);
+std::string received(LONG sockfd, size_t size); /* exactly that much, or less at the end of the stream */
+std::string received_datagram(LONG sockfd, kel_sockaddr_t *sender = nullptr);
+void send_all(LONG sockfd, const std::string &data);
+void send_datagram(LONG sockfd, const std::string &data, const kel_sockaddr_t &receiver);
+
+/* Data in which no two places look alike. */
+std::string pattern(size_t size);
+
+/* Compares data without printing it. */
+void expect_same(const std::string &arrived, const std::string &sent);
+
+/* Moves 64 MiB from one stream to another descriptor's end, and compares every byte. */
+void expect_stream_carries_64_mib(LONG from, LONG to);
+
+#endif

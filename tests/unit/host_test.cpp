@@ -1,0 +1,951 @@
+/*
+ * The stand-in platform, in a program of its own: nothing stands in for the system here but syslog(3). What is chosen
+ * once for a process, by the environment, is seen in children that start afresh.
+ */
+#include <gtest/gtest.h>
+
+#include <errno.h>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <stdarg.h>
+#include <stdlib.h>
+#include <string.h>
+#include <string>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "host.h"
+#include "kel_lib.h"
+#include "kel_module.h"
+#include "kel_prv_socket.h"
+#include "kel_socket.h"
+
+static std::vector<std::string> syslog_records;
+
+extern "C" void syslog(int priority, const char *format, ...)
+{
+    char text[2048];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    syslog_records.push_back(std::to_string(priority) + " " + text);
+    errno = EPIPE; /* as the real one may */
+}
+
+namespace
+{
+
+std::vector<std::string> watched;
+
+void keep(const char *call)
+{
+    watched.push_back(call);
+    errno = EDOM; /* a watch may do so: its callers must not notice */
+}
+
+class Watch
+{
+  public:
+    Watch()
+    {
+        watched.clear();
+        host_watch(keep);
+    }
+    ~Watch()
+    {
+        host_watch(nullptr);
+    }
+};
+
+/* ---- Children --------------------------------------------------------------------------------------------------- */
+
+int info_line, warning_line, err_line;
+
+void subject()
+{
+    info_line = __LINE__ + 1;
+    kel_info_print("info\n");
+    warning_line = __LINE__ + 1;
+    kel_warning_print("warning\n");
+    err_line = __LINE__ + 1;
+    kel_err_print("err %d\r\nsecond line", 7);
+}
+
+void errno_after_a_record()
+{
+    errno = 4242;
+    KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "text");
+    printf("%d", errno);
+}
+
+void errno_after_an_assertion_without_stderr()
+{
+    close(STDERR_FILENO);
+    errno = 4242;
+    KEL_ASSERT_X(0, "file", 2, 0);
+    printf("%d", errno);
+}
+
+void errno_after_a_question()
+{
+    errno = 4242;
+    kel_info_print_filter_is_filtered(2, "name");
+    printf("%d", errno);
+}
+
+void clear_the_filter_and_report()
+{
+    host_filter_clear();
+    subject();
+}
+
+void add_a_key_and_report()
+{
+    host_filter_add("subject", _kel_print_lv_info);
+    subject();
+}
+
+void return_to_the_environments_log()
+{
+    host_log_to("/dev/null");
+    host_log_to(nullptr);
+    subject();
+}
+
+const std::map<std::string, void (*)()> child_roles = {
+    {"subject", subject},
+    {"errno_after_a_record", errno_after_a_record},
+    {"errno_after_an_assertion_without_stderr", errno_after_an_assertion_without_stderr},
+    {"errno_after_a_question", errno_after_a_question},
+    {"clear_the_filter_and_report", clear_the_filter_and_report},
+    {"add_a_key_and_report", add_a_key_and_report},
+    {"return_to_the_environments_log", return_to_the_environments_log},
+};
+
+struct Output {
+    std::string out; /* standard output, then what went to syslog */
+    std::string err;
+};
+
+std::string content_of(FILE *file)
+{
+    std::string content;
+    rewind(file);
+    for (int c; (c = fgetc(file)) != EOF;) {
+        content += (char)c;
+    }
+    fclose(file);
+    return content;
+}
+
+/* This program again, with one role and these variables. */
+Output child(const std::string &role, const char *filter, const char *log)
+{
+    FILE *out = tmpfile();
+    FILE *err = tmpfile();
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(fileno(out), STDOUT_FILENO);
+        dup2(fileno(err), STDERR_FILENO);
+        filter != nullptr ? setenv("KEL_HOST_FILTER", filter, 1) : unsetenv("KEL_HOST_FILTER");
+        log != nullptr ? setenv("KEL_HOST_LOG", log, 1) : unsetenv("KEL_HOST_LOG");
+        execl("/proc/self/exe", "unit_host", "--child", role.c_str(), (char *)nullptr);
+        _exit(127);
+    }
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(status, 0) << role;
+    return {content_of(out), content_of(err)};
+}
+
+int run_child(const std::string &role)
+{
+    child_roles.at(role)();
+    for (const std::string &record : syslog_records) {
+        printf("syslog %s\n", record.c_str());
+    }
+    return 0;
+}
+
+/* ---- Memory, strings, console ----------------------------------------------------------------------------------- */
+
+TEST(MemoryServices, BehaveAsTheirNamesakes)
+{
+    Watch watch;
+    char bytes[4] = {1, 1, 1, 1};
+    const char other[4] = {7, 7, 7, 2};
+
+    EXPECT_EQ(KEL_MemSet(bytes, 7, 3), bytes);
+    EXPECT_EQ(memcmp(bytes, "\7\7\7\1", 4), 0);
+    EXPECT_EQ(KEL_MemCmp(bytes, other, 3), 0);
+    EXPECT_LT(KEL_MemCmp(bytes, other, 4), 0);
+    EXPECT_GT(KEL_MemCmp(other, bytes, 4), 0);
+    EXPECT_EQ(KEL_MemCpy(bytes, other, 4), bytes);
+    EXPECT_EQ(memcmp(bytes, other, 4), 0);
+
+    EXPECT_EQ(watched,
+              (std::vector<std::string>{"KEL_MemSet(set, 7, 3)", "KEL_MemCmp(set, set, 3)", "KEL_MemCmp(set, set, 4)",
+                                        "KEL_MemCmp(set, set, 4)", "KEL_MemCpy(set, set, 4)"}));
+}
+
+TEST(MemoryServices, TolerateANullDestinationOfMemSet)
+{
+    Watch watch;
+
+    EXPECT_EQ(KEL_MemSet(nullptr, 0, 112), nullptr);
+
+    EXPECT_EQ(watched, std::vector<std::string>{"KEL_MemSet(null, 0, 112)"});
+}
+
+TEST(StringServices, BehaveAsTheirNamesakes)
+{
+    Watch watch;
+    char text[8] = "xxxxxxx";
+
+    EXPECT_EQ(KEL_StrCmp("a", "a"), 0);
+    EXPECT_LT(KEL_StrCmp("a", "b"), 0);
+    EXPECT_GT(KEL_StrCmp("b", "a"), 0);
+    EXPECT_EQ(KEL_StrCpy(text, "abc"), text);
+    EXPECT_EQ(std::string(text, 7), std::string("abc\0xxx", 7));
+    EXPECT_EQ(KEL_StrnCpy(text, "de", 2), text); /* cut: no NUL */
+    EXPECT_EQ(std::string(text, 7), std::string("dec\0xxx", 7));
+    EXPECT_EQ(KEL_StrnCpy(text, "f", 6), text); /* short: filled up */
+    EXPECT_EQ(std::string(text, 7), std::string("f\0\0\0\0\0x", 7));
+
+    EXPECT_EQ(watched, (std::vector<std::string>{"KEL_StrCmp(a, a)", "KEL_StrCmp(a, b)", "KEL_StrCmp(b, a)",
+                                                 "KEL_StrCpy(abc)", "KEL_StrnCpy(de, 2)", "KEL_StrnCpy(f, 6)"}));
+}
+
+TEST(PrintServices, BehaveAsTheirNamesakes)
+{
+    Watch watch;
+    char text[16];
+
+    EXPECT_EQ(KEL_Sprintf(text, "%s-%d", "ab", 12), 5);
+    EXPECT_STREQ(text, "ab-12");
+    EXPECT_EQ(KEL_Snprintf(text, 4, "%s-%d", "ab", 12), 5);
+    EXPECT_STREQ(text, "ab-");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(KEL_Printf("%s-%d", "ab", 12), 5);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "ab-12");
+
+    EXPECT_EQ(watched, (std::vector<std::string>{"KEL_Sprintf(%s-%d)", "KEL_Snprintf(4, %s-%d)", "KEL_Printf(%s-%d)"}));
+}
+
+TEST(Watching, EndsWithANullWatch)
+{
+    {
+        Watch watch;
+    }
+    KEL_MemSet(nullptr, 0, 1);
+
+    EXPECT_TRUE(watched.empty());
+}
+
+/* ---- errno ------------------------------------------------------------------------------------------------------ */
+
+int clobbering_decision(int, const char *)
+{
+    errno = EDOM;
+    return 0;
+}
+
+struct Service {
+    const char *name;
+    void (*call)();
+};
+
+char scratch[16];
+kel_module_t scratch_record;
+
+class Services : public testing::TestWithParam<Service>
+{
+};
+
+TEST_P(Services, LeaveErrnoAlone)
+{
+    ASSERT_EQ(host_log_to("syslog"), KEL_OK);
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    {
+        Watch watch;
+        errno = 4242;
+        GetParam().call();
+        int error = errno;
+        EXPECT_EQ(error, 4242);
+        EXPECT_EQ(watched.size(), 1u);
+    }
+    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
+    host_registry_clear();
+}
+
+const Service services[] = {
+    {"MemSet", [] { KEL_MemSet(scratch, 0, 1); }},
+    {"MemCpy", [] { KEL_MemCpy(scratch, "a", 1); }},
+    {"MemCmp", [] { (void)KEL_MemCmp(scratch, "a", 1); }},
+    {"StrCmp", [] { (void)KEL_StrCmp("a", "b"); }},
+    {"StrCpy", [] { KEL_StrCpy(scratch, "a"); }},
+    {"StrnCpy", [] { KEL_StrnCpy(scratch, "a", 2); }},
+    {"Sprintf", [] { KEL_Sprintf(scratch, "a"); }},
+    {"Snprintf", [] { KEL_Snprintf(scratch, 2, "a"); }},
+    {"Printf", [] { KEL_Printf("a"); }},
+    {"Assertion", [] { KEL_ASSERT_X(0, "file", 1, 0); }},
+    {"Log", [] { KEL_SysLog(1, SYSLOG_ERR, "file", 1, "func", "text"); }},
+    {"Register", [] { KEL_module_register("name", &scratch_record); }},
+    {"Filter", [] { kel_info_print_filter_is_filtered(2, "name"); }},
+    {"FilterDecision",
+     [] {
+         host_filter_decide(clobbering_decision);
+         kel_info_print_filter_is_filtered(2, "name");
+         host_filter_decide(nullptr);
+     }},
+};
+
+INSTANTIATE_TEST_SUITE_P(Host, Services, testing::ValuesIn(services),
+                         [](const testing::TestParamInfo<Service> &row) { return row.param.name; });
+
+TEST(Services, LeaveErrnoAloneWhenTheirOutputFails)
+{
+    EXPECT_EQ(child("errno_after_a_record", nullptr, "/dev/full").out, "4242");
+    EXPECT_EQ(child("errno_after_a_record", nullptr, "/no/such/folder/log").out,
+              "4242syslog 11 module 1 file:2 func: text\n");
+    EXPECT_EQ(child("errno_after_an_assertion_without_stderr", nullptr, nullptr).out, "4242");
+    EXPECT_EQ(child("errno_after_a_question", "key:nolevel", nullptr).out, "4242");
+}
+
+/* ---- Print filter ----------------------------------------------------------------------------------------------- */
+
+class Filter : public testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        host_filter_clear();
+    }
+    void TearDown() override
+    {
+        host_filter_decide(nullptr);
+        host_filter_clear();
+    }
+};
+
+TEST_F(Filter, RefusesAKeyOf200Characters)
+{
+    const std::string key(199, 'k');
+
+    EXPECT_EQ(host_filter_add((key + "k").c_str(), HOST_EVERY_LEVEL), KEL_ERROR);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, (key + "k").c_str()), 0);
+    EXPECT_EQ(host_filter_add(key.c_str(), HOST_EVERY_LEVEL), KEL_OK);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, key.c_str()), 1);
+}
+
+TEST_F(Filter, RefusesThe65thKey)
+{
+    for (int i = 0; i < 64; i++) {
+        EXPECT_EQ(host_filter_add(std::to_string(i).c_str(), HOST_EVERY_LEVEL), KEL_OK) << i;
+    }
+
+    EXPECT_EQ(host_filter_add("64", HOST_EVERY_LEVEL), KEL_ERROR);
+
+    EXPECT_EQ(kel_info_print_filter_is_filtered(0, "0"), 1);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(0, "63"), 1);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(0, "64"), 0);
+}
+
+TEST_F(Filter, SuppressesAKeyAtItsLevelAndNoOtherKey)
+{
+    ASSERT_EQ(host_filter_add("f", _kel_print_lv_warning), KEL_OK);
+    ASSERT_EQ(host_filter_add("g.12", HOST_EVERY_LEVEL), KEL_OK);
+
+    EXPECT_EQ(kel_info_print_filter_is_filtered(0, "f"), 0);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(1, "f"), 1);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "f"), 0);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(1, "ff"), 0);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(1, "f.1"), 0);
+    for (int level : {0, 1, 2}) {
+        EXPECT_EQ(kel_info_print_filter_is_filtered(level, "g.12"), 1);
+        EXPECT_EQ(kel_info_print_filter_is_filtered(level, "g.1"), 0);
+        EXPECT_EQ(kel_info_print_filter_is_filtered(level, "g"), 0);
+    }
+}
+
+TEST_F(Filter, SuppressesEveryNameWithAStar)
+{
+    ASSERT_EQ(host_filter_add("*", _kel_print_lv_err), KEL_OK);
+
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "any"), 1);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(1, "any"), 0);
+}
+
+TEST_F(Filter, CopiesItsKeys)
+{
+    char key[] = "f";
+    ASSERT_EQ(host_filter_add(key, HOST_EVERY_LEVEL), KEL_OK);
+    key[0] = 'g';
+
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "f"), 1);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "g"), 0);
+}
+
+TEST_F(Filter, LetsTheProgramDecideInPlaceOfTheKeys)
+{
+    ASSERT_EQ(host_filter_add("key", HOST_EVERY_LEVEL), KEL_OK);
+    Watch watch;
+
+    host_filter_decide([](int level, const char *name) { return strcmp(name, "decided") == 0 ? 40 + level : 0; });
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "decided"), 42);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "key"), 0);
+    host_filter_decide(nullptr);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "decided"), 0);
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "key"), 1);
+
+    EXPECT_EQ(watched, (std::vector<std::string>{"filter(2, decided) = 42", "filter(2, key) = 0",
+                                                 "filter(2, decided) = 0", "filter(2, key) = 1"}));
+}
+
+TEST_F(Filter, SuppressesNothingByItself)
+{
+    for (int level : {0, 1, 2}) {
+        EXPECT_EQ(kel_info_print_filter_is_filtered(level, "any"), 0);
+    }
+    ASSERT_EQ(host_filter_add("any", HOST_EVERY_LEVEL), KEL_OK);
+    host_filter_clear();
+    EXPECT_EQ(kel_info_print_filter_is_filtered(2, "any"), 0);
+}
+
+/* What is left of the three reports of subject(): "info", "warning", "err". */
+std::string reported(const std::string &console)
+{
+    std::string left;
+    for (const char *level : {"info", "warning", "err"}) {
+        if (console.find(std::string(":") + level) != std::string::npos) {
+            left += (left.empty() ? "" : " ") + std::string(level);
+        }
+    }
+    return left;
+}
+
+std::string refused_key(const std::string &key)
+{
+    return "KEL_HOST_FILTER: \"" + key + "\" is no KEY[:info|warning|err], or one too many\n";
+}
+
+std::string keys(int count)
+{
+    std::string list;
+    for (int i = 0; i < count; i++) {
+        list += "key" + std::to_string(i) + ",";
+    }
+    return list;
+}
+
+struct FilterVariable {
+    const char *name;
+    std::string value;
+    const char *reported;
+    std::string err;
+};
+
+class FilterEnvironment : public testing::TestWithParam<FilterVariable>
+{
+};
+
+TEST_P(FilterEnvironment, NamesKeysAndTheirLevels)
+{
+    Output output = child("subject", GetParam().value.c_str(), "/dev/null");
+
+    EXPECT_EQ(reported(output.out), GetParam().reported);
+    EXPECT_EQ(output.err, GetParam().err);
+}
+
+const std::string key_199(199, 'k');
+const std::string key_200(200, 'k');
+
+const FilterVariable filter_variables[] = {
+    {"UnknownLevel", "subject:loud", "info warning err", refused_key("subject:loud")},
+    {"EmptyLevel", "subject:", "info warning err", refused_key("subject:")},
+    {"LevelCutShort", "subject:war", "info warning err", refused_key("subject:war")},
+    {"LevelTooLong", "subject:errs", "info warning err", refused_key("subject:errs")},
+    {"TwoLevels", "subject:err:info", "info warning err", refused_key("subject:err:info")},
+    {"LevelAsNumber", "subject:2", "info warning err", refused_key("subject:2")},
+    {"BadKeyBeforeAGoodOne", "subject:loud,subject:err", "info warning", refused_key("subject:loud")},
+    {"KeyTooLong", key_200 + ",subject", "", refused_key(key_200)},
+    {"LongestKey", key_199 + ",subject", "", ""},
+    {"The65thKey", keys(64) + "subject", "info warning err", refused_key("subject")},
+    {"The64thKey", keys(63) + "subject", "", ""},
+    {"Empty", "", "info warning err", ""},
+    {"CommasAlone", ",,", "info warning err", ""},
+    {"OtherNames", "sub,subjects,subject.1", "info warning err", ""},
+    {"Name", "subject", "", ""},
+    {"NameBetweenOthers", "other,subject,another", "", ""},
+    {"NameAtInfo", "subject:info", "warning err", ""},
+    {"NameAtWarning", "subject:warning", "info err", ""},
+    {"NameAtErr", "subject:err", "info warning", ""},
+    {"NameAtTwoLevels", "subject:err,subject:info", "warning", ""},
+    {"Star", "*", "", ""},
+    {"StarAtErr", "*:err", "info warning", ""},
+};
+
+INSTANTIATE_TEST_SUITE_P(Host, FilterEnvironment, testing::ValuesIn(filter_variables),
+                         [](const testing::TestParamInfo<FilterVariable> &row) { return row.param.name; });
+
+TEST(FilterEnvironment, NamesOneLine)
+{
+    testing::internal::CaptureStdout();
+    subject(); /* tells its lines */
+    testing::internal::GetCapturedStdout();
+
+    Output output = child("subject", ("subject." + std::to_string(warning_line)).c_str(), "/dev/null");
+
+    EXPECT_EQ(reported(output.out), "info err");
+}
+
+TEST(FilterEnvironment, IsReadBeforeTheProgramAddsOrClears)
+{
+    EXPECT_EQ(reported(child("add_a_key_and_report", "subject:err", "/dev/null").out), "warning");
+    EXPECT_EQ(reported(child("clear_the_filter_and_report", "*", "/dev/null").out), "info warning err");
+}
+
+TEST(FilterEnvironment, SuppressesNothingWhenUnset)
+{
+    Output output = child("subject", nullptr, "/dev/null");
+
+    EXPECT_EQ(reported(output.out), "info warning err");
+    EXPECT_EQ(output.err, "");
+}
+
+/* ---- Log -------------------------------------------------------------------------------------------------------- */
+
+class Log : public testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        path = testing::TempDir() + "host_test.XXXXXX";
+        int fd = mkstemp(path.data());
+        ASSERT_NE(fd, -1);
+        ASSERT_EQ(write(fd, "before\n", 7), 7);
+        close(fd);
+        syslog_records.clear();
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(host_log_to("syslog"), KEL_OK);
+        unlink(path.c_str());
+    }
+
+    std::string lines() const
+    {
+        std::ifstream file(path);
+        std::stringstream content;
+        content << file.rdbuf();
+        return content.str();
+    }
+
+    std::string path;
+};
+
+const std::string stamp = "\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ ";
+
+bool matches(const std::string &text, const std::string &pattern)
+{
+    return std::regex_match(text, std::regex(pattern));
+}
+
+TEST_F(Log, StaysWhereItWasWhenAFileCannotBeOpened)
+{
+    ASSERT_EQ(host_log_to(path.c_str()), KEL_OK);
+
+    errno = 0;
+    EXPECT_EQ(host_log_to("/no/such/folder/log"), KEL_ERROR);
+    EXPECT_EQ(errno, ENOENT);
+    KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "text");
+
+    EXPECT_TRUE(matches(lines(), "before\n" + stamp + "err module 1 file:2 func: text\n")) << lines();
+    EXPECT_TRUE(syslog_records.empty());
+}
+
+TEST_F(Log, TakesOneLineOfARecordAndAtMost1023Characters)
+{
+    ASSERT_EQ(host_log_to(path.c_str()), KEL_OK);
+
+    KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "%s\r\nsecond", "first");
+    KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "%s\nsecond", "first");
+    KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "%s", std::string(2000, 'x').c_str());
+
+    EXPECT_TRUE(matches(lines(), "before\n(" + stamp + "err module 1 file:2 func: first\n){2}" + stamp +
+                                     "err module 1 file:2 func: x{1023}\n"))
+        << lines();
+}
+
+TEST_F(Log, LeavesNoDescriptorOpenWhenItMoves)
+{
+    auto free_descriptor = [] {
+        int fd = open("/dev/null", O_RDONLY);
+        close(fd);
+        return fd;
+    };
+    ASSERT_EQ(host_log_to("syslog"), KEL_OK);
+    int before = free_descriptor();
+
+    for (const char *target : {path.c_str(), "/dev/null", path.c_str(), "stderr", "/dev/null", "syslog", "stderr"}) {
+        EXPECT_EQ(host_log_to(target), KEL_OK);
+    }
+
+    EXPECT_EQ(free_descriptor(), before);
+    EXPECT_NE(fcntl(STDERR_FILENO, F_GETFD), -1); /* not ours to close */
+}
+
+TEST_F(Log, IsNotInheritedByProgramsThatAreStarted)
+{
+    int next = open("/dev/null", O_RDONLY);
+    close(next);
+    ASSERT_EQ(host_log_to(path.c_str()), KEL_OK);
+
+    EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(Log, GoesToSyslogAtTheLevelsPriority)
+{
+    struct {
+        int level;
+        int priority;
+    } const rows[] = {{SYSLOG_CRIT, LOG_CRIT}, {SYSLOG_ERR, LOG_ERR},     {SYSLOG_WARNING, LOG_WARNING},
+                      {SYSLOG_INFO, LOG_INFO}, {SYSLOG_DEBUG, LOG_DEBUG}, {0, LOG_DEBUG},
+                      {6, LOG_DEBUG}};
+    ASSERT_EQ(host_log_to("syslog"), KEL_OK);
+    for (const auto &row : rows) {
+        syslog_records.clear();
+
+        KEL_SysLog(9, row.level, "file", 2, "func", "text %d\r\n", 3);
+
+        EXPECT_EQ(syslog_records,
+                  std::vector<std::string>{std::to_string(LOG_USER | row.priority) + " module 9 file:2 func: text 3"});
+    }
+}
+
+TEST_F(Log, NamesTheLevelsInAFile)
+{
+    struct {
+        int level;
+        const char *name;
+    } const rows[] = {{-1, "\\?"},    {0, "\\?"},  {1, "crit"},  {2, "err"},
+                      {3, "warning"}, {4, "info"}, {5, "debug"}, {6, "\\?"}};
+    std::string expected = "before\n";
+    ASSERT_EQ(host_log_to(path.c_str()), KEL_OK);
+    for (const auto &row : rows) {
+        KEL_SysLog(18446744073709551615ul, row.level, "file", 2, "func", "text");
+        expected += stamp + row.name + " module 18446744073709551615 file:2 func: text\n";
+    }
+
+    EXPECT_TRUE(matches(lines(), expected)) << lines();
+}
+
+TEST_F(Log, TellsTheWatchTheFormatAndTheWholeText)
+{
+    Watch watch;
+
+    KEL_SysLog(9, SYSLOG_ERR, "file", 2, "func", "text %d\r\n", 3);
+
+    EXPECT_EQ(watched, std::vector<std::string>{"log(9, 2, file, 2, func) text %d\r\n|text 3\r\n"});
+}
+
+TEST_F(Log, GoesToStandardError)
+{
+    ASSERT_EQ(host_log_to("stderr"), KEL_OK);
+    testing::internal::CaptureStderr();
+
+    KEL_SysLog(9, SYSLOG_WARNING, "file", 2, "func", "text %d", 3);
+
+    std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(matches(err, stamp + "warning module 9 file:2 func: text 3\n")) << err;
+    EXPECT_TRUE(syslog_records.empty());
+}
+
+TEST_F(Log, KeepsTheLinesOfManyThreadsWhole)
+{
+    constexpr int threads = 8, records = 200;
+    ASSERT_EQ(host_log_to(path.c_str()), KEL_OK);
+
+    std::vector<std::thread> running;
+    for (int t = 0; t < threads; t++) {
+        running.emplace_back([t] {
+            for (int i = 0; i < records; i++) {
+                KEL_SysLog((ULONG)t, SYSLOG_ERR, "file", i, "func", "%s", std::string(900, (char)('a' + t)).c_str());
+            }
+        });
+    }
+    for (std::thread &thread : running) {
+        thread.join();
+    }
+
+    /* Every thread's records are there, each in one piece, and in that thread's order. */
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    EXPECT_EQ(line, "before");
+    std::vector<int> next(threads);
+    while (std::getline(file, line)) {
+        size_t module = line.find("err module ");
+        ASSERT_EQ(module, 21u) << line;
+        int t = line.at(module + 11) - '0';
+        ASSERT_TRUE(t >= 0 && t < threads) << line;
+        ASSERT_EQ(line.substr(21), "err module " + std::to_string(t) + " file:" + std::to_string(next[(size_t)t]++) +
+                                       " func: " + std::string(900, (char)('a' + t)));
+    }
+    EXPECT_EQ(next, std::vector<int>(threads, records));
+}
+
+/* The records of subject() with their lines and stamps. */
+std::string records_of_subject(const std::string &before_warning, const std::string &before_err)
+{
+    testing::internal::CaptureStdout();
+    subject(); /* tells its lines */
+    testing::internal::GetCapturedStdout();
+    const std::string place = " module 0 tests/unit/host_test.cpp:";
+    return before_warning + place + std::to_string(warning_line) + " subject: warning\n" + before_err + place +
+           std::to_string(err_line) + " subject: err 7\n";
+}
+
+std::string syslog_of(const std::string &out)
+{
+    size_t first = out.find("syslog ");
+    return first == std::string::npos ? "" : out.substr(first);
+}
+
+const std::string warning_record = "syslog " + std::to_string(LOG_USER | LOG_WARNING);
+const std::string err_record = "syslog " + std::to_string(LOG_USER | LOG_ERR);
+
+TEST_F(Log, GoesToSyslogWhenTheEnvironmentSaysNothing)
+{
+    for (const char *value : {(const char *)nullptr, "syslog"}) {
+        Output output = child("subject", nullptr, value);
+
+        EXPECT_EQ(syslog_of(output.out), records_of_subject(warning_record, err_record));
+        EXPECT_EQ(output.err, "");
+    }
+}
+
+TEST_F(Log, GoesToSyslogWhenTheEnvironmentsFileCannotBeOpened)
+{
+    for (const char *value : {"/no/such/folder/log", ""}) {
+        Output output = child("subject", nullptr, value);
+
+        EXPECT_EQ(syslog_of(output.out), records_of_subject(warning_record, err_record));
+        EXPECT_EQ(output.err, std::string("KEL_HOST_LOG: cannot open ") + value +
+                                  ": No such file or directory; the log goes to syslog\n");
+    }
+}
+
+TEST_F(Log, GoesToTheEnvironmentsFileBehindWhatIsThere)
+{
+    Output output = child("subject", nullptr, path.c_str());
+
+    EXPECT_TRUE(matches(lines(), "before\n" + records_of_subject(stamp + "warning", stamp + "err"))) << lines();
+    EXPECT_EQ(syslog_of(output.out), "");
+    EXPECT_EQ(output.err, "");
+}
+
+TEST_F(Log, GoesToTheEnvironmentsStandardError)
+{
+    Output output = child("subject", nullptr, "stderr");
+
+    EXPECT_TRUE(matches(output.err, records_of_subject(stamp + "warning", stamp + "err"))) << output.err;
+    EXPECT_EQ(syslog_of(output.out), "");
+}
+
+TEST_F(Log, ReturnsToTheEnvironmentsChoice)
+{
+    Output output = child("return_to_the_environments_log", nullptr, path.c_str());
+
+    EXPECT_TRUE(matches(lines(), "before\n" + records_of_subject(stamp + "warning", stamp + "err"))) << lines();
+}
+
+TEST_F(Log, MakesAFileThatIsNotThere)
+{
+    unlink(path.c_str());
+    ASSERT_EQ(host_log_to(path.c_str()), KEL_OK);
+
+    KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "text");
+
+    EXPECT_TRUE(matches(lines(), stamp + "err module 1 file:2 func: text\n")) << lines();
+}
+
+/* ---- Registry --------------------------------------------------------------------------------------------------- */
+
+class Registry : public testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        host_registry_clear();
+        memset((void *)records, 0, sizeof(records));
+    }
+    void TearDown() override
+    {
+        host_registry_clear();
+        memset((void *)&g_module_socket, 0, sizeof(g_module_socket));
+    }
+
+    kel_module_t records[257];
+};
+
+TEST_F(Registry, RefusesANameThatDoesNotFit)
+{
+    const std::string name(47, 'n');
+
+    EXPECT_EQ(KEL_module_register((name + "n").c_str(), &records[0]), KEL_ERROR);
+    EXPECT_EQ(host_registry_count(), 0u);
+    EXPECT_EQ(records[0].name[0], '\0');
+    EXPECT_EQ(KEL_module_register(name.c_str(), &records[0]), KEL_OK);
+    EXPECT_EQ(records[0].name, name);
+}
+
+TEST_F(Registry, TakesThe256LegalIdentifiersAndRefusesThe257thModule)
+{
+    for (ULONG id = 0; id < 256; id++) {
+        EXPECT_EQ(host_registry_record(id), nullptr);
+        ASSERT_EQ(KEL_module_register(std::to_string(id).c_str(), &records[id]), KEL_OK);
+        EXPECT_EQ(records[id].moduleID, id);
+        EXPECT_EQ(records[id].name, std::to_string(id));
+        EXPECT_EQ(host_registry_record(id), &records[id]);
+        EXPECT_EQ(host_registry_count(), id + 1);
+    }
+
+    EXPECT_EQ(KEL_module_register("one more", &records[256]), KEL_ERROR);
+    EXPECT_EQ(host_registry_count(), 256u);
+    EXPECT_EQ(host_registry_record(256), nullptr);
+    EXPECT_EQ(records[256].moduleID, 0u);
+    EXPECT_EQ(records[256].name[0], '\0');
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(socket_module_init(), KEL_ERROR);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "module socket register error \r\n");
+}
+
+TEST_F(Registry, ForgetsEveryModuleAndLeavesItsRecord)
+{
+    ASSERT_EQ(KEL_module_register("a", &records[0]), KEL_OK);
+    ASSERT_EQ(KEL_module_register("b", &records[1]), KEL_OK);
+
+    host_registry_clear();
+
+    EXPECT_EQ(host_registry_count(), 0u);
+    EXPECT_EQ(host_registry_record(0), nullptr);
+    EXPECT_STREQ(records[1].name, "b");
+    EXPECT_EQ(records[1].moduleID, 1u);
+    EXPECT_EQ(KEL_module_register("c", &records[2]), KEL_OK);
+    EXPECT_EQ(records[2].moduleID, 0u);
+}
+
+TEST_F(Registry, WritesNameAndIdentifierAlone)
+{
+    memset((void *)&records[0], 0x5a, sizeof(records[0]));
+    kel_module_t expected = records[0];
+    strcpy(expected.name, "module");
+    expected.moduleID = 0;
+    Watch watch;
+
+    EXPECT_EQ(KEL_module_register("module", &records[0]), KEL_OK);
+
+    EXPECT_EQ(memcmp((void *)&records[0], (void *)&expected, sizeof(expected)), 0);
+    EXPECT_EQ(watched, std::vector<std::string>{"register(module) = 0"});
+}
+
+TEST_F(Registry, GivesEveryThreadAnIdentifierOfItsOwn)
+{
+    std::vector<std::thread> running;
+    for (int t = 0; t < 8; t++) {
+        running.emplace_back([this, t] {
+            for (int i = 0; i < 32; i++) {
+                EXPECT_EQ(KEL_module_register("thread", &records[32 * t + i]), KEL_OK);
+            }
+        });
+    }
+    for (std::thread &thread : running) {
+        thread.join();
+    }
+
+    std::set<ULONG> identifiers;
+    for (int i = 0; i < 256; i++) {
+        identifiers.insert(records[i].moduleID);
+        EXPECT_EQ(host_registry_record(records[i].moduleID), &records[i]);
+    }
+    EXPECT_EQ(identifiers.size(), 256u);
+}
+
+TEST_F(Registry, TakesTheSocketModule)
+{
+    ASSERT_EQ(KEL_module_register("other", &records[0]), KEL_OK);
+    kel_module_t expected = {};
+    strcpy(expected.name, "KEL_socket");
+    expected.moduleID = 1;
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(socket_module_init(), KEL_OK);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+
+    EXPECT_EQ(host_registry_record(1), &g_module_socket);
+    EXPECT_EQ(memcmp((void *)&g_module_socket, (void *)&expected, sizeof(expected)), 0);
+}
+
+/* ---- Assertion -------------------------------------------------------------------------------------------------- */
+
+TEST(AssertionHandler, ReportsAndCountsAFailedAssertionAndReturns)
+{
+    Watch watch;
+    ULONG before = host_assertions();
+    testing::internal::CaptureStderr();
+
+    KEL_ASSERT_X(0, "file", 12, 3);
+    KEL_ASSERT_X(0, "file", 13, 0);
+
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "file:12: assertion failed (code 3)\nfile:13: assertion failed (code 0)\n");
+    EXPECT_EQ(host_assertions(), before + 2);
+    EXPECT_EQ(watched, (std::vector<std::string>{"assert(0, file, 12, 3)", "assert(0, file, 13, 0)"}));
+}
+
+TEST(AssertionHandler, IsSilentAboutOneThatHolds)
+{
+    Watch watch;
+    ULONG before = host_assertions();
+    testing::internal::CaptureStderr();
+
+    KEL_ASSERT_X(1, "file", 12, 0);
+    KEL_ASSERT_X(-1, "file", 12, 0);
+    KEL_ASSERT_X(0x100000000, "file", 12, 0);
+
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(host_assertions(), before);
+    EXPECT_EQ(watched.size(), 3u);
+}
+
+/* ---- The print filter's record ---------------------------------------------------------------------------------- */
+
+TEST(PrintFilterRecord, CarriesAnIdentifierAndANameOfItsOwn)
+{
+    EXPECT_EQ(module_print_filter.moduleID, 0u);
+    EXPECT_STREQ(module_print_filter.name, "KEL_print_filter");
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc == 3 && std::string(argv[1]) == "--child") {
+        return run_child(argv[2]);
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
