@@ -26,7 +26,6 @@ class GuestTest(unittest.TestCase):
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
-            text=True,
             env=environment,
             **more,
         )
@@ -36,7 +35,7 @@ class GuestTest(unittest.TestCase):
 
     def finish(self, process):
         """Status, output and errors; nothing is left behind, neither files nor processes."""
-        output, errors = process.communicate(timeout=90)
+        output, errors = (data.decode() for data in process.communicate(timeout=90))
         self.assertEqual(list(self.folder.iterdir()), [])
         left = []
         for entry in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
@@ -53,9 +52,9 @@ class GuestTest(unittest.TestCase):
         return self.finish(self.start(*command, **more))
 
     def test_output_is_whole_and_outputs_stay_apart(self):
-        status, output, errors = self.run_guest("bash", "-c", "seq 10000; seq 5 >&2")
+        status, output, errors = self.run_guest("bash", "-c", "seq 100000; seq 5 >&2")
         self.assertEqual(status, 0, errors)
-        self.assertEqual(output, "".join(f"{number}\n" for number in range(1, 10001)))
+        self.assertEqual(output, "".join(f"{number}\n" for number in range(1, 100001)))
         self.assertEqual(errors, "1\n2\n3\n4\n5\n")
 
     def test_command_has_root_network_directory_environment_and_its_own_status(self):
@@ -81,7 +80,7 @@ class GuestTest(unittest.TestCase):
 
     def test_two_at_a_time(self):
         first, second = self.start("echo", "first"), self.start("echo", "second")
-        self.assertEqual(second.communicate(timeout=90)[0], "second\n")
+        self.assertEqual(second.communicate(timeout=90)[0], b"second\n")
         self.assertEqual(second.returncode, 0)
         self.assertEqual(self.finish(first)[:2], (0, "first\n"))
 
@@ -128,7 +127,7 @@ class GuestTest(unittest.TestCase):
     def test_signals_end_the_kernel(self):
         for number in (signal.SIGINT, signal.SIGTERM):
             process = self.start("bash", "-c", "echo began; sleep 1000")
-            self.assertEqual(process.stdout.readline(), "began\n")
+            self.assertEqual(process.stdout.readline(), b"began\n")
             process.send_signal(number)
             self.assertEqual(self.finish(process)[0], 128 + number)
 

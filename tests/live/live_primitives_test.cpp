@@ -170,11 +170,12 @@ TEST_P(LiveInetPrimitives, OptionsAreReallySet)
 
     EXPECT_EQ(kel_setsockopt(sockfd, IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)), 0);
     EXPECT_EQ(option(sockfd, IPPROTO_TCP, TCP_NODELAY), 1);
-    socklen_t length = 1;
-    UCHAR byte = 0;
-    EXPECT_EQ(kel_getsockopt(sockfd, IPPROTO_TCP, TCP_NODELAY, &byte, &length), 0);
-    EXPECT_EQ(length, 1U);
-    EXPECT_EQ(byte, 1);
+    int values[2] = {0, 77};
+    socklen_t length = sizeof(values);
+    EXPECT_EQ(kel_getsockopt(sockfd, IPPROTO_TCP, TCP_NODELAY, values, &length), 0);
+    EXPECT_EQ(length, sizeof(int)) << "the value's length comes back";
+    EXPECT_EQ(values[0], 1);
+    EXPECT_EQ(values[1], 77);
     EXPECT_EQ(kel_setsockopt(sockfd, IPPROTO_TCP, 9999, &value, sizeof(value)), KEL_ERROR);
     EXPECT_EQ(errno, ENOPROTOOPT);
     EXPECT_EQ(kel_setsockopt(sockfd, IPPROTO_TCP, TCP_NODELAY, &value, 1), KEL_ERROR);

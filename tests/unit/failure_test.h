@@ -7,6 +7,7 @@
 #define TESTS_UNIT_FAILURE_TEST_H
 
 #include "expected.h"
+#include "rows.h"
 
 #include <functional>
 #include <ostream>
@@ -66,12 +67,6 @@ template <typename Row> std::string filtered_name(const testing::TestParamInfo<s
 {
     static const char *const ways[] = {"", "_FilteredByLine", "_FilteredByName"};
     return std::get<0>(info.param).name + std::string(ways[(int)std::get<1>(info.param)]);
-}
-
-/* The name of a table's row. */
-template <typename Row> std::string row_name(const testing::TestParamInfo<Row> &info)
-{
-    return info.param.name;
 }
 
 #endif

@@ -4,13 +4,13 @@
  */
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <errno.h>
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <map>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <stdarg.h>
 #include <stdlib.h>
@@ -27,6 +27,7 @@
 #include "kel_module.h"
 #include "kel_prv_socket.h"
 #include "kel_socket.h"
+#include "rows.h"
 
 static std::vector<std::string> syslog_records;
 
@@ -311,8 +312,7 @@ const Service services[] = {
      }},
 };
 
-INSTANTIATE_TEST_SUITE_P(Host, Services, testing::ValuesIn(services),
-                         [](const testing::TestParamInfo<Service> &row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Host, Services, testing::ValuesIn(services), row_name<Service>);
 
 TEST(Services, LeaveErrnoAloneWhenTheirOutputFails)
 {
@@ -496,8 +496,7 @@ const FilterVariable filter_variables[] = {
     {"StarAtErr", "*:err", "info warning", ""},
 };
 
-INSTANTIATE_TEST_SUITE_P(Host, FilterEnvironment, testing::ValuesIn(filter_variables),
-                         [](const testing::TestParamInfo<FilterVariable> &row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Host, FilterEnvironment, testing::ValuesIn(filter_variables), row_name<FilterVariable>);
 
 TEST(FilterEnvironment, NamesOneLine)
 {
@@ -513,6 +512,9 @@ TEST(FilterEnvironment, NamesOneLine)
 TEST(FilterEnvironment, IsReadBeforeTheProgramAddsOrClears)
 {
     EXPECT_EQ(reported(child("add_a_key_and_report", "subject:err", "/dev/null").out), "warning");
+    Output full = child("add_a_key_and_report", keys(64).c_str(), "/dev/null"); /* the program's key is the 65th */
+    EXPECT_EQ(reported(full.out), "info warning err");
+    EXPECT_EQ(full.err, "");
     EXPECT_EQ(reported(child("clear_the_filter_and_report", "*", "/dev/null").out), "info warning err");
 }
 
@@ -864,24 +866,29 @@ TEST_F(Registry, WritesNameAndIdentifierAlone)
 
 TEST_F(Registry, GivesEveryThreadAnIdentifierOfItsOwn)
 {
-    std::vector<std::thread> running;
-    for (int t = 0; t < 8; t++) {
-        running.emplace_back([this, t] {
-            for (int i = 0; i < 32; i++) {
-                EXPECT_EQ(KEL_module_register("thread", &records[32 * t + i]), KEL_OK);
-            }
-        });
-    }
-    for (std::thread &thread : running) {
-        thread.join();
-    }
+    constexpr int threads = 4, each = 256 / threads;
+    for (int round = 0; round < 50; round++) {
+        host_registry_clear();
+        std::atomic<int> waiting{threads};
+        std::vector<std::thread> running;
+        for (int t = 0; t < threads; t++) {
+            running.emplace_back([&, t] {
+                for (waiting--; waiting > 0;) { /* all at once */
+                }
+                for (int i = 0; i < each; i++) {
+                    EXPECT_EQ(KEL_module_register("thread", &records[each * t + i]), KEL_OK);
+                }
+            });
+        }
+        for (std::thread &thread : running) {
+            thread.join();
+        }
 
-    std::set<ULONG> identifiers;
-    for (int i = 0; i < 256; i++) {
-        identifiers.insert(records[i].moduleID);
-        EXPECT_EQ(host_registry_record(records[i].moduleID), &records[i]);
+        ASSERT_EQ(host_registry_count(), 256u);
+        for (int i = 0; i < 256; i++) {
+            ASSERT_EQ(host_registry_record(records[i].moduleID), &records[i]);
+        }
     }
-    EXPECT_EQ(identifiers.size(), 256u);
 }
 
 TEST_F(Registry, TakesTheSocketModule)

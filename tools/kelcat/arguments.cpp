@@ -110,13 +110,12 @@ double rate(std::string text)
     return unit * (double)number(text, 10, 1, 1000000000, "rate");
 }
 
-const std::string &checked_path(const std::string &path)
+void check_path_length(const std::string &path)
 {
     if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
         bad_usage("the path \"%s\" has %zu characters: give 1 to %zu", path.c_str(), path.size(),
                   sizeof(sockaddr_un::sun_path) - 1);
     }
-    return path;
 }
 
 /* [ADDR:]PORT, with an IPv6 address in brackets. */
@@ -179,7 +178,8 @@ void parse_endpoint(const std::string &text, Arguments *arguments)
     case Transport::UnixStream:
     case Transport::UnixDatagram:
         arguments->family = KEL_AF_UNIX;
-        arguments->path = checked_path(rest);
+        check_path_length(rest);
+        arguments->path = rest;
         break;
     case Transport::Packet: {
         size_t comma = rest.rfind(',');
@@ -203,7 +203,7 @@ void parse_local(Arguments *arguments)
         bad_usage("--local is for tcp:, udp: and unix-dgram: endpoints alone");
     }
     if (arguments->transport == Transport::UnixDatagram) {
-        checked_path(arguments->local_text);
+        check_path_length(arguments->local_text);
         return;
     }
     AddressPort parsed = address_port(arguments->local_text, true, 1);

@@ -269,8 +269,8 @@ int Endpoint::open_packet()
         return refuse("open", "there is no such interface; `ip link` lists them");
     }
     /* Protocol 0 receives nothing. */
-    sockfd =
-        kel_raw_server_socket_create(arguments.send_only ? 0 : (SHORT)arguments.protocol, arguments.interface.c_str());
+    sockfd = kel_raw_server_socket_create((SHORT)(arguments.send_only ? 0 : arguments.protocol),
+                                          arguments.interface.c_str());
     if (sockfd == KEL_ERROR) {
         return errno == EPERM ? refuse("open", "it needs the raw-socket privilege (CAP_NET_RAW)") : cannot("open");
     }

@@ -15,7 +15,7 @@ class SocketFile
     SocketFile &operator=(const SocketFile &) = delete;
     ~SocketFile();
 
-    void made(const std::string &path);
+    void made(const std::string &name);
     void remove();
 
   private:

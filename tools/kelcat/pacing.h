@@ -12,7 +12,7 @@ enum class Turn { Send, Wait, NobodyListens, Lost };
 class Pacing
 {
   public:
-    Pacing(const Arguments &arguments, LONG sockfd);
+    Pacing(const Arguments &arguments, LONG socket);
 
     /* Whether the next datagram may go; otherwise, with Wait, until receives the time to ask again. */
     Turn next(const kel_sockaddr_t &to, double now, double *until);

@@ -1,6 +1,7 @@
 #include "progress.h"
 
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <stdio_ext.h>
@@ -119,8 +120,8 @@ void Progress::show(double now)
             amount((double)received_bytes).c_str(), rate.c_str());
     if (input_size != 0 && input_bytes != 0) {
         double part = input_bytes < input_size ? (double)input_bytes / (double)input_size : 1;
-        int left = (int)((now - start) * (1 - part) / part + 0.5);
-        fprintf(stderr, ", %.0f %%, %d:%02d left", part * 100, left / 60, left % 60);
+        long left = lround((now - start) * (1 - part) / part);
+        fprintf(stderr, ", %.0f %%, %ld:%02ld left", part * 100, left / 60, left % 60);
     }
     fputs("\033[K", stderr);
     fflush(stderr);

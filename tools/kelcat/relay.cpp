@@ -18,16 +18,16 @@
 namespace
 {
 
-const size_t piece = 64 * 1024;       /* one read of a stream */
-const size_t in_limit = 256 * 1024;   /* what may wait for standard output */
-const size_t frame_limit = 64 * 1024; /* more than any interface takes */
-const double input_patience = 0.5;    /* silence of the input that ends it once the peer has ended */
-const double nap = 0.001;             /* until a full queue is tried again */
+const size_t piece = 64 << 10;       /* one read of a stream */
+const size_t in_limit = 256 << 10;   /* what may wait for standard output */
+const size_t frame_limit = 64 << 10; /* more than any interface takes */
+const double input_patience = 0.5;   /* silence of the input that ends it once the peer has ended */
+const double nap = 0.001;            /* until a full queue is tried again */
 
 class Relay
 {
   public:
-    Relay(const Arguments &arguments, const Endpoint &endpoint, int output);
+    Relay(const Arguments &given, const Endpoint &endpoint, int output_fd);
 
     int run();
 
