@@ -61,8 +61,8 @@ void read_environment()
         size_t length = strcspn(rest, ",");
         size_t name = strcspn(rest, ",:");
         int level = HOST_EVERY_LEVEL;
-        if ((name < length && !level_of(rest + name + 1, length - name - 1, &level)) ||
-            add_key(rest, name, level) != KEL_OK) {
+        bool known = name == length || level_of(rest + name + 1, length - name - 1, &level);
+        if (length != 0 && (!known || name == 0 || add_key(rest, name, level) != KEL_OK)) {
             fprintf(stderr, "KEL_HOST_FILTER: \"%.*s\" is no KEY[:info|warning|err], or one too many\n", (int)length,
                     rest);
         }

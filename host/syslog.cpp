@@ -39,7 +39,7 @@ LONG choose(const char *name)
     int former = target;
     target = chosen;
     pthread_mutex_unlock(&target_lock);
-    if (former > STDERR_FILENO) {
+    if (former != TO_SYSLOG && former != STDERR_FILENO) {
         close(former);
     }
     return KEL_OK;

@@ -3,13 +3,15 @@
 
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import sys
 import tempfile
 import unittest
 
-GUEST = pathlib.Path(__file__).resolve().parent / "guest"
+HERE = pathlib.Path(__file__).resolve().parent
+GUEST = HERE / "guest"
 
 
 class GuestTest(unittest.TestCase):
@@ -19,10 +21,10 @@ class GuestTest(unittest.TestCase):
         self.folder = pathlib.Path(holder.name)
         self.folder.chmod(0o777)
 
-    def start(self, *command, options=(), prefix=(), **more):
+    def start(self, *command, options=(), prefix=(), guest=GUEST, **more):
         environment = dict(os.environ, TMPDIR=str(self.folder), **more.pop("environment", {}))
         process = subprocess.Popen(
-            [*prefix, str(GUEST), "--memory", "256M", "--timeout", "60", *options, "--", *command],
+            [*prefix, str(guest), "--memory", "256M", "--timeout", "60", *options, "--", *command],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
@@ -86,7 +88,13 @@ class GuestTest(unittest.TestCase):
 
     def test_ordinary_user_is_root_inside(self):
         nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-        status, output, errors = self.run_guest("id", "-u", prefix=nobody if os.geteuid() == 0 else [])
+        with tempfile.TemporaryDirectory(prefix="guest-copy-", dir="/var/tmp") as copy:  # root's tree may be root's alone
+            os.chmod(copy, 0o755)
+            for name in ("guest", "guest_init", "guest_preload.c"):
+                shutil.copy(HERE / name, copy)
+            status, output, errors = self.run_guest(
+                "id", "-u", prefix=nobody if os.geteuid() == 0 else [], guest=pathlib.Path(copy, "guest"), cwd="/"
+            )
         self.assertEqual((status, output), (0, "0\n"), errors)
 
     def test_what_the_command_leaves_running_is_ended(self):

@@ -148,6 +148,14 @@ std::string content_of(FILE *file)
     return content;
 }
 
+/* By its name: under an emulator, /proc/self/exe itself is the emulator. */
+std::string this_program()
+{
+    char path[4096];
+    ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
+    return std::string(path, length > 0 ? (size_t)length : 0);
+}
+
 /* This program again, with one role and these variables. */
 Output child(const std::string &role, const char *filter, const char *log)
 {
@@ -159,7 +167,7 @@ Output child(const std::string &role, const char *filter, const char *log)
         dup2(fileno(err), STDERR_FILENO);
         filter != nullptr ? setenv("KEL_HOST_FILTER", filter, 1) : unsetenv("KEL_HOST_FILTER");
         log != nullptr ? setenv("KEL_HOST_LOG", log, 1) : unsetenv("KEL_HOST_LOG");
-        execl("/proc/self/exe", "unit_host", "--child", role.c_str(), (char *)nullptr);
+        execl(this_program().c_str(), "unit_host", "--child", role.c_str(), (char *)nullptr);
         _exit(127);
     }
     int status = -1;
@@ -484,7 +492,9 @@ const FilterVariable filter_variables[] = {
     {"The65thKey", keys(64) + "subject", "info warning err", refused_key("subject")},
     {"The64thKey", keys(63) + "subject", "", ""},
     {"Empty", "", "info warning err", ""},
+    {"LevelWithoutAKey", ":err", "info warning err", refused_key(":err")},
     {"CommasAlone", ",,", "info warning err", ""},
+    {"CommasTakeNoPlaces", std::string(64, ',') + "subject", "", ""},
     {"OtherNames", "sub,subjects,subject.1", "info warning err", ""},
     {"Name", "subject", "", ""},
     {"NameBetweenOthers", "other,subject,another", "", ""},
