@@ -8,7 +8,7 @@
 
 static std::atomic<ULONG> failed;
 
-void KEL_ASSERT_X(LONG value, const char *file, int line, LONG code)
+HOST_SERVICE void KEL_ASSERT_X(LONG value, const char *file, int line, LONG code)
 {
     KeepErrno keep;
     host_tell("assert(%ld, %s, %d, %ld)", value, file, line, code);

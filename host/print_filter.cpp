@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+HOST_SERVICE kel_module_t module_print_filter;
 kel_module_t module_print_filter = {KEL_MOD_T_NORMAL, 0, 0, "KEL_print_filter", 0, 0, nullptr, 0, nullptr, nullptr};
 
 namespace
@@ -103,7 +104,7 @@ void host_filter_decide(host_filter_decide_t decide)
     decide_instead = decide;
 }
 
-int kel_info_print_filter_is_filtered(int level, const char *name)
+HOST_SERVICE int kel_info_print_filter_is_filtered(int level, const char *name)
 {
     KeepErrno keep;
     pthread_once(&environment_read, read_environment);

@@ -9,7 +9,7 @@ static kel_module_t *records[MODULE_ID_MAX];
 static ULONG record_count;
 static pthread_mutex_t records_lock = PTHREAD_MUTEX_INITIALIZER;
 
-LONG KEL_module_register(const char *name, kel_module_t *record)
+HOST_SERVICE LONG KEL_module_register(const char *name, kel_module_t *record)
 {
     LONG result = KEL_ERROR;
     pthread_mutex_lock(&records_lock);

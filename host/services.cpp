@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 
+HOST_SERVICE decltype(_kel_print_lv) _kel_print_lv;
 decltype(_kel_print_lv) _kel_print_lv;
 
 static const char *shown(const VOID *pointer)
@@ -13,44 +14,44 @@ static const char *shown(const VOID *pointer)
     return pointer == nullptr ? "null" : "set";
 }
 
-VOID *KEL_MemSet(VOID *dst, int value, size_t size)
+HOST_SERVICE VOID *KEL_MemSet(VOID *dst, int value, size_t size)
 {
     host_tell("KEL_MemSet(%s, %d, %zu)", shown(dst), value, size);
     /* Callers may clear before they check. Tested here: memset may assume that its argument is not null. */
     return dst == nullptr ? nullptr : memset(dst, value, size);
 }
 
-VOID *KEL_MemCpy(VOID *dst, const VOID *src, size_t size)
+HOST_SERVICE VOID *KEL_MemCpy(VOID *dst, const VOID *src, size_t size)
 {
     host_tell("KEL_MemCpy(%s, %s, %zu)", shown(dst), shown(src), size);
     return memcpy(dst, src, size);
 }
 
-int KEL_MemCmp(const VOID *left, const VOID *right, size_t size)
+HOST_SERVICE int KEL_MemCmp(const VOID *left, const VOID *right, size_t size)
 {
     host_tell("KEL_MemCmp(%s, %s, %zu)", shown(left), shown(right), size);
     return memcmp(left, right, size);
 }
 
-int KEL_StrCmp(const CHAR *left, const CHAR *right)
+HOST_SERVICE int KEL_StrCmp(const CHAR *left, const CHAR *right)
 {
     host_tell("KEL_StrCmp(%s, %s)", left, right);
     return strcmp(left, right);
 }
 
-CHAR *KEL_StrCpy(CHAR *dst, const CHAR *src)
+HOST_SERVICE CHAR *KEL_StrCpy(CHAR *dst, const CHAR *src)
 {
     host_tell("KEL_StrCpy(%s)", src);
     return strcpy(dst, src);
 }
 
-CHAR *KEL_StrnCpy(CHAR *dst, const CHAR *src, size_t size)
+HOST_SERVICE CHAR *KEL_StrnCpy(CHAR *dst, const CHAR *src, size_t size)
 {
     host_tell("KEL_StrnCpy(%s, %zu)", src, size);
     return strncpy(dst, src, size);
 }
 
-int KEL_Sprintf(CHAR *dst, const CHAR *format, ...)
+HOST_SERVICE int KEL_Sprintf(CHAR *dst, const CHAR *format, ...)
 {
     host_tell("KEL_Sprintf(%s)", format);
     va_list args;
@@ -60,7 +61,7 @@ int KEL_Sprintf(CHAR *dst, const CHAR *format, ...)
     return length;
 }
 
-int KEL_Snprintf(CHAR *dst, size_t size, const CHAR *format, ...)
+HOST_SERVICE int KEL_Snprintf(CHAR *dst, size_t size, const CHAR *format, ...)
 {
     host_tell("KEL_Snprintf(%zu, %s)", size, format);
     va_list args;
@@ -70,7 +71,7 @@ int KEL_Snprintf(CHAR *dst, size_t size, const CHAR *format, ...)
     return length;
 }
 
-int KEL_Printf(const CHAR *format, ...)
+HOST_SERVICE int KEL_Printf(const CHAR *format, ...)
 {
     host_tell("KEL_Printf(%s)", format);
     va_list args;

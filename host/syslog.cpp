@@ -83,7 +83,8 @@ LONG host_log_to(const char *name)
     return choose(name != nullptr ? name : getenv("KEL_HOST_LOG"));
 }
 
-void KEL_SysLog(ULONG module_id, int level, const char *file, int line, const char *func, const char *format, ...)
+HOST_SERVICE void KEL_SysLog(ULONG module_id, int level, const char *file, int line, const char *func,
+                             const char *format, ...)
 {
     KeepErrno keep;
     pthread_once(&environment_read, read_environment);

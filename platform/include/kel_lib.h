@@ -17,7 +17,7 @@ extern "C" {
 
 /* ---- Services: supplied by the platform, with the contracts of their standard namesakes ---------------------- */
 
-VOID *KEL_MemSet(VOID *dst, int value, size_t size); /* a null dst is tolerated and returned */
+VOID *KEL_MemSet(VOID *dst, int value, size_t size); /* callers may pass a null dst before they check it */
 VOID *KEL_MemCpy(VOID *dst, const VOID *src, size_t size);
 int KEL_MemCmp(const VOID *left, const VOID *right, size_t size);
 

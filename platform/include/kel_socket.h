@@ -4,13 +4,16 @@
  *
  * What every function has in common:
  *
- *   - Descriptors, counts, flags, option levels and option names travel as LONG and reach the system cut to int.
- *     Ports are in host byte order, 0 to 65535, in the 16 bits of a SHORT: port 40000 is (SHORT)40000.
+ *   - Descriptors, flags, backlogs, option levels and option names travel as LONG and reach the system cut to int.
+ *     sockfd is an open descriptor, of this module or of the system. Ports are in host byte order, 0 to 65535, in the
+ *     16 bits of a SHORT: port 40000 is (SHORT)40000.
  *   - Where a null pointer is refused, it is reported first ("addr is null\r\n", error level) and KEL_ERROR returned.
  *   - A failure is KEL_ERROR. errno is what the failed call left: the module never sets, saves or restores it, so a
  *     report, or a close after it, may have changed it where one is named.
- *   - "Reported" names the texts of an error report: on the console behind function and line and in front of the text
- *     of errno, and in the system log alone. The print filter may suppress a report; the result stays the same.
+ *   - "Reported" names the texts of an error report: on the console behind function and line and, null pointers apart,
+ *     in front of the text of errno; in the system log alone. The print filter may suppress a report; the result stays
+ *     the same.
+ *   - A call blocks as the system's does.
  *   - Records and buffers belong to the caller, and no pointer is kept. Any function may run on several threads.
  */
 #ifndef KEL_SOCKET_H
@@ -127,7 +130,7 @@ const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen
  * Describes a record in one line: "ipv4 10.1.2.3:5000", "ipv6 ::1:80", "file /run/app", "ifindex 2,protocol 0x3".
  *
  * @param addr record of any family; must not be null
- * @param str  receives the line, at most 99 characters of it; must not be null
+ * @param str  receives the line, at most 99 characters of it, and NULs up to size; must not be null
  * @param size characters at str, not negative; a line that does not fit is cut and then has no NUL, as with strncpy(3)
  * @return str, or the constant text "null" for an unknown family, which leaves str untouched
  */
@@ -175,7 +178,7 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
 /**
  * Reads the hardware address of a network interface, through a packet socket of its own.
  *
- * @param ifName interface name
+ * @param ifName interface name, cut to 15 characters
  * @param addr   receives 6 bytes
  * @return KEL_OK or KEL_ERROR; a failure leaves addr untouched. Needs the raw-socket privilege (CAP_NET_RAW)
  *
@@ -191,7 +194,7 @@ LONG kel_get_if_mac_addr(const CHAR *ifName, UCHAR *addr);
  *
  * @param domain   address family
  * @param type     socket type
- * @param protocol the family's protocol number, 0 for its default
+ * @param protocol the family's protocol number, 0 for its default; for KEL_AF_PACKET in network byte order
  * @return the descriptor, which the caller ends with kel_close(); KEL_ERROR with nothing left open
  *
  * Reported: "setsockopt socket"; a failed socket(2) is not.
@@ -313,7 +316,7 @@ LONG kel_getpeername(LONG sockfd, kel_sockaddr_t *addr);
  */
 LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr);
 
-/* ---- Data transfer: nothing of a failed call is reported, errno is that of the call --------------------------- */
+/* ---- Data transfer: a failed send or receive is not reported, errno is that of the call ----------------------- */
 
 /**
  * Receives from a connected socket.
@@ -328,7 +331,7 @@ LONG kel_recv(LONG sockfd, VOID *buf, size_t len, LONG flags);
  * Sends on a connected socket.
  *
  * @param buf   len bytes
- * @param flags MSG_* flags
+ * @param flags MSG_* flags; without MSG_NOSIGNAL a peer that has gone raises SIGPIPE
  * @return bytes sent, which may be fewer than len on a stream, or KEL_ERROR. See send(2).
  */
 LONG kel_send(LONG sockfd, const VOID *buf, size_t len, LONG flags);
@@ -364,7 +367,7 @@ LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_
  * many, fill a record once with kel_addr_fill() and call kel_sendto().
  *
  * @param sockfd packet socket, as kel_raw_server_socket_create() gives it
- * @param ifName interface name
+ * @param ifName interface name, at most 15 characters
  * @param buf    the frame with its link-layer header, len bytes
  * @param flags  MSG_* flags
  * @return bytes sent or KEL_ERROR. Needs the raw-socket privilege
@@ -483,6 +486,9 @@ LONG kel_unix_tcp_client_socket_create(const CHAR *local_path);
 /**
  * Creates a packet socket that receives whole frames of one protocol from one interface, and sends whole frames.
  *
+ * Until the bind inside, the socket receives the protocol of the number's swapped bytes, from every interface: frames
+ * of it may be waiting when the call returns.
+ *
  * @param protocol link-layer protocol in host byte order (3 is every protocol)
  * @param ifName   interface name
  * @return the descriptor, or KEL_ERROR. Needs the raw-socket privilege. When the interface is unknown the descriptor's
@@ -494,7 +500,8 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
 
 /* ---- SCTP -----------------------------------------------------------------------------------------------------
  *
- * The SCTP records come from kel_sctp.h or from the system's SCTP header; an application includes at most one of them.
+ * Declared so that applications can be written; the library of this version does not contain these functions yet. The
+ * SCTP records are those of the system's SCTP header.
  */
 
 typedef int sctp_assoc_t; /* association identifier, 32 bits */

@@ -108,7 +108,8 @@ class GuestTest(unittest.TestCase):
 
     def test_time_limit_ends_the_kernel(self):
         status, output, errors = self.run_guest("bash", "-c", "echo began; sleep 1000", options=["--timeout", "10"])
-        self.assertEqual((status, output), (124, "began\n"))
+        self.assertEqual(status, 124)
+        self.assertIn(output, ("", "began\n"))  # however long the boot took
         self.assertIn("ended after 10 seconds", errors)
 
     def test_panic_is_a_failure(self):
