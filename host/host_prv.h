@@ -6,7 +6,7 @@
  * Opens the definition of a service. Weak: a program that defines the service itself has its own called, and keeps the
  * others.
  */
-#define HOST_SERVICE extern "C" __attribute__((weak))
+#define HOST_SERVICE __attribute__((weak))
 
 /* Tells one call to the watch, if there is one. errno survives. */
 void host_tell(const char *format, ...) __attribute__((format(printf, 1, 2)));

@@ -9,8 +9,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-HOST_SERVICE kel_module_t module_print_filter;
-kel_module_t module_print_filter = {KEL_MOD_T_NORMAL, 0, 0, "KEL_print_filter", 0, 0, nullptr, 0, nullptr, nullptr};
+HOST_SERVICE kel_module_t module_print_filter = {KEL_MOD_T_NORMAL, 0,      0, "KEL_print_filter", 0, 0, nullptr, 0,
+                                                 nullptr,          nullptr};
 
 namespace
 {

@@ -7,7 +7,6 @@
 #include <string.h>
 
 HOST_SERVICE decltype(_kel_print_lv) _kel_print_lv;
-decltype(_kel_print_lv) _kel_print_lv;
 
 static const char *shown(const VOID *pointer)
 {
