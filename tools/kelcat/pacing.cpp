@@ -18,6 +18,7 @@ namespace
 const double burst_seconds = 0.01; /* how far sending may run ahead of the rate */
 const double remote_rate = 8 << 20;
 const double packet_rate = 4 << 20;
+const double rest = 0.0002;          /* seconds */
 const size_t queue_limit = 32 << 10; /* of 208 KiB, which is what a receiver has that asks for nothing */
 
 /* An address as /proc/net prints it: words of eight digits, each in the machine's byte order. */
@@ -107,6 +108,14 @@ Turn Pacing::next(const kel_sockaddr_t &to, double now, double *until)
         return Turn::Send;
     }
 
+    /* A loaded kernel delivers later, in a thread of its own: what is on its way there is in no queue yet. A rest lets
+     * that thread run. */
+    if (looked && !rested) {
+        rested = true;
+        *until = now + rest;
+        return Turn::Wait;
+    }
+
     Receivers receivers = look();
     if (!receivers.visible) {
         watch = false;
@@ -123,9 +132,10 @@ Turn Pacing::next(const kel_sockaddr_t &to, double now, double *until)
     dropped = receivers.dropped;
     queued = receivers.queued;
     if (queued >= queue_limit) {
-        *until = now + 0.0005;
+        *until = now + rest;
         return Turn::Wait;
     }
+    rested = false;
     return Turn::Send;
 }
 

@@ -36,6 +36,7 @@ class Pacing
     kel_sockaddr_t target = {};
     size_t queued = 0; /* bytes in the queue at the latest look, and sent since */
     bool looked = false;
+    bool rested = false;       /* since the last datagram */
     unsigned long dropped = 0; /* at the first look */
 };
 
