@@ -363,8 +363,8 @@ LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_
 /**
  * Sends one whole link-layer frame out of an interface.
  *
- * Asks for the interface's hardware address and index on every call: two queries and a socket for each frame. To send
- * many, fill a record once with kel_addr_fill() and call kel_sendto().
+ * Asks for the interface's hardware address and index on every call, through a packet socket whose end alone costs the
+ * kernel milliseconds. To send many frames, fill a record once with kel_addr_fill() and call kel_sendto().
  *
  * @param sockfd packet socket, as kel_raw_server_socket_create() gives it
  * @param ifName interface name, at most 15 characters

@@ -137,7 +137,8 @@ TEST_P(Prints, AskTheFilterTwiceAndThenPrintOnceAndLog)
         expected.push_back(std::string("printf(") + print.colour + "%s.%d:%d of %s\r\n\033[m)|" + print.colour +
                            at_line(function) + ":3 of four\r\n\033[m");
         if (print.log_level != 0) {
-            expected.push_back(logged(0, print.log_level, function, "%d of %s\r\n", "3 of four\r\n"));
+            expected.push_back(
+                logged(module_print_filter.moduleID, print.log_level, function, "%d of %s\r\n", "3 of four\r\n"));
         }
     }
     EXPECT_EQ(recording.trace(), expected);
@@ -286,18 +287,19 @@ TEST(Log, CarriesModuleLevelAndPlaceAndAsksNobody)
 TEST(Log, TakesTheIdentifierOfThePrintFilter)
 {
     sys::Recording recording;
-    module_print_filter.moduleID = 200;
+    const ULONG former = module_print_filter.moduleID;
+    module_print_filter.moduleID = 201;
 
     use_err();
     std::string err = recording.trace().back();
     use_warning();
     std::string warning = recording.trace().back();
     ULONG seen = __log_mid;
-    module_print_filter.moduleID = 0;
+    module_print_filter.moduleID = former;
 
-    EXPECT_EQ(seen, 200u);
-    EXPECT_EQ(warning, logged(200, 3, "use_warning", "%d of %s\r\n", "3 of four\r\n"));
-    EXPECT_EQ(err.substr(0, err.find(',')), "log(200");
+    EXPECT_EQ(seen, 201u);
+    EXPECT_EQ(warning, logged(201, 3, "use_warning", "%d of %s\r\n", "3 of four\r\n"));
+    EXPECT_EQ(err.substr(0, err.find(',')), "log(201");
 }
 
 /* ---- The report with the text of errno -------------------------------------------------------------------------- */
@@ -346,7 +348,7 @@ TEST(Perror, PrintsFourTimesAndLogsTheCallersTextAlone)
               (sys::Trace{question(2, at_line("use_perror"), 0), question(2, "use_perror", 0),
                           "printf(\033[1;31m%s.%d:)|\033[1;31m" + at_line("use_perror") + ":",
                           "printf(step %d )|step 9 ", "printf(: %s)|: Address already in use", "printf(\033[m)|\033[m",
-                          logged(0, 2, "use_perror", "step %d ", "step 9 ")}));
+                          logged(module_print_filter.moduleID, 2, "use_perror", "step %d ", "step 9 ")}));
     EXPECT_EQ(errno, EADDRINUSE);
 }
 
@@ -386,7 +388,7 @@ sys::Trace check_report(const std::string &function, const std::string &text)
 {
     return {question(2, at_line(function), 0), question(2, function, 0),
             "printf(\033[1;31m%s.%d:" + text + "\033[m)|\033[1;31m" + at_line(function) + ":" + text + "\033[m",
-            logged(0, 2, function, text, text)};
+            logged(module_print_filter.moduleID, 2, function, text, text)};
 }
 
 TEST(NullCheck, ReportsTheArgumentsSourceTextAndReturnsError)
