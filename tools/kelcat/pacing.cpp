@@ -86,6 +86,13 @@ Pacing::Pacing(const Arguments &arguments, LONG socket)
     }
 }
 
+Pacing::~Pacing()
+{
+    if (echo != KEL_ERROR) {
+        kel_close(echo);
+    }
+}
+
 /* A listener's peer may change: what is known belongs to one address. */
 void Pacing::aim(const kel_sockaddr_t &to)
 {
@@ -108,14 +115,7 @@ Turn Pacing::next(const kel_sockaddr_t &to, double now, double *until)
         return Turn::Send;
     }
 
-    /* A loaded kernel delivers later, in a thread of its own: what is on its way there is in no queue yet. A rest lets
-     * that thread run. */
-    if (looked && !rested) {
-        rested = true;
-        *until = now + rest;
-        return Turn::Wait;
-    }
-
+    wait_for_delivery();
     Receivers receivers = look();
     if (!receivers.visible) {
         watch = false;
@@ -135,8 +135,26 @@ Turn Pacing::next(const kel_sockaddr_t &to, double now, double *until)
         *until = now + rest;
         return Turn::Wait;
     }
-    rested = false;
     return Turn::Send;
+}
+
+/*
+ * A loaded kernel delivers later, in a thread of its own, and what is on its way there is in no queue yet. It delivers
+ * in order: once a datagram to ourselves is here, so is what was sent before it.
+ */
+void Pacing::wait_for_delivery()
+{
+    if (echo == KEL_ERROR) {
+        const struct timeval limit = {1, 0};
+        echo = kel_udp_server_socket_create((kel_domain_t)target.sa.sa_family,
+                                            target.sa.sa_family == KEL_AF_INET ? "127.0.0.1" : "::1", 0);
+        kel_setsockopt(echo, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+        kel_getsockname(echo, &echo_name);
+    }
+    char mark = 0;
+    if (kel_sendto(echo, &mark, sizeof(mark), MSG_DONTWAIT, &echo_name) == sizeof(mark)) {
+        kel_recv(echo, &mark, sizeof(mark), 0);
+    }
 }
 
 /* A socket that is connected to another sender does not count. */

@@ -13,6 +13,9 @@ class Pacing
 {
   public:
     Pacing(const Arguments &arguments, LONG socket);
+    ~Pacing();
+    Pacing(const Pacing &) = delete;
+    Pacing &operator=(const Pacing &) = delete;
 
     /* Whether the next datagram may go; otherwise, with Wait, until receives the time to ask again. */
     Turn next(const kel_sockaddr_t &to, double now, double *until);
@@ -24,6 +27,7 @@ class Pacing
 
   private:
     void aim(const kel_sockaddr_t &to);
+    void wait_for_delivery();
     struct Receivers look() const;
 
     const LONG sockfd;
@@ -36,7 +40,8 @@ class Pacing
     kel_sockaddr_t target = {};
     size_t queued = 0; /* bytes in the queue at the latest look, and sent since */
     bool looked = false;
-    bool rested = false;       /* since the last datagram */
+    LONG echo = KEL_ERROR; /* a socket that only we send to */
+    kel_sockaddr_t echo_name = {};
     unsigned long dropped = 0; /* at the first look */
 };
 
