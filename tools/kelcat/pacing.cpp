@@ -18,7 +18,7 @@ namespace
 const double burst_seconds = 0.01; /* how far sending may run ahead of the rate */
 const double remote_rate = 8 << 20;
 const double packet_rate = 4 << 20;
-const double rest = 0.0002;          /* seconds */
+const double rest = 0.0002;          /* seconds until a full queue is looked at again */
 const size_t queue_limit = 32 << 10; /* of 208 KiB, which is what a receiver has that asks for nothing */
 
 /* An address as /proc/net prints it: words of eight digits, each in the machine's byte order. */
