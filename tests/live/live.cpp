@@ -381,6 +381,16 @@ int option(LONG sockfd, int level, int name)
     return value;
 }
 
+void expect_socket_of(LONG sockfd, int family, int type)
+{
+    EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_REUSEADDR), 1);
+    EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_TYPE), type);
+    EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_DOMAIN), family);
+    if (family == KEL_AF_INET6) {
+        EXPECT_EQ(option(sockfd, IPPROTO_IPV6, IPV6_V6ONLY), 1);
+    }
+}
+
 /* ---- Data -------------------------------------------------------------------------------------------------------- */
 
 bool wait_for(LONG sockfd, short events)

@@ -175,6 +175,9 @@ kel_sockaddr_t peer_of(LONG sockfd);
 /* An integer option, or -1. */
 int option(LONG sockfd, int level, int name);
 
+/* A socket as kel_socket makes it: of that family and type, with its address to be used again, and IPv6 alone. */
+void expect_socket_of(LONG sockfd, int family, int type);
+
 /* Waits for events of poll(2); fails the test when they do not come. */
 bool wait_for(LONG sockfd, short events);
 

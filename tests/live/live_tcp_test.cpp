@@ -110,12 +110,7 @@ TEST_P(LiveTcp, EveryEndpointHasItsOptions)
     Descriptor from(kel_tcp_client_socket_create_bind(inet.family, inet.loopback, (SHORT)port_of(listener), NULL));
 
     for (LONG sockfd : {(LONG)listener, (LONG)plain, (LONG)from}) {
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_REUSEADDR), 1);
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_TYPE), SOCK_STREAM);
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_DOMAIN), (int)inet.family);
-        if (inet.family == KEL_AF_INET6) {
-            EXPECT_EQ(option(sockfd, IPPROTO_IPV6, IPV6_V6ONLY), 1);
-        }
+        expect_socket_of(sockfd, inet.family, SOCK_STREAM);
     }
 }
 

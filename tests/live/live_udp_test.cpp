@@ -54,12 +54,7 @@ TEST_P(LiveUdp, EveryEndpointHasItsOptions)
     Descriptor from(kel_udp_client_socket_create_bind(inet.family, inet.loopback, 1, &record, NULL));
 
     for (LONG sockfd : {(LONG)bound, (LONG)plain, (LONG)from}) {
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_REUSEADDR), 1);
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_TYPE), SOCK_DGRAM);
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_DOMAIN), (int)inet.family);
-        if (inet.family == KEL_AF_INET6) {
-            EXPECT_EQ(option(sockfd, IPPROTO_IPV6, IPV6_V6ONLY), 1);
-        }
+        expect_socket_of(sockfd, inet.family, SOCK_DGRAM);
     }
 }
 

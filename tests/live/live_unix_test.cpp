@@ -112,14 +112,10 @@ TEST_F(LiveUnix, EveryEndpointHasItsOptions)
     Descriptor bound = datagram(folder.file("datagram"));
     Descriptor unbound(kel_unix_udp_socket_create(NULL, KEL_FALSE));
 
-    for (LONG sockfd : {(LONG)listener, (LONG)connected, (LONG)bound, (LONG)unbound}) {
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_REUSEADDR), 1);
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_DOMAIN), AF_UNIX);
-    }
-    EXPECT_EQ(option(listener, SOL_SOCKET, SO_TYPE), SOCK_STREAM);
-    EXPECT_EQ(option(connected, SOL_SOCKET, SO_TYPE), SOCK_STREAM);
-    EXPECT_EQ(option(bound, SOL_SOCKET, SO_TYPE), SOCK_DGRAM);
-    EXPECT_EQ(option(unbound, SOL_SOCKET, SO_TYPE), SOCK_DGRAM);
+    expect_socket_of(listener, AF_UNIX, SOCK_STREAM);
+    expect_socket_of(connected, AF_UNIX, SOCK_STREAM);
+    expect_socket_of(bound, AF_UNIX, SOCK_DGRAM);
+    expect_socket_of(unbound, AF_UNIX, SOCK_DGRAM);
 }
 
 TEST_F(LiveUnix, ServerTakesThePlaceOfAnyFile)
