@@ -500,88 +500,121 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
 
 /* ---- SCTP -----------------------------------------------------------------------------------------------------
  *
- * Declared so that applications can be written; the library of this version does not contain these functions yet. The
- * SCTP records are those of the system's SCTP header.
+ * The records and constants are in kel_sctp.h. Lists of addresses are arrays of records, or of numeric texts, of one
+ * family: that of the first record decides how all of them are read, and a mixed list is not noticed. Counts are not
+ * checked: a negative one finds no memory and fails. Temporary lists come from tc_malloc() and are gone when a call
+ * returns. A kernel without SCTP refuses to create the sockets (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many).
  */
 
-typedef int sctp_assoc_t; /* association identifier, 32 bits */
+typedef int sctp_assoc_t; /* association identifier, 32 bits; 0 on one-to-one sockets */
 
 struct sctp_event_subscribe;
 struct sctp_initmsg;
 struct sctp_sndrcvinfo;
 
 /**
- * Fetch the peer addresses, or the local addresses, of an association.
+ * Fetch the peer's addresses of an association, or the local ones.
  *
- * @param addrs receives an array of records, which the caller ends with the matching free function; not written when
- *              the result is 0
- * @return number of records, 0, or KEL_ERROR
+ * @param assoc_id association of a one-to-many socket; 0 on a one-to-one socket, and for all local addresses
+ * @param addrs    receives an array of records in memory of its own, for the matching free function; NULL when the
+ *                 addresses were fetched and could not be converted. Not written when the result is 0 or the fetching
+ *                 failed: set it to NULL before the call. What lies behind a record's own family member is not cleared
+ * @return number of records, 0 when there are none, or KEL_ERROR; errno as getsockopt(2) left it
  *
- * Reported: "addrs is null\r\n", "sctp_opt_info ".
+ * Reported: "addrs is null\r\n", "sctp_opt_info " (for every failure of the library). See sctp_getpaddrs(3).
  */
 LONG kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
 LONG kel_sctp_getladdrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
 
-/** Release such an array, or NULL. @return KEL_OK */
+/**
+ * Release such an array; either function takes either array.
+ *
+ * @param addrs array, or NULL
+ * @return KEL_OK
+ */
 LONG kel_sctp_freepaddrs(kel_sockaddr_t *addrs);
 LONG kel_sctp_freeladdrs(kel_sockaddr_t *addrs);
 
 /**
- * Add local addresses to an endpoint or remove them.
+ * Add local addresses to an endpoint, or remove them.
  *
- * @param addrs   records of one family, with their ports
- * @param addrStr numeric addresses; NULL with addrcnt 1 is the wildcard
- * @param port    host byte order
+ * @param addrs   records of KEL_AF_INET or KEL_AF_INET6, with their ports, which have to be the same or 0 behind the
+ *                first; of another family, the call fails without a report
+ * @param family  KEL_AF_INET or KEL_AF_INET6
+ * @param port    of every text, host byte order
+ * @param addrStr numeric addresses; NULL is the wildcard, and addrcnt has to be 1 then
  * @param addrcnt number of records or texts
- * @param flags   SCTP_BINDX_ADD_ADDR or SCTP_BINDX_REM_ADDR
- * @return the library's result, or KEL_ERROR
+ * @param flags   SCTP_BINDX_ADD_ADDR or SCTP_BINDX_REM_ADDR, passed on unchecked
+ * @return the library's result (0), or KEL_ERROR; errno as setsockopt(2) left it
  *
- * Reported: "addrs is null\r\n", "sctp bindx ". See sctp_bindx(3).
+ * Reported: "addrs is null\r\n" (by the conversion behind it), "sctp bindx "; for a text that is no address, the
+ * assertion of kel_addr_fill() alone. See sctp_bindx(3).
  */
 LONG kel_sctp_bindx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, LONG flags);
 LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt, LONG flags);
 
 /**
- * Set up an association with a peer that has several addresses.
+ * Set up one association with a peer that has several addresses. Blocks until the peer has answered or was given up.
  *
- * @param addrs   records of one family, with their ports
- * @param addrStr numeric addresses, required
- * @param port    host byte order
+ * @param addrs   the peer's records of KEL_AF_INET or KEL_AF_INET6, with their ports, which have to be the same; of
+ *                another family, the call fails without a report
+ * @param family  KEL_AF_INET or KEL_AF_INET6
+ * @param port    of every text, host byte order
+ * @param addrStr numeric addresses; NULL is refused, there is no wildcard peer
  * @param addrcnt number of records or texts
- * @param id      receives the association's identifier
- * @return the library's result, or KEL_ERROR
+ * @param id      receives the association's identifier; passed on unchecked
+ * @return the library's result (0), or KEL_ERROR with the descriptor still open; errno as connect(2) would leave it
  *
- * Reported: "addrs is null\r\n", "addrStr is null\r\n", "sctp connectx ". See sctp_connectx(3).
+ * Reported: "addrs is null\r\n", "addrStr is null\r\n", "sctp connectx "; for a text that is no address, the assertion
+ * of kel_addr_fill() alone. See sctp_connectx(3).
  */
 LONG kel_sctp_connectx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, sctp_assoc_t *id);
 LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
                            sctp_assoc_t *id);
 
 /**
- * Sends a message, with its stream and identifiers in a record.
+ * Sends one message over an association.
  *
- * @return bytes sent or KEL_ERROR. Reported: "msg is null\r\n", "sctp send ". See sctp_send(3).
+ * @param msg   message, not null
+ * @param len   its bytes; one message is sent whole or not at all
+ * @param sinfo stream, identifiers and association; passed on unchecked
+ * @param flags as for send(2)
+ * @return bytes sent or KEL_ERROR; errno as sendmsg(2) left it
+ *
+ * Reported: "msg is null\r\n", "sctp send ". See sctp_send(3).
  */
 LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, LONG flags);
 
 /**
- * Sends a message to a peer address.
+ * Sends one message to a peer; on a one-to-many socket the first message to a peer sets up the association.
  *
- * @param to        peer's record; must not be null
- * @param ppid      payload protocol identifier as it appears on the wire: no byte order is changed
- * @param stream_no stream, cut to 16 bits
- * @return bytes sent or KEL_ERROR. Reported: "sctp sendmsg ". See sctp_sendmsg(3).
+ * @param msg        message; passed on unchecked
+ * @param len        its bytes
+ * @param to         a peer's record of KEL_AF_INET or KEL_AF_INET6, with its port; must not be null
+ * @param ppid       payload protocol identifier as it appears on the wire: no byte order is changed, use htonl(3)
+ * @param flags      of enum sctp_sinfo_flags; 32 bits of it
+ * @param stream_no  stream, 0 to 65535: cut to 16 bits
+ * @param timetolive milliseconds until the message is given up, 0 for never; 32 bits of it
+ * @param context    handed back when sending fails (SCTP_SEND_FAILED); 32 bits of it
+ * @return bytes sent or KEL_ERROR; errno as sendmsg(2) left it
+ *
+ * Reported: "sctp sendmsg ". See sctp_sendmsg(3).
  */
 LONG kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *to, LONG ppid, LONG flags,
                       LONG stream_no, LONG timetolive, LONG context);
 
 /**
- * Receives a message or a notification.
+ * Receives one message or notification.
  *
- * @param from      receives the sender's address
- * @param sinfo     receives stream and identifiers
- * @param msg_flags receives the flags, unless the call fails; must not be null
- * @return bytes received or KEL_ERROR; nothing is reported. See sctp_recvmsg(3).
+ * @param msg       receives it; what does not fit is what the next call delivers (no MSG_EOR in the flags until the
+ * end)
+ * @param len       size of msg
+ * @param from      receives the sender's address; its length is that of its family. Passed on unchecked
+ * @param sinfo     receives stream and identifiers, as sctp_data_io_event asks for; passed on unchecked
+ * @param msg_flags receives the flags: MSG_NOTIFICATION, MSG_EOR; must not be null. Not written by a call that fails
+ * @return bytes received, 0 at the end of a one-to-one association, or KEL_ERROR; errno as recvmsg(2) left it
+ *
+ * Nothing is reported. See sctp_recvmsg(3).
  */
 LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, struct sctp_sndrcvinfo *sinfo,
                       LONG *msg_flags);
@@ -589,22 +622,43 @@ LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, 
 /**
  * Gives an association of a one-to-many socket a descriptor of its own.
  *
- * @return the descriptor, which the caller closes, or KEL_ERROR. Reported: "sctp_peeloff ". See sctp_peeloff(3).
+ * @return the descriptor, which the caller closes, or KEL_ERROR; errno as getsockopt(2) left it
+ *
+ * Reported: "sctp_peeloff ". See sctp_peeloff(3).
  */
 LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id);
 
 /**
  * Reads an SCTP option of one association.
  *
- * @param arg  option record, in and out
- * @param size its bytes, in and out
- * @return the library's result or KEL_ERROR. Reported: "arg is null\r\n", "size is null\r\n", "sctp_opt_info ".
+ * @param opt  one of the options of kel_sctp.h, passed on unchecked
+ * @param arg  option's record, whose question (an address, for example) is filled in; receives the answer
+ * @param size bytes of arg; receives those of the answer
+ * @return the library's result (0; for an option that it does not know, a positive number), or KEL_ERROR; errno as
+ *         getsockopt(2) left it
+ *
+ * Reported: "arg is null\r\n", "size is null\r\n", "sctp_opt_info ". See sctp_opt_info(3).
  */
 LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, socklen_t *size);
 
-/*
- * The SCTP endpoints. initmsg is required; a null events subscribes to data-io events alone. The ports are those of the
- * records, or the port argument where addresses are texts. Each returns a descriptor or KEL_ERROR.
+/**
+ * Make an SCTP server: bound to all local addresses, listening, its options set. From a one-to-one server, kel_accept()
+ * takes each association as a descriptor; a one-to-many server carries all its associations itself.
+ *
+ * @param family    KEL_AF_INET or KEL_AF_INET6
+ * @param addrs     local records, with their ports. Null is the wildcard at port for a one-to-one server, whatever
+ *                  addrcnt is; the one-to-many server refuses it
+ * @param addrStr   local numeric addresses; null is the wildcard for both servers, whatever addrcnt is
+ * @param addrcnt   number of records or texts
+ * @param port      of texts and of the wildcard, host byte order; records keep their own
+ * @param maxClient backlog, as for listen(2)
+ * @param initmsg   how associations are set up: streams, attempts, time; not null
+ * @param events    notifications that are to arrive, just these; null subscribes to data-io events alone
+ * @return the descriptor, which the caller closes, or KEL_ERROR with nothing left open but, from a one-to-one server,
+ *         descriptor 0, which counts as a failure and is not closed
+ *
+ * Reported: "initmsg is null\r\n"; "create sctp socket " (one-to-one); "bind sctp socket", "listen sctp socket",
+ * "set_sock_op_sctp" behind the report of the step itself.
  */
 LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
@@ -614,6 +668,29 @@ LONG kel_sctp_server_one2one_str_create(kel_domain_t family, CHAR **addrStr, LON
                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
 LONG kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port, LONG maxClient,
                                          struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+
+/**
+ * Make a one-to-one client: one association to all the addresses of a peer, its options set before it connects. Blocks
+ * until the peer has answered or was given up (initmsg says when).
+ *
+ * @param family     KEL_AF_INET or KEL_AF_INET6
+ * @param s_addrs    the peer's records, with their ports; not null
+ * @param s_addrStr  the peer's numeric addresses; not null
+ * @param s_addrcnt  number of records or texts
+ * @param s_port     of texts, host byte order; records keep their own
+ * @param initmsg    how the association is set up: streams, attempts, time; not null
+ * @param events     notifications that are to arrive, just these; null subscribes to data-io events alone
+ * @param id         receives the association's identifier; not null
+ * @param my_addrs   local records to bind before connecting, with one port or 0; null, or a count of 0, binds nothing.
+ *                   When they cannot be bound that is reported, and the kernel chooses the local addresses
+ * @param my_addrcnt number of local records
+ * @return the connected descriptor, which the caller closes, or KEL_ERROR with nothing left open but descriptor 0,
+ *         which counts as a failure and is not closed
+ *
+ * Reported: "s_addrs is null\r\n" or "s_addrStr is null\r\n", "initmsg is null\r\n", "id is null\r\n"; every failure of
+ * the work twice: "create sctp socket ", "set_sock_op_sctp " or "sctp_connectx ", then "create sctp socket ", behind
+ * the report of the step itself.
+ */
 LONG kel_sctp_client_one2one_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                     struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
                                     sctp_assoc_t *id);
@@ -623,6 +700,27 @@ LONG kel_sctp_client_one2one_create_bind(kel_domain_t family, kel_sockaddr_t *s_
 LONG kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
                                         sctp_assoc_t *id);
+
+/**
+ * Make a one-to-many client: a socket without an association, its options set. The first kel_sctp_sendmsg() to a peer
+ * sets up the association with it.
+ *
+ * @param family     KEL_AF_INET or KEL_AF_INET6
+ * @param s_addrs    not null, and not used
+ * @param s_addrStr  not null; numeric addresses, which are checked and not used
+ * @param s_addrcnt  number of records or texts
+ * @param s_port     host byte order, not used
+ * @param initmsg    how associations are set up: streams, attempts, time; not null
+ * @param events     notifications that are to arrive, just these; null subscribes to data-io events alone
+ * @param my_addrs   local records to bind, with one port or 0; null, or a count of 0, binds nothing. When they cannot
+ * be bound that is reported, and the kernel chooses the local addresses
+ * @param my_addrcnt number of local records
+ * @return the descriptor, which the caller closes, or KEL_ERROR with nothing left open but descriptor 0, which counts
+ *         as a failure and is not closed
+ *
+ * Reported: "s_addrs is null\r\n" or "s_addrStr is null\r\n", "initmsg is null\r\n"; every failure of the work twice:
+ * "create sctp socket " or "set_sock_op_sctp ", then "create sctp socket ", behind the report of the step itself.
+ */
 LONG kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                      struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
 LONG kel_sctp_client_one2many_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,

@@ -1,4 +1,4 @@
-#include "system.h"
+#include "trace.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -33,13 +33,13 @@ std::map<const void *, std::string> pointer_names;
 kel_sockaddr_t peer;
 socklen_t peer_length = sizeof(peer.sin);
 
-/* While the stand-in itself works, what it calls is its own affair. */
+} // namespace
+
 bool recording()
 {
     return state != nullptr;
 }
 
-std::string text(const char *format, ...) __attribute__((format(printf, 1, 2)));
 std::string text(const char *format, ...)
 {
     char buffer[4096];
@@ -64,13 +64,11 @@ std::string string_or_null(const char *s)
     return s == nullptr ? "null" : s;
 }
 
-/* The bytes of an address, of which no more than a record are there, whatever the length says. */
 std::string address(const struct sockaddr *addr, socklen_t length)
 {
     return hex(addr, std::min<size_t>(length, sizeof(kel_sockaddr_t)));
 }
 
-/* Answers a call: "name(arguments) = result", with the errno that it sets behind. */
 long answer(const std::string &name, const std::string &arguments, long usual)
 {
     Answer a = state->script ? state->script(name, usual) : Answer{usual, 0};
@@ -85,7 +83,6 @@ long answer(const std::string &name, const std::string &arguments, long usual)
     return a.result;
 }
 
-/* A call that makes a descriptor. */
 int make(const std::string &name, const std::string &arguments)
 {
     int fd = (int)answer(name, arguments, state->next_descriptor);
@@ -103,6 +100,9 @@ void fill_peer(struct sockaddr *addr, socklen_t *length)
         *length = peer_length;
     }
 }
+
+namespace
+{
 
 int decide(int level, const char *name)
 {
@@ -148,6 +148,7 @@ std::string hex(const void *bytes, size_t size)
 Recording::Recording(Script script)
 {
     fflush(stdout);
+    forget_sctp();
     state = std::make_unique<State>();
     state->script = std::move(script);
     host_filter_decide(decide);
@@ -160,6 +161,7 @@ Recording::~Recording()
     host_watch(nullptr);
     host_filter_decide(nullptr);
     state.reset();
+    forget_sctp();
 }
 
 void Recording::suppress(const std::string &key)

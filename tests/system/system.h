@@ -1,7 +1,8 @@
 /*
- * Stands in for the system under the module: this program's socket, bind, printf ... win over the C library's, for the
- * static library and the shared one alike. While a Recording lives, every call that the module makes is answered here,
- * and written into one trace together with its calls of the platform's services; at other times calls go through.
+ * Stands in for the system under the module: this program's socket, bind, printf ... win over the C library's, its
+ * sctp_bindx ... over libsctp's, its tc_malloc over tcmalloc's, for the static library and the shared one alike. While
+ * a Recording lives, every call that the module makes is answered here, and written into one trace together with its
+ * calls of the platform's services; at other times calls of the system go through.
  */
 #ifndef TESTS_SYSTEM_H
 #define TESTS_SYSTEM_H
@@ -47,6 +48,13 @@ void name_pointer(const void *pointer, const std::string &name);
 /* What the next accept, recvfrom, getpeername or getsockname fills in. */
 void set_peer(const kel_sockaddr_t &peer, socklen_t length);
 
+/* The list that the next sctp_getpaddrs and sctp_getladdrs hand out, packed; its count is their usual result. */
+void set_addresses(const std::vector<kel_sockaddr_t> &addresses);
+
+/* The flags that the next sctp_recvmsg hands out, and the identifier that sctp_connectx does. */
+void set_received_flags(int flags);
+constexpr sctp_assoc_t association = 0x5ca1ab1e;
+
 /* For a test that stands in for one function more: traces and answers a call in the form of all others. */
 long answered(const std::string &name, const std::string &arguments, long usual);
 
@@ -72,6 +80,9 @@ class Recording
 
     /* Descriptors that were created and not closed. */
     const std::set<int> &open() const;
+
+    /* Blocks of tc_malloc and lists of libsctp that were not released, each as in the trace ("block 1", "list 1"). */
+    std::set<std::string> held() const;
 };
 
 constexpr int first_descriptor = 70;

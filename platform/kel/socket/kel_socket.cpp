@@ -16,14 +16,22 @@
  *   Local endpoints ......... kel_unix_tcp_server_socket_create, kel_unix_udp_socket_create,
  *                             kel_unix_tcp_client_socket_create
  *   Packet endpoint ......... kel_raw_server_socket_create
+ *   SCTP address lists ...... kel_sctp_getpaddrs, kel_sctp_getladdrs, kel_sctp_freepaddrs, kel_sctp_freeladdrs
+ *   SCTP association calls .. kel_sctp_bindx{,_str}, kel_sctp_connectx{,_str}, kel_sctp_send, kel_sctp_sendmsg,
+ *                             kel_sctp_recvmsg, kel_sctp_peeloff, kel_sctp_opt_info
+ *   SCTP set-up ............. kel_prv_sctp.h: what the endpoints share
+ *   SCTP endpoints .......... kel_sctp_server_one2one{,_str}_create, kel_sctp_server_one2many{,_str}_create,
+ *                             kel_sctp_client_one2one_create{,_bind}, kel_sctp_client_one2one_str_create,
+ *                             kel_sctp_client_one2many_create{,_bind}, kel_sctp_client_one2many_str_create
  *
- * Primitives are silent about a failed system call, connect and the options of kel_socket apart; endpoints report every
- * step that fails, also where the step has reported before. Nothing here sets, saves or restores errno. There is no
- * state between calls.
+ * Primitives are silent about a failed system call, connect and the options of kel_socket apart, while the association
+ * calls report one, receiving apart; endpoints report every step that fails, also where the step has reported before.
+ * Nothing here sets, saves or restores errno. There is no state between calls.
  */
 #include "kel_socket.h"
 
 #include <arpa/inet.h>
+#include <gperftools/tcmalloc.h>
 #include <net/if.h>
 #include <regex.h>
 #include <stddef.h>
@@ -37,6 +45,7 @@
 #include "kel_module.h"
 #include "kel_prv_sctp.h"
 #include "kel_prv_socket.h"
+#include "kel_sctp.h"
 
 /* ---- What the module relies on --------------------------------------------------------------------------------- */
 
@@ -74,6 +83,12 @@ static_assert(offsetof(struct sockaddr_in, sin_family) == 0 && offsetof(struct s
 static_assert(offsetof(struct sockaddr_in, sin_port) == offsetof(struct sockaddr_in6, sin6_port),
               "one test serves the port of both IP families");
 static_assert(IFNAMSIZ == 16, "an interface name with its NUL");
+
+static_assert(IPPROTO_SCTP == 132 && SOL_SCTP == 132 && SCTP_INITMSG == 2 && SCTP_EVENTS == 11,
+              "protocol, level and options of every SCTP endpoint");
+static_assert(sizeof(struct sctp_initmsg) == 8, "the length that goes with SCTP_INITMSG");
+static_assert(sizeof(struct sctp_event_subscribe) == 10, "the length that goes with SCTP_EVENTS: ten flags, no more");
+static_assert(sizeof(sctp_assoc_t) == 4, "an association's identifier");
 
 static_assert(sizeof(PATTERN_IPV4) - 1 == 87 && sizeof(PATTERN_IPV6) - 1 == 1378, "the patterns are complete");
 
@@ -763,6 +778,628 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName)
     if (kel_bind_str(sockfd, KEL_AF_PACKET, 0, NULL, protocol, ifName) == KEL_ERROR) {
         kel_perror("bind raw socket");
         kel_close(sockfd); /* for an unknown interface, the second close of this number */
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/* ---- SCTP address lists: records of one family, packed for the library, unpacked for the caller -------------------
+ */
+
+/*
+ * The request for a list of count elements: the signed product, whatever the count. A negative one reaches the
+ * allocator as such, which cannot meet it; nor can it what stands for a product of more than 64 bits.
+ */
+static size_t __list_size(LONG count, LONG element)
+{
+    LONG size;
+    if (__builtin_mul_overflow(count, element, &size)) {
+        return SIZE_MAX;
+    }
+
+    return (size_t)size;
+}
+
+/* The first record's family is that of the list and its length that of every entry: a mixed list is not looked for. */
+static struct sockaddr *__kel_addr_transfer2_addr(kel_sockaddr_t *addrs, LONG addrcnt)
+{
+    NULL_CHECK_RP(addrs);
+
+    LONG entry;
+    switch (addrs[0].sa.sa_family) {
+    case KEL_AF_INET:
+        entry = sizeof(struct sockaddr_in);
+        break;
+    case KEL_AF_INET6:
+        entry = sizeof(struct sockaddr_in6);
+        break;
+    default:
+        return NULL;
+    }
+
+    VOID *list = tc_malloc(__list_size(addrcnt, entry));
+    if (list == NULL) {
+        return NULL;
+    }
+
+    UCHAR *position = static_cast<UCHAR *>(list);
+    for (LONG i = 0; i < addrcnt; i++) {
+        KEL_MemCpy(position, &addrs[i], (size_t)entry);
+        position += entry;
+    }
+
+    return static_cast<struct sockaddr *>(list);
+}
+
+/* The array comes as the allocator delivers it: what lies behind a record's family member is not cleared. */
+static kel_sockaddr_t *__addr_transfer2_kel_addr(struct sockaddr *addrs, LONG addrcnt)
+{
+    NULL_CHECK_RP(addrs);
+
+    sa_family_t family = addrs->sa_family;
+    kel_sockaddr_t *records = static_cast<kel_sockaddr_t *>(tc_malloc(__list_size(addrcnt, sizeof(kel_sockaddr_t))));
+    if (records == NULL) {
+        return NULL;
+    }
+
+    switch (family) {
+    case KEL_AF_INET:
+        for (LONG i = 0; i < addrcnt; i++) {
+            records[i].sin = reinterpret_cast<struct sockaddr_in *>(addrs)[i];
+        }
+        break;
+    case KEL_AF_INET6:
+        for (LONG i = 0; i < addrcnt; i++) {
+            records[i].sin6 = reinterpret_cast<struct sockaddr_in6 *>(addrs)[i];
+        }
+        break;
+    default:
+        tc_free(records);
+        return NULL;
+    }
+
+    return records;
+}
+
+/* Without texts, one record for the wildcard of the family, whatever the count. Bad text is the assertion's to show. */
+static kel_sockaddr_t *__str_transfer2kel_addr(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr,
+                                               LONG addrcnt)
+{
+    CHAR wildcard[100] = {0};
+    CHAR *wildcards[1] = {wildcard};
+
+    if (addrStr == NULL) {
+        addrStr = wildcards;
+        addrcnt = 1;
+        if (family == KEL_AF_INET) {
+            KEL_StrCpy(wildcard, IPV4_ANY_STR);
+        } else if (family == KEL_AF_INET6) {
+            KEL_StrCpy(wildcard, IPV6_ANY_STR);
+        }
+    }
+
+    kel_sockaddr_t *records = static_cast<kel_sockaddr_t *>(tc_malloc(__list_size(addrcnt, sizeof(kel_sockaddr_t))));
+    if (records == NULL) {
+        return NULL;
+    }
+
+    for (LONG i = 0; i < addrcnt; i++) {
+        if (kel_addr_fill(sockfd, &records[i], family, port, addrStr[i], 0, NULL) != KEL_OK) {
+            tc_free(records);
+            return NULL;
+        }
+    }
+
+    return records;
+}
+
+LONG kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs)
+{
+    NULL_CHECK(addrs);
+
+    struct sockaddr *list = NULL;
+    LONG count = sctp_getpaddrs((int)sockfd, assoc_id, &list);
+    if (count == -1) {
+        kel_perror("sctp_opt_info "); /* the name of the option call, here and below: readers of logs know it */
+        return KEL_ERROR;
+    }
+
+    if (count != 0) {
+        *addrs = __addr_transfer2_kel_addr(list, count);
+        if (*addrs == NULL) {
+            count = KEL_ERROR;
+        }
+    }
+
+    if (list != NULL) {
+        sctp_freepaddrs(list);
+    }
+
+    return count;
+}
+
+LONG kel_sctp_getladdrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs)
+{
+    NULL_CHECK(addrs);
+
+    struct sockaddr *list = NULL;
+    LONG count = sctp_getladdrs((int)sockfd, assoc_id, &list);
+    if (count == -1) {
+        kel_perror("sctp_opt_info ");
+        return KEL_ERROR;
+    }
+
+    if (count != 0) {
+        *addrs = __addr_transfer2_kel_addr(list, count);
+        if (*addrs == NULL) {
+            count = KEL_ERROR;
+        }
+    }
+
+    if (list != NULL) {
+        sctp_freeladdrs(list);
+    }
+
+    return count;
+}
+
+LONG kel_sctp_freepaddrs(kel_sockaddr_t *addrs)
+{
+    tc_free(addrs);
+    return KEL_OK;
+}
+
+LONG kel_sctp_freeladdrs(kel_sockaddr_t *addrs)
+{
+    tc_free(addrs);
+    return KEL_OK;
+}
+
+/* ---- SCTP association calls: a library call has failed at exactly -1, and reports it, receiving apart -------------
+ */
+
+LONG kel_sctp_bindx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, LONG flags)
+{
+    struct sockaddr *list = __kel_addr_transfer2_addr(addrs, addrcnt);
+    if (list == NULL) {
+        return KEL_ERROR;
+    }
+
+    LONG ret = sctp_bindx((int)sockfd, list, (int)addrcnt, (int)flags);
+    if (ret == -1) {
+        kel_perror("sctp bindx ");
+        ret = KEL_ERROR;
+    }
+    tc_free(list);
+
+    return ret;
+}
+
+LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt, LONG flags)
+{
+    kel_sockaddr_t *records = __str_transfer2kel_addr(sockfd, family, port, addrStr, addrcnt);
+    if (records == NULL) {
+        return KEL_ERROR;
+    }
+
+    /* The caller's count, also for the one wildcard record: who binds the wildcard passes 1. */
+    LONG ret = kel_sctp_bindx(sockfd, records, addrcnt, flags);
+    tc_free(records);
+
+    return ret;
+}
+
+LONG kel_sctp_connectx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, sctp_assoc_t *id)
+{
+    NULL_CHECK(addrs);
+
+    struct sockaddr *list = __kel_addr_transfer2_addr(addrs, addrcnt);
+    if (list == NULL) {
+        return KEL_ERROR;
+    }
+
+    LONG ret = sctp_connectx((int)sockfd, list, (int)addrcnt, id);
+    if (ret == -1) {
+        kel_perror("sctp connectx ");
+        ret = KEL_ERROR;
+    }
+    tc_free(list);
+
+    return ret;
+}
+
+LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt, sctp_assoc_t *id)
+{
+    NULL_CHECK(addrStr); /* there is no wildcard peer */
+
+    kel_sockaddr_t *records = __str_transfer2kel_addr(sockfd, family, port, addrStr, addrcnt);
+    if (records == NULL) {
+        return KEL_ERROR;
+    }
+
+    LONG ret = kel_sctp_connectx(sockfd, records, addrcnt, id);
+    tc_free(records);
+
+    return ret;
+}
+
+LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, LONG flags)
+{
+    NULL_CHECK(msg);
+
+    int count = sctp_send((int)sockfd, msg, len, sinfo, (int)flags);
+    if (count == -1) {
+        kel_perror("sctp send ");
+        return KEL_ERROR;
+    }
+
+    return count;
+}
+
+LONG kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *to, LONG ppid, LONG flags,
+                      LONG stream_no, LONG timetolive, LONG context)
+{
+    socklen_t length = (socklen_t)kel_sizeof_socket(to);
+    int count = sctp_sendmsg((int)sockfd, msg, len, &to->sa, length, (uint32_t)ppid, (uint32_t)flags,
+                             (uint16_t)stream_no, (uint32_t)timetolive, (uint32_t)context);
+    if (count == -1) {
+        kel_perror("sctp sendmsg ");
+        return KEL_ERROR;
+    }
+
+    return count;
+}
+
+LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, struct sctp_sndrcvinfo *sinfo,
+                      LONG *msg_flags)
+{
+    socklen_t length = sizeof(*from);
+    int flags = 0;
+
+    /* A cast, not &from->sa: a null record goes on to the library as it is. */
+    int count = sctp_recvmsg((int)sockfd, msg, len, reinterpret_cast<struct sockaddr *>(from), &length, sinfo, &flags);
+    if (count == -1) {
+        return KEL_ERROR; /* silent, unlike the calls around it: receivers poll */
+    }
+
+    *msg_flags = flags;
+    return count;
+}
+
+LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id)
+{
+    int peeled = sctp_peeloff((int)sockfd, assoc_id);
+    if (peeled == -1) {
+        kel_perror("sctp_peeloff ");
+        return KEL_ERROR;
+    }
+
+    return peeled;
+}
+
+LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, socklen_t *size)
+{
+    NULL_CHECK(arg);
+    NULL_CHECK(size);
+
+    int ret = sctp_opt_info((int)sockfd, assoc_id, (int)opt, arg, size);
+    if (ret == -1) {
+        kel_perror("sctp_opt_info ");
+        return KEL_ERROR;
+    }
+
+    return ret;
+}
+
+/* ---- SCTP set-up: fixed sequences that report their failing step; their callers have checked the arguments --------
+ */
+
+LONG __kel_set_sock_op_sctp(LONG sockfd, const struct sctp_initmsg *initmsg, const struct sctp_event_subscribe *events)
+{
+    LONG ret = kel_setsockopt(sockfd, SOL_SCTP, SCTP_INITMSG, initmsg, sizeof(*initmsg));
+    if (ret != 0) {
+        kel_perror("set sctp_initmsg ");
+        return ret;
+    }
+
+    ret = kel_setsockopt(sockfd, SOL_SCTP, SCTP_EVENTS, events, sizeof(*events));
+    if (ret != 0) {
+        kel_perror("set sctp_event_subscribe ");
+        return ret;
+    }
+
+    return KEL_OK;
+}
+
+/* The caller's subscription, or the default in own: data-io events alone. */
+static const struct sctp_event_subscribe *__choose_events(const struct sctp_event_subscribe *events,
+                                                          struct sctp_event_subscribe *own)
+{
+    if (events != NULL) {
+        return events;
+    }
+
+    KEL_MemSet(own, 0, sizeof(*own));
+    own->sctp_data_io_event = 1;
+    return own;
+}
+
+/* The ports are those of the records, here and in the clients; sockfd stays open on every path: it is the caller's. */
+LONG __sctp_server_create(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port, LONG maxClient,
+                          struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    (void)port;
+
+    if (kel_sctp_bindx(sockfd, addrs, addrcnt, SCTP_BINDX_ADD_ADDR) == KEL_ERROR) {
+        kel_perror("bind sctp socket");
+        return KEL_ERROR;
+    }
+
+    if (kel_listen(sockfd, maxClient) == KEL_ERROR) {
+        kel_perror("listen sctp socket");
+        return KEL_ERROR;
+    }
+
+    /* After the listen, not before the bind: the order stays. */
+    struct sctp_event_subscribe own;
+    if (__kel_set_sock_op_sctp(sockfd, initmsg, __choose_events(events, &own)) != 0) {
+        kel_perror("set_sock_op_sctp");
+        return KEL_ERROR;
+    }
+
+    return KEL_OK;
+}
+
+/* The local bind of the clients. A failure is kel_sctp_bindx's to report: the kernel then chooses the addresses. */
+static void __bind_local_list(LONG sockfd, kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    if (my_addrs != NULL && my_addrcnt != 0) {
+        (void)kel_sctp_bindx(sockfd, my_addrs, my_addrcnt, SCTP_BINDX_ADD_ADDR);
+    }
+}
+
+LONG __sctp_one2one_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                  struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, sctp_assoc_t *id,
+                                  kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    (void)s_port;
+
+    /* Descriptor 0 counts as a failure and stays open, here and in the other set-ups: do not make this -1. */
+    LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, IPPROTO_SCTP);
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
+        return KEL_ERROR;
+    }
+
+    __bind_local_list(sockfd, my_addrs, my_addrcnt);
+
+    struct sctp_event_subscribe own;
+    if (__kel_set_sock_op_sctp(sockfd, initmsg, __choose_events(events, &own)) != 0) {
+        kel_perror("set_sock_op_sctp ");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    if (kel_sctp_connectx(sockfd, s_addrs, s_addrcnt, id) != 0) {
+        kel_perror("sctp_connectx ");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/* The peer's addresses are not used: associations come with the caller's first message to each peer. */
+LONG __sctp_one2many_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                   struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                   kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    (void)s_addrs;
+    (void)s_addrcnt;
+    (void)s_port;
+
+    LONG sockfd = kel_socket(family, KEL_SOCK_SEQPACKET, IPPROTO_SCTP);
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
+        return KEL_ERROR;
+    }
+
+    __bind_local_list(sockfd, my_addrs, my_addrcnt);
+
+    struct sctp_event_subscribe own;
+    if (__kel_set_sock_op_sctp(sockfd, initmsg, __choose_events(events, &own)) != 0) {
+        kel_perror("set_sock_op_sctp ");
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+/* ---- SCTP endpoints: check the arguments, then the set-ups; a client's failure is reported twice, and is meant to be
+ */
+
+LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
+                                    LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    NULL_CHECK(initmsg);
+
+    LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, IPPROTO_SCTP);
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
+        return KEL_ERROR;
+    }
+
+    kel_sockaddr_t wildcard;
+    if (addrs == NULL) {
+        KEL_MemSet(&wildcard, 0, sizeof(wildcard));
+        /* Not tested: what cannot be filled cannot be bound either, and the bind reports. */
+        (void)kel_addr_fill(sockfd, &wildcard, family, port, family == KEL_AF_INET6 ? IPV6_ANY_STR : IPV4_ANY_STR, 0,
+                            NULL);
+        addrs = &wildcard;
+        addrcnt = 1;
+    }
+
+    if (__sctp_server_create(sockfd, addrs, addrcnt, port, maxClient, initmsg, events) != 0) {
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_sctp_server_one2many_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
+                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    NULL_CHECK(initmsg);
+
+    /* Not tested: a socket that failed fails the bind, which reports, and -1 is closed. A null list has no wildcard. */
+    LONG sockfd = kel_socket(family, KEL_SOCK_SEQPACKET, IPPROTO_SCTP);
+
+    if (__sctp_server_create(sockfd, addrs, addrcnt, port, maxClient, initmsg, events) != 0) {
+        kel_close(sockfd);
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_sctp_server_one2one_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port, LONG maxClient,
+                                        struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    NULL_CHECK(initmsg);
+
+    kel_sockaddr_t *records = __str_transfer2kel_addr(0, family, port, addrStr, addrcnt);
+    if (records == NULL) {
+        return KEL_ERROR;
+    }
+
+    LONG count = addrStr == NULL ? 1 : addrcnt;
+    LONG ret = kel_sctp_server_one2one_create(family, records, count, port, maxClient, initmsg, events);
+    tc_free(records);
+
+    return ret;
+}
+
+LONG kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port, LONG maxClient,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    NULL_CHECK(initmsg);
+
+    kel_sockaddr_t *records = __str_transfer2kel_addr(0, family, port, addrStr, addrcnt);
+    if (records == NULL) {
+        return KEL_ERROR;
+    }
+
+    LONG count = addrStr == NULL ? 1 : addrcnt;
+    LONG ret = kel_sctp_server_one2many_create(family, records, count, port, maxClient, initmsg, events);
+    tc_free(records);
+
+    return ret;
+}
+
+LONG kel_sctp_client_one2one_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                    struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, sctp_assoc_t *id)
+{
+    NULL_CHECK(s_addrs);
+    NULL_CHECK(initmsg);
+    NULL_CHECK(id);
+
+    LONG sockfd = __sctp_one2one_client_create(family, s_addrs, s_addrcnt, s_port, initmsg, events, id, NULL, 0);
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_sctp_client_one2one_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                         sctp_assoc_t *id, kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    NULL_CHECK(s_addrs);
+    NULL_CHECK(initmsg);
+    NULL_CHECK(id);
+
+    LONG sockfd =
+        __sctp_one2one_client_create(family, s_addrs, s_addrcnt, s_port, initmsg, events, id, my_addrs, my_addrcnt);
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                        struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                        sctp_assoc_t *id)
+{
+    NULL_CHECK(s_addrStr);
+    NULL_CHECK(initmsg);
+    NULL_CHECK(id);
+
+    kel_sockaddr_t *records = __str_transfer2kel_addr(0, family, s_port, s_addrStr, s_addrcnt);
+    if (records == NULL) {
+        return KEL_ERROR;
+    }
+
+    LONG ret = kel_sctp_client_one2one_create(family, records, s_addrcnt, s_port, initmsg, events, id);
+    tc_free(records);
+
+    return ret;
+}
+
+LONG kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                     struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    NULL_CHECK(s_addrs);
+    NULL_CHECK(initmsg);
+
+    LONG sockfd = __sctp_one2many_client_create(family, s_addrs, s_addrcnt, s_port, initmsg, events, NULL, 0);
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_sctp_client_one2many_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                          struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                          kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    NULL_CHECK(s_addrs);
+    NULL_CHECK(initmsg);
+
+    LONG sockfd =
+        __sctp_one2many_client_create(family, s_addrs, s_addrcnt, s_port, initmsg, events, my_addrs, my_addrcnt);
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
+        return KEL_ERROR;
+    }
+
+    return sockfd;
+}
+
+LONG kel_sctp_client_one2many_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    NULL_CHECK(s_addrStr);
+    NULL_CHECK(initmsg);
+
+    /* Converted though nobody uses them: bad text is to fail here, before there is a socket. */
+    kel_sockaddr_t *records = __str_transfer2kel_addr(0, family, s_port, s_addrStr, s_addrcnt);
+    if (records == NULL) {
+        return KEL_ERROR;
+    }
+
+    LONG sockfd = __sctp_one2many_client_create(family, records, s_addrcnt, s_port, initmsg, events, NULL, 0);
+    tc_free(records); /* before the report, where the other text variants have made theirs */
+    if (!(sockfd > 0)) {
+        kel_perror("create sctp socket ");
         return KEL_ERROR;
     }
 

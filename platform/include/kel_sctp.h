@@ -1,0 +1,425 @@
+/*
+ * SCTP: the records and constants that go with the kel_sctp_* functions of kel_socket.h, as RFC 6458 and the kernel
+ * define them.
+ *
+ * This header takes the place of the system's SCTP headers, <netinet/sctp.h> and <linux/sctp.h>. One of those before it
+ * is refused here with an error; one after it cannot be refused, and the compiler then reports every record as defined
+ * twice. An application that wants the system's includes that and kel_socket.h, and not this one. The protocol's
+ * number, IPPROTO_SCTP, is that of <netinet/in.h>.
+ */
+#if !defined(KEL_SCTP_H) && (defined(_SCTP_H) || defined(__linux_sctp_h__))
+#error "kel_sctp.h takes the place of the system's SCTP header: include one of them, not both"
+#elif !defined(KEL_SCTP_H)
+#define KEL_SCTP_H
+
+#include <stdint.h>
+#include <sys/socket.h>
+
+#include "kel_socket.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Records that end in an array of open length are C; C++ knows them as an extension. */
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wc99-extensions"
+#endif
+
+/* ---- Levels, options and flags --------------------------------------------------------------------------------- */
+
+#ifndef SOL_SCTP
+#define SOL_SCTP 132 /* level of every option below; the C library may define it already */
+#endif
+
+/* Options for kel_sctp_opt_info() and kel_setsockopt(), with the record that each takes. */
+#define SCTP_RTOINFO 0                /* struct sctp_rtoinfo */
+#define SCTP_ASSOCINFO 1              /* struct sctp_assocparams */
+#define SCTP_INITMSG 2                /* struct sctp_initmsg */
+#define SCTP_NODELAY 3                /* int */
+#define SCTP_AUTOCLOSE 4              /* uint32_t, seconds */
+#define SCTP_SET_PEER_PRIMARY_ADDR 5  /* struct sctp_setpeerprim */
+#define SCTP_PRIMARY_ADDR 6           /* struct sctp_prim */
+#define SCTP_ADAPTATION_LAYER 7       /* struct sctp_setadaptation */
+#define SCTP_DISABLE_FRAGMENTS 8      /* int */
+#define SCTP_PEER_ADDR_PARAMS 9       /* struct sctp_paddrparams */
+#define SCTP_DEFAULT_SEND_PARAM 10    /* struct sctp_sndrcvinfo */
+#define SCTP_EVENTS 11                /* struct sctp_event_subscribe */
+#define SCTP_I_WANT_MAPPED_V4_ADDR 12 /* int */
+#define SCTP_MAXSEG 13                /* struct sctp_assoc_value */
+#define SCTP_STATUS 14                /* struct sctp_status */
+#define SCTP_GET_PEER_ADDR_INFO 15    /* struct sctp_paddrinfo */
+#define SCTP_DELAYED_ACK_TIME 16      /* struct sctp_sack_info */
+#define SCTP_DELAYED_SACK SCTP_DELAYED_ACK_TIME
+#define SCTP_CONTEXT 17                /* struct sctp_assoc_value */
+#define SCTP_FRAGMENT_INTERLEAVE 18    /* int */
+#define SCTP_PARTIAL_DELIVERY_POINT 19 /* uint32_t, bytes */
+#define SCTP_MAX_BURST 20              /* struct sctp_assoc_value */
+#define SCTP_AUTH_CHUNK 21             /* struct sctp_authchunk */
+#define SCTP_AUTH_KEY 23               /* struct sctp_authkey */
+#define SCTP_AUTH_ACTIVE_KEY 24        /* struct sctp_authkeyid */
+#define SCTP_AUTH_DELETE_KEY 25        /* struct sctp_authkeyid */
+#define SCTP_GET_ASSOC_NUMBER 28       /* uint32_t */
+#define SCTP_GET_ASSOC_ID_LIST 29      /* struct sctp_assoc_ids */
+#define SCTP_AUTO_ASCONF 30            /* int */
+
+/* Flags of kel_sctp_bindx(). */
+#define SCTP_BINDX_ADD_ADDR 0x01
+#define SCTP_BINDX_REM_ADDR 0x02
+
+/* In the flags that kel_sctp_recvmsg() stores: what was received is a notification, not a message. */
+#define MSG_NOTIFICATION 0x8000
+
+/* Associations that an option record may name on a one-to-many socket in place of one. */
+#define SCTP_FUTURE_ASSOC 0
+#define SCTP_CURRENT_ASSOC 1
+#define SCTP_ALL_ASSOC 2
+
+/* sinfo_flags, and the flags of kel_sctp_sendmsg(). */
+enum sctp_sinfo_flags {
+    SCTP_UNORDERED = 1 << 0,
+    SCTP_ADDR_OVER = 1 << 1, /* send to the given address rather than to the primary one */
+    SCTP_ABORT = 1 << 2,
+    SCTP_SACK_IMMEDIATELY = 1 << 3,
+    SCTP_SENDALL = 1 << 6,
+    SCTP_EOF = 0x200 /* shut the association down; goes out with length 0 */
+};
+
+/* ---- Records of the module's functions ------------------------------------------------------------------------- */
+
+/* SCTP_INITMSG: how an association is set up; 0 leaves the kernel's own value. */
+struct sctp_initmsg {
+    uint16_t sinit_num_ostreams;
+    uint16_t sinit_max_instreams;
+    uint16_t sinit_max_attempts;
+    uint16_t sinit_max_init_timeo; /* milliseconds */
+};
+
+/* SCTP_EVENTS: which notifications arrive; each flag 0 or 1. The module hands over exactly these ten. */
+struct sctp_event_subscribe {
+    uint8_t sctp_data_io_event; /* fill struct sctp_sndrcvinfo with every message */
+    uint8_t sctp_association_event;
+    uint8_t sctp_address_event;
+    uint8_t sctp_send_failure_event;
+    uint8_t sctp_peer_error_event;
+    uint8_t sctp_shutdown_event;
+    uint8_t sctp_partial_delivery_event;
+    uint8_t sctp_adaptation_layer_event;
+    uint8_t sctp_authentication_event;
+    uint8_t sctp_sender_dry_event;
+};
+
+/* What goes with a message. */
+struct sctp_sndrcvinfo {
+    uint16_t sinfo_stream;
+    uint16_t sinfo_ssn;
+    uint16_t sinfo_flags;
+    uint32_t sinfo_ppid; /* as on the wire: no byte order is changed */
+    uint32_t sinfo_context;
+    uint32_t sinfo_timetolive; /* milliseconds, 0 for ever */
+    uint32_t sinfo_tsn;
+    uint32_t sinfo_cumtsn;
+    sctp_assoc_t sinfo_assoc_id;
+};
+
+/* ---- Notifications: what kel_sctp_recvmsg() delivers with MSG_NOTIFICATION ------------------------------------- */
+
+enum sctp_sn_type {
+    SCTP_SN_TYPE_BASE = 1 << 15,
+    SCTP_DATA_IO_EVENT = SCTP_SN_TYPE_BASE,
+    SCTP_ASSOC_CHANGE,
+    SCTP_PEER_ADDR_CHANGE,
+    SCTP_SEND_FAILED,
+    SCTP_REMOTE_ERROR,
+    SCTP_SHUTDOWN_EVENT,
+    SCTP_PARTIAL_DELIVERY_EVENT,
+    SCTP_ADAPTATION_INDICATION,
+    SCTP_AUTHENTICATION_EVENT,
+    SCTP_SENDER_DRY_EVENT
+};
+#define SCTP_AUTHENTICATION_INDICATION SCTP_AUTHENTICATION_EVENT
+
+/* SCTP_ASSOC_CHANGE (sctp_association_event) */
+struct sctp_assoc_change {
+    uint16_t sac_type;
+    uint16_t sac_flags;
+    uint32_t sac_length;
+    uint16_t sac_state; /* enum sctp_sac_state */
+    uint16_t sac_error;
+    uint16_t sac_outbound_streams;
+    uint16_t sac_inbound_streams;
+    sctp_assoc_t sac_assoc_id;
+    __extension__ uint8_t sac_info[];
+};
+
+enum sctp_sac_state { SCTP_COMM_UP, SCTP_COMM_LOST, SCTP_RESTART, SCTP_SHUTDOWN_COMP, SCTP_CANT_STR_ASSOC };
+
+/* SCTP_PEER_ADDR_CHANGE (sctp_address_event) */
+struct sctp_paddr_change {
+    uint16_t spc_type;
+    uint16_t spc_flags;
+    uint32_t spc_length;
+    struct sockaddr_storage spc_aaddr;
+    int spc_state; /* enum sctp_spc_state */
+    int spc_error;
+    sctp_assoc_t spc_assoc_id;
+} __attribute__((packed, aligned(4)));
+
+enum sctp_spc_state {
+    SCTP_ADDR_AVAILABLE,
+    SCTP_ADDR_UNREACHABLE,
+    SCTP_ADDR_REMOVED,
+    SCTP_ADDR_ADDED,
+    SCTP_ADDR_MADE_PRIM,
+    SCTP_ADDR_CONFIRMED,
+    SCTP_ADDR_POTENTIALLY_FAILED
+};
+
+/* SCTP_REMOTE_ERROR (sctp_peer_error_event) */
+struct sctp_remote_error {
+    uint16_t sre_type;
+    uint16_t sre_flags;
+    uint32_t sre_length;
+    uint16_t sre_error; /* network byte order */
+    sctp_assoc_t sre_assoc_id;
+    __extension__ uint8_t sre_data[];
+};
+
+/* SCTP_SEND_FAILED (sctp_send_failure_event) */
+struct sctp_send_failed {
+    uint16_t ssf_type;
+    uint16_t ssf_flags; /* enum sctp_ssf_flags */
+    uint32_t ssf_length;
+    uint32_t ssf_error;
+    struct sctp_sndrcvinfo ssf_info;
+    sctp_assoc_t ssf_assoc_id;
+    __extension__ uint8_t ssf_data[];
+};
+
+enum sctp_ssf_flags { SCTP_DATA_UNSENT, SCTP_DATA_SENT };
+
+/* SCTP_SHUTDOWN_EVENT (sctp_shutdown_event) */
+struct sctp_shutdown_event {
+    uint16_t sse_type;
+    uint16_t sse_flags;
+    uint32_t sse_length;
+    sctp_assoc_t sse_assoc_id;
+};
+
+/* SCTP_PARTIAL_DELIVERY_EVENT (sctp_partial_delivery_event) */
+struct sctp_pdapi_event {
+    uint16_t pdapi_type;
+    uint16_t pdapi_flags;
+    uint32_t pdapi_length;
+    uint32_t pdapi_indication;
+    sctp_assoc_t pdapi_assoc_id;
+    uint32_t pdapi_stream;
+    uint32_t pdapi_seq;
+};
+
+enum { SCTP_PARTIAL_DELIVERY_ABORTED = 0 };
+
+/* SCTP_ADAPTATION_INDICATION (sctp_adaptation_layer_event) */
+struct sctp_adaptation_event {
+    uint16_t sai_type;
+    uint16_t sai_flags;
+    uint32_t sai_length;
+    uint32_t sai_adaptation_ind;
+    sctp_assoc_t sai_assoc_id;
+};
+
+/* SCTP_AUTHENTICATION_EVENT (sctp_authentication_event) */
+struct sctp_authkey_event {
+    uint16_t auth_type;
+    uint16_t auth_flags;
+    uint32_t auth_length;
+    uint16_t auth_keynumber;
+    uint16_t auth_altkeynumber;
+    uint32_t auth_indication;
+    sctp_assoc_t auth_assoc_id;
+};
+
+enum { SCTP_AUTH_NEW_KEY, SCTP_AUTH_FREE_KEY, SCTP_AUTH_NO_AUTH };
+
+/* SCTP_SENDER_DRY_EVENT (sctp_sender_dry_event) */
+struct sctp_sender_dry_event {
+    uint16_t sender_dry_type;
+    uint16_t sender_dry_flags;
+    uint32_t sender_dry_length;
+    sctp_assoc_t sender_dry_assoc_id;
+};
+
+/* Any notification; its type decides which member it is. */
+union sctp_notification {
+    struct {
+        uint16_t sn_type; /* enum sctp_sn_type */
+        uint16_t sn_flags;
+        uint32_t sn_length;
+    } sn_header;
+    struct sctp_assoc_change sn_assoc_change;
+    struct sctp_paddr_change sn_paddr_change;
+    struct sctp_remote_error sn_remote_error;
+    struct sctp_send_failed sn_send_failed;
+    struct sctp_shutdown_event sn_shutdown_event;
+    struct sctp_pdapi_event sn_pdapi_event;
+    struct sctp_adaptation_event sn_adaptation_event;
+    struct sctp_authkey_event sn_authkey_event;
+    struct sctp_sender_dry_event sn_sender_dry_event;
+};
+
+/* Error fields of notifications. */
+typedef enum sctp_sn_error {
+    SCTP_FAILED_THRESHOLD,
+    SCTP_RECEIVED_SACK,
+    SCTP_HEARTBEAT_SUCCESS,
+    SCTP_RESPONSE_TO_USER_REQ,
+    SCTP_INTERNAL_ERROR,
+    SCTP_SHUTDOWN_GUARD_EXPIRES,
+    SCTP_PEER_FAULTY
+} sctp_sn_error_t;
+
+/* ---- Records of the options; times are milliseconds ------------------------------------------------------------ */
+
+struct sctp_rtoinfo {
+    sctp_assoc_t srto_assoc_id;
+    uint32_t srto_initial;
+    uint32_t srto_max;
+    uint32_t srto_min;
+};
+
+struct sctp_assocparams {
+    sctp_assoc_t sasoc_assoc_id;
+    uint16_t sasoc_asocmaxrxt;
+    uint16_t sasoc_number_peer_destinations;
+    uint32_t sasoc_peer_rwnd;
+    uint32_t sasoc_local_rwnd;
+    uint32_t sasoc_cookie_life;
+};
+
+struct sctp_setpeerprim {
+    sctp_assoc_t sspp_assoc_id;
+    struct sockaddr_storage sspp_addr;
+} __attribute__((packed, aligned(4)));
+
+struct sctp_prim {
+    sctp_assoc_t ssp_assoc_id;
+    struct sockaddr_storage ssp_addr;
+} __attribute__((packed, aligned(4)));
+
+struct sctp_setadaptation {
+    uint32_t ssb_adaptation_ind;
+};
+
+enum sctp_spp_flags {
+    SPP_HB_ENABLE = 1 << 0,
+    SPP_HB_DISABLE = 1 << 1,
+    SPP_HB = SPP_HB_ENABLE | SPP_HB_DISABLE,
+    SPP_HB_DEMAND = 1 << 2,
+    SPP_PMTUD_ENABLE = 1 << 3,
+    SPP_PMTUD_DISABLE = 1 << 4,
+    SPP_PMTUD = SPP_PMTUD_ENABLE | SPP_PMTUD_DISABLE,
+    SPP_SACKDELAY_ENABLE = 1 << 5,
+    SPP_SACKDELAY_DISABLE = 1 << 6,
+    SPP_SACKDELAY = SPP_SACKDELAY_ENABLE | SPP_SACKDELAY_DISABLE,
+    SPP_HB_TIME_IS_ZERO = 1 << 7,
+    SPP_IPV6_FLOWLABEL = 1 << 8,
+    SPP_DSCP = 1 << 9
+};
+
+struct sctp_paddrparams {
+    sctp_assoc_t spp_assoc_id;
+    struct sockaddr_storage spp_address;
+    uint32_t spp_hbinterval;
+    uint16_t spp_pathmaxrxt;
+    uint32_t spp_pathmtu;
+    uint32_t spp_sackdelay;
+    uint32_t spp_flags; /* enum sctp_spp_flags */
+    uint32_t spp_ipv6_flowlabel;
+    uint8_t spp_dscp;
+} __attribute__((packed, aligned(4)));
+
+struct sctp_sack_info {
+    sctp_assoc_t sack_assoc_id;
+    uint32_t sack_delay;
+    uint32_t sack_freq;
+};
+
+struct sctp_assoc_value {
+    sctp_assoc_t assoc_id;
+    uint32_t assoc_value;
+};
+
+struct sctp_authchunk {
+    uint8_t sauth_chunk;
+};
+
+struct sctp_authkey {
+    sctp_assoc_t sca_assoc_id;
+    uint16_t sca_keynumber;
+    uint16_t sca_keylength;
+    __extension__ uint8_t sca_key[];
+};
+
+struct sctp_authkeyid {
+    sctp_assoc_t scact_assoc_id;
+    uint16_t scact_keynumber;
+};
+
+struct sctp_assoc_ids {
+    uint32_t gaids_number_of_ids;
+    __extension__ sctp_assoc_t gaids_assoc_id[];
+};
+
+struct sctp_paddrinfo {
+    sctp_assoc_t spinfo_assoc_id;
+    struct sockaddr_storage spinfo_address;
+    int32_t spinfo_state; /* enum sctp_spinfo_state */
+    uint32_t spinfo_cwnd;
+    uint32_t spinfo_srtt;
+    uint32_t spinfo_rto;
+    uint32_t spinfo_mtu;
+} __attribute__((packed, aligned(4)));
+
+enum sctp_spinfo_state {
+    SCTP_INACTIVE,
+    SCTP_PF, /* potentially failed */
+    SCTP_ACTIVE,
+    SCTP_UNCONFIRMED,
+    SCTP_UNKNOWN = 0xffff
+};
+#define SCTP_POTENTIALLY_FAILED SCTP_PF
+
+struct sctp_status {
+    sctp_assoc_t sstat_assoc_id;
+    int32_t sstat_state; /* enum sctp_sstat_state */
+    uint32_t sstat_rwnd;
+    uint16_t sstat_unackdata;
+    uint16_t sstat_penddata;
+    uint16_t sstat_instrms;
+    uint16_t sstat_outstrms;
+    uint32_t sstat_fragmentation_point;
+    struct sctp_paddrinfo sstat_primary;
+};
+
+enum sctp_sstat_state {
+    SCTP_EMPTY = 0,
+    SCTP_CLOSED = 1,
+    SCTP_COOKIE_WAIT = 2,
+    SCTP_COOKIE_ECHOED = 3,
+    SCTP_ESTABLISHED = 4,
+    SCTP_SHUTDOWN_PENDING = 5,
+    SCTP_SHUTDOWN_SENT = 6,
+    SCTP_SHUTDOWN_RECEIVED = 7,
+    SCTP_SHUTDOWN_ACK_SENT = 8
+};
+
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,35 @@
+/* What the stand-ins for the system, libsctp and the allocator share: one trace, one script. */
+#ifndef TESTS_SYSTEM_TRACE_H
+#define TESTS_SYSTEM_TRACE_H
+
+#include "system.h"
+
+namespace sys
+{
+
+/* While the stand-in itself works, what it calls is its own affair. */
+bool recording();
+
+std::string text(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* The name that a test has given to a pointer, "null", or "?". */
+std::string pointer(const void *p);
+
+/* The bytes of an address, of which no more than a record are there, whatever the length says. */
+std::string address(const struct sockaddr *addr, socklen_t length);
+
+/* Answers a call: "name(arguments) = result", with the errno that it sets behind. */
+long answer(const std::string &name, const std::string &arguments, long usual);
+
+/* A call that makes a descriptor. */
+int make(const std::string &name, const std::string &arguments);
+
+/* Hands out what set_peer was given. */
+void fill_peer(struct sockaddr *addr, socklen_t *length);
+
+/* A recording begins or ends: nothing is left of lists and blocks. */
+void forget_sctp();
+
+} // namespace sys
+
+#endif
