@@ -9,7 +9,7 @@ void *tc_malloc(size_t size) noexcept
     return size > PTRDIFF_MAX ? nullptr : malloc(size);
 }
 
-void tc_free(void *block) noexcept
+void tc_free(void *ptr) noexcept
 {
-    free(block);
+    free(ptr);
 }
