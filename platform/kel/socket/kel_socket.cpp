@@ -437,8 +437,7 @@ LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addr
 
 LONG kel_listen(LONG sockfd, LONG maxClient)
 {
-    /* The analyzer objects to -1: the one-to-many server passes on a socket that failed, and its bind has ended that.
-     */
+    /* The analyzer sees -1 come from the one-to-many server, past a bind of -1, which cannot succeed. */
     if (listen((int)sockfd, (int)maxClient) != 0) { // NOLINT(clang-analyzer-unix.StdCLibraryFunctions)
         return KEL_ERROR;
     }
