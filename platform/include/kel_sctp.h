@@ -51,18 +51,30 @@ extern "C" {
 #define SCTP_STATUS 14                /* struct sctp_status */
 #define SCTP_GET_PEER_ADDR_INFO 15    /* struct sctp_paddrinfo */
 #define SCTP_DELAYED_ACK_TIME 16      /* struct sctp_sack_info */
+#define SCTP_DELAYED_ACK SCTP_DELAYED_ACK_TIME
 #define SCTP_DELAYED_SACK SCTP_DELAYED_ACK_TIME
-#define SCTP_CONTEXT 17                /* struct sctp_assoc_value */
-#define SCTP_FRAGMENT_INTERLEAVE 18    /* int */
-#define SCTP_PARTIAL_DELIVERY_POINT 19 /* uint32_t, bytes */
-#define SCTP_MAX_BURST 20              /* struct sctp_assoc_value */
-#define SCTP_AUTH_CHUNK 21             /* struct sctp_authchunk */
-#define SCTP_AUTH_KEY 23               /* struct sctp_authkey */
-#define SCTP_AUTH_ACTIVE_KEY 24        /* struct sctp_authkeyid */
-#define SCTP_AUTH_DELETE_KEY 25        /* struct sctp_authkeyid */
-#define SCTP_GET_ASSOC_NUMBER 28       /* uint32_t */
-#define SCTP_GET_ASSOC_ID_LIST 29      /* struct sctp_assoc_ids */
-#define SCTP_AUTO_ASCONF 30            /* int */
+#define SCTP_CONTEXT 17                          /* struct sctp_assoc_value */
+#define SCTP_FRAGMENT_INTERLEAVE 18              /* int */
+#define SCTP_PARTIAL_DELIVERY_POINT 19           /* uint32_t, bytes */
+#define SCTP_MAX_BURST 20                        /* struct sctp_assoc_value */
+#define SCTP_AUTH_CHUNK 21                       /* struct sctp_authchunk */
+#define SCTP_HMAC_IDENT 22                       /* struct sctp_hmacalgo */
+#define SCTP_AUTH_KEY 23                         /* struct sctp_authkey */
+#define SCTP_AUTH_ACTIVE_KEY 24                  /* struct sctp_authkeyid */
+#define SCTP_AUTH_DELETE_KEY 25                  /* struct sctp_authkeyid */
+#define SCTP_PEER_AUTH_CHUNKS 26                 /* struct sctp_authchunks */
+#define SCTP_LOCAL_AUTH_CHUNKS 27                /* struct sctp_authchunks */
+#define SCTP_GET_ASSOC_NUMBER 28                 /* uint32_t */
+#define SCTP_GET_ASSOC_ID_LIST 29                /* struct sctp_assoc_ids */
+#define SCTP_AUTO_ASCONF 30                      /* int */
+#define SCTP_PEER_ADDR_THLDS 31                  /* struct sctp_paddrthlds */
+#define SCTP_RECVRCVINFO 32                      /* int */
+#define SCTP_RECVNXTINFO 33                      /* int */
+#define SCTP_DEFAULT_SNDINFO 34                  /* struct sctp_sndinfo */
+#define SCTP_AUTH_DEACTIVATE_KEY 35              /* struct sctp_authkeyid */
+#define SCTP_REUSE_PORT 36                       /* int */
+#define SCTP_EVENT 127                           /* struct sctp_event */
+#define SCTP_EXPOSE_POTENTIALLY_FAILED_STATE 131 /* struct sctp_assoc_value */
 
 /* Flags of kel_sctp_bindx(). */
 #define SCTP_BINDX_ADD_ADDR 0x01
@@ -366,9 +378,41 @@ struct sctp_authkeyid {
     uint16_t scact_keynumber;
 };
 
+struct sctp_hmacalgo {
+    uint32_t shmac_num_idents;
+    __extension__ uint16_t shmac_idents[];
+};
+
+struct sctp_authchunks {
+    sctp_assoc_t gauth_assoc_id;
+    uint32_t gauth_number_of_chunks;
+    __extension__ uint8_t gauth_chunks[];
+};
+
 struct sctp_assoc_ids {
     uint32_t gaids_number_of_ids;
     __extension__ sctp_assoc_t gaids_assoc_id[];
+};
+
+struct sctp_paddrthlds {
+    sctp_assoc_t spt_assoc_id;
+    struct sockaddr_storage spt_address;
+    uint16_t spt_pathmaxrxt;
+    uint16_t spt_pathpfthld;
+};
+
+struct sctp_sndinfo {
+    uint16_t snd_sid;
+    uint16_t snd_flags; /* enum sctp_sinfo_flags */
+    uint32_t snd_ppid;  /* as on the wire */
+    uint32_t snd_context;
+    sctp_assoc_t snd_assoc_id;
+};
+
+struct sctp_event {
+    sctp_assoc_t se_assoc_id;
+    uint16_t se_type; /* enum sctp_sn_type */
+    uint8_t se_on;
 };
 
 struct sctp_paddrinfo {
