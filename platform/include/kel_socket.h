@@ -502,11 +502,12 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
  *
  * The records and constants are in kel_sctp.h. Lists of addresses are arrays of records, or of numeric texts, of one
  * family: that of the first record decides how all of them are read, and a mixed list is not noticed. Counts are not
- * checked: a negative one finds no memory and fails. Temporary lists come from tc_malloc() and are gone when a call
- * returns. A kernel without SCTP refuses to create the sockets (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many).
+ * checked: a negative one finds no memory and fails, and with 0 the family is still read, so there has to be at least
+ * one text. Temporary lists come from tc_malloc() and are gone when a call returns. A kernel without SCTP refuses to
+ * create the sockets (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many).
  */
 
-typedef int sctp_assoc_t; /* association identifier, 32 bits; 0 on one-to-one sockets */
+typedef int sctp_assoc_t; /* association identifier, 32 bits; the kernel ignores it on one-to-one sockets */
 
 struct sctp_event_subscribe;
 struct sctp_initmsg;
@@ -515,7 +516,7 @@ struct sctp_sndrcvinfo;
 /**
  * Fetch the peer's addresses of an association, or the local ones.
  *
- * @param assoc_id association of a one-to-many socket; 0 on a one-to-one socket, and for all local addresses
+ * @param assoc_id association of a one-to-many socket; 0 for all local addresses of the socket
  * @param addrs    receives an array of records in memory of its own, for the matching free function; NULL when the
  *                 addresses were fetched and could not be converted. Not written when the result is 0 or the fetching
  *                 failed: set it to NULL before the call. What lies behind a record's own family member is not cleared

@@ -21,6 +21,7 @@ SHARED = os.path.join(BUILD, "platform/kel/socket/libkel_socket.so")
 STATIC = os.path.join(BUILD, "platform/kel/socket/libkel_socket.a")
 HOST = os.path.join(BUILD, "host/libkel_host.a")
 CALLS = ["-lsctp", "-ltcmalloc_minimal"]  # what comes with the static library
+EITHER = [[SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]]
 PUBLIC = sorted(h for h in os.listdir(os.path.join(SOURCE, "platform/include")))
 COMPILERS = [["gcc-12", "-std=c11"], ["clang-19", "-std=c11"], ["g++-12", "-std=c++17"], ["clang++-19", "-std=c++17"]]
 
@@ -44,6 +45,13 @@ def run(*command, **options):
 def symbols(path, *flags):
     listed = subprocess.run(["nm", *flags, path], check=True, stdout=subprocess.PIPE, text=True).stdout
     return {line.split()[-1].split("@")[0] for line in listed.splitlines() if len(line.split()) >= 2}
+
+
+def declared_functions():
+    """The functions of kel_socket.h."""
+    with open(os.path.join(SOURCE, "platform/include/kel_socket.h"), encoding="ascii") as file:
+        header = re.sub(r"/\*.*?\*/", "", file.read(), flags=re.S)
+    return set(re.findall(r"^(?:LONG|BOOL|CHAR \*|const CHAR \*)\s*(\w+)\(", header, flags=re.M))
 
 
 class Case(unittest.TestCase):
@@ -136,11 +144,14 @@ class Module(Case):
         self.assertEqual(symbols(STATIC, "-u") - COMPILERS_OWN, CALLED)
 
     def test_exports_the_declared_functions_and_nothing_else(self):
-        with open(os.path.join(SOURCE, "platform/include/kel_socket.h"), encoding="ascii") as file:
-            header = re.sub(r"/\*.*?\*/", "", file.read(), flags=re.S)
-        declared = set(re.findall(r"^(?:LONG|BOOL|CHAR \*|const CHAR \*)\s*(\w+)\(", header, flags=re.M))
-        self.assertEqual(len(declared), 60)
-        self.assertEqual(symbols(SHARED, "-D", "--defined-only"), declared)
+        self.assertEqual(len(declared_functions()), 60)
+        self.assertEqual(symbols(SHARED, "-D", "--defined-only"), declared_functions())
+
+    def test_has_its_private_names_in_the_static_library_alone(self):
+        private = {"g_module_socket", "Match_RegExpPattern", "__kel_set_sock_op_sctp", "__sctp_server_create",
+                   "__sctp_one2one_client_create", "__sctp_one2many_client_create"}
+        self.assertEqual(symbols(STATIC, "-g", "--defined-only"), declared_functions() | private)
+        self.assertEqual(symbols(SHARED, "-D", "--defined-only") & private, set())
 
     def test_keeps_no_state_but_the_registrys_record(self):
         listed = subprocess.run(["nm", STATIC], check=True, stdout=subprocess.PIPE, text=True).stdout
@@ -171,7 +182,7 @@ class CPrograms(Case):
         return self.path(name)
 
     def test_server_and_client_of_the_readme_talk(self):
-        for libraries in ([SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]):
+        for libraries in EITHER:
             with self.subTest(library=libraries[0]):
                 port = self.free_port()
                 server = self.build("echo_server", port, *libraries)
@@ -186,6 +197,24 @@ class CPrograms(Case):
                         self.assertEqual(running.wait(timeout=60), 0)
                     finally:
                         running.kill()
+
+    def test_every_function_links_beside_the_sctp_records(self):
+        everything = "".join(f"(void (*)(void)){name}, " for name in sorted(declared_functions()))
+        source = self.write("sctp.c", '#include "kel_sctp.h"\n'
+                            "static struct sctp_initmsg initmsg = {.sinit_num_ostreams = 10};\n"
+                            "static struct sctp_event_subscribe events = {.sctp_data_io_event = 1};\n"
+                            f"static void (*const all[])(void) = {{{everything}}};\n"
+                            "int main(void)\n{\n    sctp_assoc_t id = 0;\n"
+                            "    return sizeof(all) / sizeof(all[0]) != 60 || kel_sctp_freepaddrs(NULL) != KEL_OK ||\n"
+                            "           kel_sctp_client_one2one_create(KEL_AF_INET, NULL, 1, 0, &initmsg, &events,\n"
+                            "                                          &id) != KEL_ERROR;\n}\n")
+        for libraries in EITHER:
+            with self.subTest(library=libraries[0]):
+                self.compile("gcc-12", "-std=c11", "-Wall", "-Wextra", "-Werror", *INCLUDE, source, *libraries, "-o",
+                             self.path("sctp"))
+                ran = run(self.path("sctp"), env={**os.environ, "KEL_HOST_LOG": self.path("log")})
+                self.assertEqual(ran.returncode, 0)
+                self.assertIn("s_addrs is null", ran.stdout)
 
     def test_log_names_the_source_as_the_repository_does(self):
         client = self.build("echo_client", self.free_port(), STATIC, HOST, *CALLS)

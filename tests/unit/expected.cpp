@@ -12,7 +12,8 @@ namespace
 
 constexpr const char *source_name = "platform/kel/socket/kel_socket.cpp"; /* as the reports carry it */
 
-/* The source's lines; a function begins at the line that starts with its result type and names it. */
+/* The source's lines; a function begins at the line that starts with its result type and names it, behind a blank or
+ * the star of a pointer. */
 const std::vector<std::string> &source()
 {
     static const std::vector<std::string> lines = [] {
@@ -28,8 +29,9 @@ const std::vector<std::string> &source()
 
 bool starts_function(const std::string &line, const std::string &function)
 {
-    return !line.empty() && isalpha((unsigned char)line[0]) && line.find(" " + function + "(") != std::string::npos &&
-           line.back() != ';';
+    size_t name = line.find(function + "(");
+    return name != std::string::npos && name > 0 && isalpha((unsigned char)line[0]) &&
+           (line[name - 1] == ' ' || line[name - 1] == '*') && line.back() != ';';
 }
 
 std::string format(const char *text, const std::string &function, int line)
@@ -72,9 +74,10 @@ int source_line(const std::string &function, const std::string &use, int nth)
     return 0;
 }
 
-sys::Trace null_report(const std::string &function, const std::string &argument, Filtered filtered, int nth)
+sys::Trace null_report(const std::string &function, const std::string &argument, Filtered filtered, int nth,
+                       const std::string &check)
 {
-    int line = source_line(function, "NULL_CHECK(" + argument + ");", nth);
+    int line = source_line(function, check + "(" + argument + ");", nth);
     sys::Trace trace = questions(function, line, filtered);
     if (filtered == Filtered::No) {
         std::string text = argument + " is null\r\n";

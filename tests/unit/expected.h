@@ -19,9 +19,9 @@ int source_line(const std::string &function, const std::string &use, int nth = 1
 /* Which question the print filter answers with yes. */
 enum class Filtered { No, ByLine, ByName };
 
-/* The trace of NULL_CHECK(argument) in a function, the nth one of that argument. */
+/* The trace of NULL_CHECK(argument), or of the check of that name, in a function: the nth one of that argument. */
 sys::Trace null_report(const std::string &function, const std::string &argument, Filtered filtered = Filtered::No,
-                       int nth = 1);
+                       int nth = 1, const std::string &check = "NULL_CHECK");
 
 /*
  * The trace of kel_perror(text) in a function: error is the errno that its console line ends with. Where the report has

@@ -18,10 +18,10 @@ sys::Script failing(const std::vector<Fault> &faults)
     };
 }
 
-Report null_check(const std::string &function, const std::string &argument, int nth)
+Report null_check(const std::string &function, const std::string &argument, int nth, const std::string &check)
 {
-    return {function, "NULL_CHECK(" + argument + ");", nth,
-            [=](Filtered filtered) { return null_report(function, argument, filtered, nth); }, 0};
+    return {function, check + "(" + argument + ");", nth,
+            [=](Filtered filtered) { return null_report(function, argument, filtered, nth, check); }, 0};
 }
 
 Report failed_step(const std::string &function, const std::string &text, int error, int nth)
@@ -38,6 +38,25 @@ sys::Trace unfiltered(const Report &report)
 FailureCase null_argument(const char *name, Report report, sys::Trace before, std::function<LONG()> call)
 {
     return {name, std::move(call), {}, std::move(before), std::move(report), {}};
+}
+
+std::vector<FailureCase> reported(const std::string &name, const std::function<LONG()> &call,
+                                  const std::vector<Fault> &faults, const std::vector<Part> &parts)
+{
+    std::vector<FailureCase> cases;
+    sys::Trace before;
+    for (size_t i = 0; i < parts.size(); i++) {
+        if (parts[i].report) {
+            sys::Trace after;
+            for (size_t j = i + 1; j < parts.size(); j++) {
+                after.insert(after.end(), parts[j].lines.begin(), parts[j].lines.end());
+            }
+            const std::string number = cases.empty() ? "" : "_Report" + std::to_string(cases.size() + 1);
+            cases.push_back({name + number, call, faults, before, *parts[i].report, after});
+        }
+        before.insert(before.end(), parts[i].lines.begin(), parts[i].lines.end());
+    }
+    return cases;
 }
 
 void PrintTo(const FailureCase &failure, std::ostream *out)
@@ -60,5 +79,6 @@ TEST_P(Failure, IsReportedUnlessFilteredAndItsResultIsTheSame)
     EXPECT_EQ(result, KEL_ERROR);
     EXPECT_EQ(recording.trace(), in_order({failure.before, failure.report.trace(filtered), failure.after}));
     EXPECT_TRUE(recording.open().empty());
+    EXPECT_TRUE(recording.held().empty());
     EXPECT_EQ(error, failure.report.error);
 }

@@ -10,6 +10,7 @@
 #include "rows.h"
 
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <tuple>
 #include <vector>
@@ -33,14 +34,15 @@ struct Report {
     int error; /* errno when the function under test returns */
 };
 
-Report null_check(const std::string &function, const std::string &argument, int nth = 1);
+Report null_check(const std::string &function, const std::string &argument, int nth = 1,
+                  const std::string &check = "NULL_CHECK");
 Report failed_step(const std::string &function, const std::string &text, int error, int nth = 1);
 
 /* Its trace when nothing suppresses it: for a case that has another report in its focus. */
 sys::Trace unfiltered(const Report &report);
 
 struct FailureCase {
-    const char *name;
+    std::string name;
     std::function<LONG()> call;
     std::vector<Fault> faults;
     sys::Trace before;
@@ -50,6 +52,29 @@ struct FailureCase {
 
 /* A null argument: nothing else fails, and nothing comes after its report. */
 FailureCase null_argument(const char *name, Report report, sys::Trace before, std::function<LONG()> call);
+
+/* A part of a failure that is reported more than once: calls, or a report. */
+struct Part : Piece {
+    std::optional<Report> report;
+    using Piece::Piece;
+    Part(Report r) : Piece(unfiltered(r)), report(std::move(r))
+    {
+    }
+};
+
+/* One case for every report among the parts, which has that report in its focus. */
+std::vector<FailureCase> reported(const std::string &name, const std::function<LONG()> &call,
+                                  const std::vector<Fault> &faults, const std::vector<Part> &parts);
+
+/* One table out of several. */
+template <typename Row> std::vector<Row> together(std::initializer_list<std::vector<Row>> tables)
+{
+    std::vector<Row> all;
+    for (const auto &table : tables) {
+        all.insert(all.end(), table.begin(), table.end());
+    }
+    return all;
+}
 
 void PrintTo(const FailureCase &failure, std::ostream *out);
 
