@@ -7,11 +7,18 @@
 
 #include "explorer.h"
 #include "kel_module.h"
+#include "kel_prv_sctp.h"
 #include "kel_prv_socket.h"
 #include "model.h"
 
-/* The module's own function: the shared library keeps it to itself, and there it is not called. */
-extern "C" __attribute__((weak)) int Match_RegExpPattern(const char *inputpattern, char *inputbuf, int matchmode);
+/* The module's own functions: the shared library keeps them to itself, and there they are not called. */
+extern "C" {
+__attribute__((weak)) int Match_RegExpPattern(const char *inputpattern, char *inputbuf, int matchmode);
+__attribute__((weak)) decltype(__kel_set_sock_op_sctp) __kel_set_sock_op_sctp;
+__attribute__((weak)) decltype(__sctp_server_create) __sctp_server_create;
+__attribute__((weak)) decltype(__sctp_one2one_client_create) __sctp_one2one_client_create;
+__attribute__((weak)) decltype(__sctp_one2many_client_create) __sctp_one2many_client_create;
+}
 
 /* The platform's registry, answered as the system is. */
 extern "C" LONG KEL_module_register(const char *name, kel_module_t *record)
@@ -32,6 +39,17 @@ std::string outcome(LONG result)
 std::string outcome(const CHAR *result)
 {
     return result == nullptr ? "null" : result == caller.text ? "the caller's text" : '"' + std::string(result) + '"';
+}
+
+/* Where the result is an array of the module's, what it holds counts, and not where it lies. */
+std::string fetched(LONG result)
+{
+    const bool untouched = caller.addresses == &caller.record;
+    const std::string records = untouched                     ? "untouched"
+                                : caller.addresses == nullptr ? "null"
+                                                              : sys::hex(caller.addresses, (size_t)result * 112);
+    caller.addresses = &caller.record;
+    return std::to_string(result) + ", records " + records;
 }
 
 void nothing(Caller &)
@@ -56,20 +74,52 @@ const CHAR *const IF_NAME = "eth9";
 const CHAR *const LONG_IF_NAME = "an-interface-with-a-long-name";
 CHAR ipv4_text[] = "10.1.2.3", ipv6_text[] = "fe80::1", no_text[] = "here";
 
+/* Lists of texts. Counts: one of a size that no allocator has, and those of sizes beyond 64 bits, whose low 64 bits are
+ * one element of 16, 28 or 112 bytes. */
+CHAR second_ipv4_text[] = "10.1.2.4", second_ipv6_text[] = "2001:db8::4", bad_text[] = "1.2.3.256";
+CHAR *ipv4_texts[] = {ipv4_text, second_ipv4_text}, *ipv6_texts[] = {ipv6_text, second_ipv6_text};
+CHAR *bad_texts[] = {bad_text, ipv4_text}, *half_bad_texts[] = {ipv4_text, bad_text}, *missing_texts[] = {nullptr};
+CHAR **const NO_TEXTS = nullptr;
+kel_sockaddr_t *const NO_RECORDS = nullptr;
+struct sctp_initmsg *const NO_INITMSG = nullptr;
+struct sctp_event_subscribe *const NO_EVENTS = nullptr;
+constexpr LONG HUGE_COUNT = 1L << 40, BEYOND_16 = (1L << 60) + 1, BEYOND_28 = (1L << 62) + 1, BEYOND_112 = BEYOND_16;
+
 } // namespace
 
 const std::vector<Case> &cases()
 {
-#define TRY(brief, prepare, function, ...)                                                                             \
+#define TRY(depth, prepare, result, function, ...)                                                                     \
     {#function,                                                                                                        \
      #__VA_ARGS__,                                                                                                     \
-     brief,                                                                                                            \
+     Depth::depth,                                                                                                     \
      prepare,                                                                                                          \
-     [] { return outcome(::function(__VA_ARGS__)); },                                                                  \
-     [](Model &model) { return outcome(model.function(__VA_ARGS__)); }}
-#define EVERY(function, ...) TRY(false, nothing, function, __VA_ARGS__) /* with every answer of every call */
-#define BRIEF(function, ...) TRY(true, nothing, function, __VA_ARGS__)
-#define WITH(change, function, ...) TRY(true, [](Caller &c) { change; }, function, __VA_ARGS__)
+     [] { return result(::function(__VA_ARGS__)); },                                                                   \
+     [](Model &model) { return result(model.function(__VA_ARGS__)); }}
+#define EVERY(function, ...) TRY(Every, nothing, outcome, function, __VA_ARGS__)
+#define PAIRS(function, ...) TRY(Pairs, nothing, outcome, function, __VA_ARGS__)
+#define BRIEF(function, ...) TRY(Brief, nothing, outcome, function, __VA_ARGS__)
+#define ONCE(function, ...) TRY(Once, nothing, outcome, function, __VA_ARGS__)
+#define WITH(change, function, ...) TRY(Brief, [](Caller &c) { change; }, outcome, function, __VA_ARGS__)
+#define FETCH(change, function, ...) TRY(Every, [](Caller &c) { change; }, fetched, function, __VA_ARGS__)
+/* Fetches addresses and hands them back: a sequence of two. */
+#define FREED(free, get)                                                                                               \
+    {#free,                                                                                                            \
+     #get,                                                                                                             \
+     Depth::Brief,                                                                                                     \
+     nothing,                                                                                                          \
+     [] {                                                                                                              \
+         ::get(60, 7, &caller.addresses);                                                                              \
+         const LONG result = ::free(caller.addresses);                                                                 \
+         caller.addresses = nullptr;                                                                                   \
+         return outcome(result);                                                                                       \
+     },                                                                                                                \
+     [](Model &model) {                                                                                                \
+         model.get(60, 7, &caller.addresses);                                                                          \
+         const LONG result = model.free(caller.addresses);                                                             \
+         caller.addresses = nullptr;                                                                                   \
+         return outcome(result);                                                                                       \
+     }}
 
     static std::vector<Case> all = {
         EVERY(socket_module_init),
@@ -318,16 +368,244 @@ const std::vector<Case> &cases()
         EVERY(kel_raw_server_socket_create, 3, IF_NAME),
         BRIEF(kel_raw_server_socket_create, (SHORT)0x88cc, LONG_IF_NAME),
         BRIEF(kel_raw_server_socket_create, 3, nullptr),
+
+        FETCH(c.listed_count = 2, kel_sctp_getpaddrs, wide(60), 7, &caller.addresses),
+        FETCH(c.listed_count = 1, kel_sctp_getpaddrs, 60, -7, &caller.addresses),
+        FETCH(c.listed_count = 0, kel_sctp_getpaddrs, 60, 0, &caller.addresses),
+        FETCH(memcpy(c.listed, c.pair6, sizeof(c.listed)), kel_sctp_getpaddrs, 60, 7, &caller.addresses),
+        FETCH(c.listed[1] = c.inet6, kel_sctp_getpaddrs, 60, 7, &caller.addresses),
+        FETCH((c.listed[0] = c.inet6, c.listed_count = 1), kel_sctp_getpaddrs, 60, 7, &caller.addresses),
+        FETCH(c.listed[0] = c.strange, kel_sctp_getpaddrs, 60, 7, &caller.addresses),
+        FETCH(c.listed[0] = c.local, kel_sctp_getpaddrs, 60, 7, &caller.addresses),
+        FETCH(c.listed_count = 2, kel_sctp_getpaddrs, 60, 7, nullptr),
+        FETCH(c.listed_count = 2, kel_sctp_getladdrs, wide(60), 7, &caller.addresses),
+        FETCH(c.listed_count = 1, kel_sctp_getladdrs, 60, -7, &caller.addresses),
+        FETCH(c.listed_count = 0, kel_sctp_getladdrs, 60, 0, &caller.addresses),
+        FETCH(memcpy(c.listed, c.pair6, sizeof(c.listed)), kel_sctp_getladdrs, 60, 7, &caller.addresses),
+        FETCH(c.listed[1] = c.inet6, kel_sctp_getladdrs, 60, 7, &caller.addresses),
+        FETCH((c.listed[0] = c.inet6, c.listed_count = 1), kel_sctp_getladdrs, 60, 7, &caller.addresses),
+        FETCH(c.listed[0] = c.packet, kel_sctp_getladdrs, 60, 7, &caller.addresses),
+        FETCH(c.listed_count = 2, kel_sctp_getladdrs, 60, 7, nullptr),
+
+        EVERY(kel_sctp_freepaddrs, nullptr),
+        EVERY(kel_sctp_freepaddrs, &caller.inet),
+        FREED(kel_sctp_freepaddrs, kel_sctp_getpaddrs),
+        FREED(kel_sctp_freepaddrs, kel_sctp_getladdrs),
+        EVERY(kel_sctp_freeladdrs, nullptr),
+        EVERY(kel_sctp_freeladdrs, &caller.inet),
+        FREED(kel_sctp_freeladdrs, kel_sctp_getladdrs),
+        FREED(kel_sctp_freeladdrs, kel_sctp_getpaddrs),
+
+        EVERY(kel_sctp_bindx, wide(60), caller.pair, 2, wide(1)),
+        EVERY(kel_sctp_bindx, 60, &caller.inet6, 1, wide(2)),
+        BRIEF(kel_sctp_bindx, 60, caller.pair6, 2, -1),
+        BRIEF(kel_sctp_bindx, 60, caller.pair, 0, 1),
+        BRIEF(kel_sctp_bindx, 60, caller.pair6, -1, 1),
+        BRIEF(kel_sctp_bindx, 60, caller.pair, HUGE_COUNT, 1),
+        BRIEF(kel_sctp_bindx, 60, caller.pair, BEYOND_16, 1),
+        BRIEF(kel_sctp_bindx, 60, caller.pair6, BEYOND_28, 1),
+        BRIEF(kel_sctp_bindx, 60, caller.pair, -BEYOND_16, 1),
+        WITH(c.pair[1] = c.inet6, kel_sctp_bindx, 60, caller.pair, 2, 1),
+        WITH(c.pair6[1] = c.inet, kel_sctp_bindx, 60, caller.pair6, 2, 1),
+        BRIEF(kel_sctp_bindx, 60, &caller.local, 1, 1),
+        BRIEF(kel_sctp_bindx, 60, &caller.packet, 1, 1),
+        BRIEF(kel_sctp_bindx, 60, &caller.strange, 1, 1),
+        EVERY(kel_sctp_bindx, 60, nullptr, 1, 1),
+
+        EVERY(kel_sctp_bindx_str, wide(60), INET, HIGH_PORT, ipv4_texts, 2, wide(1)),
+        BRIEF(kel_sctp_bindx_str, 60, INET6, PORT, ipv6_texts, 2, 2),
+        BRIEF(kel_sctp_bindx_str, 60, INET, PORT, NO_TEXTS, 1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET6, HIGH_PORT, NO_TEXTS, 1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET, PORT, NO_TEXTS, 0, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET6, PORT, NO_TEXTS, -1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, UNIX, PORT, NO_TEXTS, 1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, PACKET, PORT, NO_TEXTS, 1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, UNKNOWN, PORT, NO_TEXTS, 1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, UNIX, PORT, ipv4_texts, 1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET, PORT, ipv4_texts, -1, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET, PORT, ipv4_texts, BEYOND_112, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET, PORT, bad_texts, 2, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET, PORT, half_bad_texts, 2, 1),
+        BRIEF(kel_sctp_bindx_str, 60, INET6, PORT, missing_texts, 1, 1),
+
+        EVERY(kel_sctp_connectx, wide(60), caller.pair, 2, &caller.association),
+        BRIEF(kel_sctp_connectx, 60, caller.pair6, 2, &caller.association),
+        BRIEF(kel_sctp_connectx, 60, &caller.inet6, 1, nullptr),
+        BRIEF(kel_sctp_connectx, 60, caller.pair, 0, &caller.association),
+        BRIEF(kel_sctp_connectx, 60, caller.pair, -1, &caller.association),
+        BRIEF(kel_sctp_connectx, 60, caller.pair6, BEYOND_28, &caller.association),
+        WITH(c.pair[1] = c.inet6, kel_sctp_connectx, 60, caller.pair, 2, &caller.association),
+        BRIEF(kel_sctp_connectx, 60, &caller.local, 1, &caller.association),
+        EVERY(kel_sctp_connectx, 60, nullptr, 1, &caller.association),
+
+        EVERY(kel_sctp_connectx_str, wide(60), INET, HIGH_PORT, ipv4_texts, 2, &caller.association),
+        BRIEF(kel_sctp_connectx_str, 60, INET6, PORT, ipv6_texts, 2, nullptr),
+        BRIEF(kel_sctp_connectx_str, 60, INET, PORT, ipv4_texts, -1, &caller.association),
+        BRIEF(kel_sctp_connectx_str, 60, INET, PORT, half_bad_texts, 2, &caller.association),
+        BRIEF(kel_sctp_connectx_str, 60, INET, PORT, missing_texts, 1, &caller.association),
+        BRIEF(kel_sctp_connectx_str, 60, UNKNOWN, PORT, ipv4_texts, 1, &caller.association),
+        EVERY(kel_sctp_connectx_str, 60, INET, PORT, NO_TEXTS, 1, &caller.association),
+
+        EVERY(kel_sctp_send, wide(60), caller.buffer, sizeof(caller.buffer), &caller.info, wide(0x4000)),
+        BRIEF(kel_sctp_send, 60, caller.buffer, (1UL << 33) + 5, nullptr, -1),
+        EVERY(kel_sctp_send, 60, nullptr, 8, &caller.info, 0),
+
+        EVERY(kel_sctp_sendmsg, wide(60), caller.buffer, sizeof(caller.buffer), &caller.inet, wide(0x1020304), wide(1),
+              0xfff0001, wide(1000), wide(-2)),
+        BRIEF(kel_sctp_sendmsg, 60, nullptr, 8, &caller.inet6, -2, 0x200, -1, -1, 5),
+        BRIEF(kel_sctp_sendmsg, 60, caller.buffer, (1UL << 33) + 5, &caller.strange, 0, -1, 0x10000, 0, 0),
+
+        EVERY(kel_sctp_recvmsg, wide(60), caller.buffer, sizeof(caller.buffer), &caller.record, &caller.info,
+              &caller.flags),
+        BRIEF(kel_sctp_recvmsg, 60, nullptr, (1UL << 33) + 5, nullptr, nullptr, &caller.flags),
+
+        EVERY(kel_sctp_peeloff, wide(60), 7),
+        BRIEF(kel_sctp_peeloff, 60, -7),
+
+        EVERY(kel_sctp_opt_info, wide(60), 7, wide(14), caller.buffer, &caller.length),
+        EVERY(kel_sctp_opt_info, 60, -7, -1, nullptr, nullptr),
+        EVERY(kel_sctp_opt_info, 60, 7, 14, caller.buffer, nullptr),
+
+        PAIRS(kel_sctp_server_one2one_create, INET6, caller.pair6, 2, PORT, wide(7), &caller.initmsg, &caller.events),
+        BRIEF(kel_sctp_server_one2one_create, INET, NO_RECORDS, 5, HIGH_PORT, -1, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_server_one2one_create, INET6, NO_RECORDS, -1, PORT, 7, &caller.initmsg, &caller.events),
+        BRIEF(kel_sctp_server_one2one_create, UNIX, NO_RECORDS, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_server_one2one_create, PACKET, NO_RECORDS, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_server_one2one_create, UNKNOWN, NO_RECORDS, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_server_one2one_create, INET, &caller.local, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2one_create, INET, caller.pair, 0, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2one_create, INET, &caller.no_port, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        TRY(
+            Once, [](Caller &c) { c.events = {}; }, outcome, kel_sctp_server_one2one_create, INET, caller.pair, 1, PORT,
+            7, &caller.initmsg, &caller.events),
+        ONCE(kel_sctp_server_one2one_create, INET, caller.pair, -1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        EVERY(kel_sctp_server_one2one_create, INET, caller.pair, 1, PORT, 7, NO_INITMSG, NO_EVENTS),
+
+        PAIRS(kel_sctp_server_one2many_create, INET, &caller.inet, 1, PORT, wide(7), &caller.initmsg, NO_EVENTS),
+        PAIRS(kel_sctp_server_one2many_create, INET6, caller.pair6, 2, PORT, -1, &caller.initmsg, &caller.events),
+        PAIRS(kel_sctp_server_one2many_create, INET, NO_RECORDS, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2many_create, INET, &caller.packet, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2many_create, INET, caller.pair, 0, PORT, 7, &caller.initmsg, NO_EVENTS),
+        EVERY(kel_sctp_server_one2many_create, INET, caller.pair, 1, PORT, 7, NO_INITMSG, NO_EVENTS),
+
+        PAIRS(kel_sctp_server_one2one_str_create, INET, ipv4_texts, 2, HIGH_PORT, wide(7), &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2one_str_create, INET6, ipv6_texts, 2, PORT, -1, &caller.initmsg, &caller.events),
+        ONCE(kel_sctp_server_one2one_str_create, INET, NO_TEXTS, 5, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2one_str_create, INET6, NO_TEXTS, -1, HIGH_PORT, 7, &caller.initmsg, &caller.events),
+        ONCE(kel_sctp_server_one2one_str_create, UNIX, NO_TEXTS, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_server_one2one_str_create, PACKET, NO_TEXTS, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2one_str_create, INET, half_bad_texts, 2, PORT, 7, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_server_one2one_str_create, INET, missing_texts, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2one_str_create, INET, ipv4_texts, BEYOND_112, PORT, 7, &caller.initmsg, NO_EVENTS),
+        EVERY(kel_sctp_server_one2one_str_create, INET, NO_TEXTS, 1, PORT, 7, NO_INITMSG, NO_EVENTS),
+
+        PAIRS(kel_sctp_server_one2many_str_create, INET, ipv4_texts, 2, HIGH_PORT, wide(7), &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2many_str_create, INET6, ipv6_texts, 2, PORT, -1, &caller.initmsg, &caller.events),
+        ONCE(kel_sctp_server_one2many_str_create, INET, NO_TEXTS, 5, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2many_str_create, INET6, NO_TEXTS, -1, HIGH_PORT, 7, &caller.initmsg, &caller.events),
+        BRIEF(kel_sctp_server_one2many_str_create, UNKNOWN, NO_TEXTS, 1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2many_str_create, INET, half_bad_texts, 2, PORT, 7, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_server_one2many_str_create, INET, ipv4_texts, -1, PORT, 7, &caller.initmsg, NO_EVENTS),
+        EVERY(kel_sctp_server_one2many_str_create, INET, NO_TEXTS, 1, PORT, 7, NO_INITMSG, NO_EVENTS),
+
+        PAIRS(kel_sctp_client_one2one_create, INET, caller.pair, 2, PORT, &caller.initmsg, NO_EVENTS,
+              &caller.association),
+        BRIEF(kel_sctp_client_one2one_create, INET6, caller.pair6, 2, HIGH_PORT, &caller.initmsg, &caller.events,
+              &caller.association),
+        ONCE(kel_sctp_client_one2one_create, INET, &caller.strange, 1, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association),
+        ONCE(kel_sctp_client_one2one_create, INET, caller.pair, 0, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association),
+        ONCE(kel_sctp_client_one2one_create, INET, caller.pair, -1, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association),
+        EVERY(kel_sctp_client_one2one_create, INET, NO_RECORDS, 1, PORT, NO_INITMSG, NO_EVENTS, nullptr),
+        EVERY(kel_sctp_client_one2one_create, INET, caller.pair, 1, PORT, NO_INITMSG, NO_EVENTS, nullptr),
+        EVERY(kel_sctp_client_one2one_create, INET, caller.pair, 1, PORT, &caller.initmsg, NO_EVENTS, nullptr),
+
+        PAIRS(kel_sctp_client_one2one_create_bind, INET, caller.pair, 2, PORT, &caller.initmsg, &caller.events,
+              &caller.association, &caller.inet, 1),
+        BRIEF(kel_sctp_client_one2one_create_bind, INET6, &caller.inet6, 1, HIGH_PORT, &caller.initmsg, NO_EVENTS,
+              &caller.association, caller.pair6, 2),
+        ONCE(kel_sctp_client_one2one_create_bind, INET, caller.pair, 2, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association, NO_RECORDS, 2),
+        ONCE(kel_sctp_client_one2one_create_bind, INET, &caller.no_port, 1, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association, &caller.no_port, 1),
+        ONCE(kel_sctp_client_one2one_create_bind, INET, caller.pair, 2, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association, caller.pair, 0),
+        ONCE(kel_sctp_client_one2one_create_bind, INET, caller.pair, 2, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association, caller.pair, -1),
+        ONCE(kel_sctp_client_one2one_create_bind, INET, caller.pair, 2, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association, &caller.local, 1),
+        EVERY(kel_sctp_client_one2one_create_bind, INET, NO_RECORDS, 1, PORT, NO_INITMSG, NO_EVENTS, nullptr,
+              NO_RECORDS, 0),
+        EVERY(kel_sctp_client_one2one_create_bind, INET, caller.pair, 1, PORT, NO_INITMSG, NO_EVENTS, nullptr,
+              NO_RECORDS, 0),
+        EVERY(kel_sctp_client_one2one_create_bind, INET, caller.pair, 1, PORT, &caller.initmsg, NO_EVENTS, nullptr,
+              caller.pair, 1),
+
+        PAIRS(kel_sctp_client_one2one_str_create, INET, ipv4_texts, 2, HIGH_PORT, &caller.initmsg, NO_EVENTS,
+              &caller.association),
+        ONCE(kel_sctp_client_one2one_str_create, INET6, ipv6_texts, 2, PORT, &caller.initmsg, &caller.events,
+             &caller.association),
+        ONCE(kel_sctp_client_one2one_str_create, INET, half_bad_texts, 2, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association),
+        ONCE(kel_sctp_client_one2one_str_create, INET, missing_texts, 1, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association),
+        ONCE(kel_sctp_client_one2one_str_create, INET, ipv4_texts, -1, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.association),
+        EVERY(kel_sctp_client_one2one_str_create, INET, NO_TEXTS, 1, PORT, NO_INITMSG, NO_EVENTS, nullptr),
+        EVERY(kel_sctp_client_one2one_str_create, INET, ipv4_texts, 1, PORT, NO_INITMSG, NO_EVENTS, nullptr),
+        EVERY(kel_sctp_client_one2one_str_create, INET, ipv4_texts, 1, PORT, &caller.initmsg, NO_EVENTS, nullptr),
+
+        PAIRS(kel_sctp_client_one2many_create, INET, caller.pair, 2, PORT, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_client_one2many_create, INET6, &caller.strange, -1, HIGH_PORT, &caller.initmsg, &caller.events),
+        EVERY(kel_sctp_client_one2many_create, INET, NO_RECORDS, 1, PORT, NO_INITMSG, NO_EVENTS),
+        EVERY(kel_sctp_client_one2many_create, INET, caller.pair, 1, PORT, NO_INITMSG, NO_EVENTS),
+
+        PAIRS(kel_sctp_client_one2many_create_bind, INET, caller.pair, 2, PORT, &caller.initmsg, NO_EVENTS,
+              &caller.inet, 1),
+        BRIEF(kel_sctp_client_one2many_create_bind, INET6, caller.pair, 0, HIGH_PORT, &caller.initmsg, &caller.events,
+              caller.pair6, 2),
+        ONCE(kel_sctp_client_one2many_create_bind, INET, caller.pair, 1, PORT, &caller.initmsg, NO_EVENTS, NO_RECORDS,
+             2),
+        ONCE(kel_sctp_client_one2many_create_bind, INET, caller.pair, 1, PORT, &caller.initmsg, NO_EVENTS, caller.pair,
+             0),
+        ONCE(kel_sctp_client_one2many_create_bind, INET, caller.pair, 1, PORT, &caller.initmsg, NO_EVENTS,
+             &caller.strange, 1),
+        EVERY(kel_sctp_client_one2many_create_bind, INET, NO_RECORDS, 1, PORT, NO_INITMSG, NO_EVENTS, NO_RECORDS, 0),
+        EVERY(kel_sctp_client_one2many_create_bind, INET, caller.pair, 1, PORT, NO_INITMSG, NO_EVENTS, caller.pair, 1),
+
+        PAIRS(kel_sctp_client_one2many_str_create, INET, ipv4_texts, 2, PORT, &caller.initmsg, NO_EVENTS),
+        BRIEF(kel_sctp_client_one2many_str_create, INET6, ipv6_texts, 1, HIGH_PORT, &caller.initmsg, &caller.events),
+        ONCE(kel_sctp_client_one2many_str_create, INET, ipv4_texts, 0, PORT, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_client_one2many_str_create, INET, ipv4_texts, BEYOND_112, PORT, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_client_one2many_str_create, INET, half_bad_texts, 2, PORT, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_client_one2many_str_create, INET, missing_texts, 1, PORT, &caller.initmsg, NO_EVENTS),
+        ONCE(kel_sctp_client_one2many_str_create, UNKNOWN, ipv4_texts, 1, PORT, &caller.initmsg, NO_EVENTS),
+        EVERY(kel_sctp_client_one2many_str_create, INET, NO_TEXTS, 1, PORT, NO_INITMSG, NO_EVENTS),
+        EVERY(kel_sctp_client_one2many_str_create, INET, ipv4_texts, 1, PORT, NO_INITMSG, NO_EVENTS),
     };
 
-    static const bool own = [] {
+    static const std::vector<Case> own = {
+        EVERY(Match_RegExpPattern, "^a", ipv4_text, 1),
+        EVERY(Match_RegExpPattern, nullptr, ipv4_text, 3),
+        EVERY(Match_RegExpPattern, "^a", nullptr, 3),
+
+        EVERY(__kel_set_sock_op_sctp, wide(60), &caller.initmsg, &caller.events),
+        BRIEF(__kel_set_sock_op_sctp, 60, NO_INITMSG, &caller.events),
+        BRIEF(__kel_set_sock_op_sctp, 60, &caller.initmsg, NO_EVENTS),
+        BRIEF(__sctp_server_create, -1, caller.pair, 2, PORT, 7, &caller.initmsg, NO_EVENTS),
+        BRIEF(__sctp_one2one_client_create, INET, NO_RECORDS, 1, PORT, &caller.initmsg, NO_EVENTS, nullptr,
+              &caller.inet, 1),
+        BRIEF(__sctp_one2one_client_create, INET, caller.pair, 1, PORT, NO_INITMSG, NO_EVENTS, nullptr, NO_RECORDS, 0),
+        BRIEF(__sctp_one2many_client_create, INET, NO_RECORDS, 1, PORT, NO_INITMSG, NO_EVENTS, &caller.inet, 1),
+    };
+    static const bool has_own = [] {
         if (Match_RegExpPattern != nullptr) {
-            all.push_back(EVERY(Match_RegExpPattern, "^a", ipv4_text, 1));
-            all.push_back(EVERY(Match_RegExpPattern, nullptr, ipv4_text, 3));
-            all.push_back(EVERY(Match_RegExpPattern, "^a", nullptr, 3));
+            all.insert(all.end(), own.begin(), own.end());
         }
         return true;
     }();
-    (void)own;
+    (void)has_own;
     return all;
 }

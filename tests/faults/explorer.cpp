@@ -23,10 +23,25 @@ struct Part {
     const void *place;
     const char *name;
 };
-const Part parts[] = {{&caller.inet, "inet"},     {&caller.inet6, "inet6"},     {&caller.local, "local"},
-                      {&caller.packet, "packet"}, {&caller.no_port, "no_port"}, {&caller.strange, "strange"},
-                      {&caller.record, "record"}, {caller.mac, "mac"},          {caller.text, "text"},
-                      {caller.buffer, "buffer"},  {&caller.length, "length"}};
+const Part parts[] = {{&caller.inet, "inet"},
+                      {&caller.inet6, "inet6"},
+                      {&caller.local, "local"},
+                      {&caller.packet, "packet"},
+                      {&caller.no_port, "no_port"},
+                      {&caller.strange, "strange"},
+                      {&caller.record, "record"},
+                      {caller.mac, "mac"},
+                      {caller.text, "text"},
+                      {caller.buffer, "buffer"},
+                      {&caller.length, "length"},
+                      {caller.pair, "pair"},
+                      {caller.pair6, "pair6"},
+                      {&caller.addresses, "addresses"},
+                      {&caller.association, "association"},
+                      {&caller.initmsg, "initmsg"},
+                      {&caller.events, "events"},
+                      {&caller.info, "info"},
+                      {&caller.flags, "flags"}};
 
 Caller pristine()
 {
@@ -50,6 +65,19 @@ Caller pristine()
     fresh.packet.raw.sll_ifindex = 2;
     fresh.strange.sa.sa_family = 3;
     fresh.length = 60;
+    fresh.pair[0] = fresh.pair[1] = fresh.inet;
+    fresh.pair[1].sin.sin_port = htons(5001);
+    fresh.pair[1].sin.sin_addr.s_addr = htonl(0x0a010204);
+    fresh.pair6[0] = fresh.pair6[1] = fresh.inet6;
+    fresh.pair6[1].sin6.sin6_port = htons(40001);
+    inet_pton(AF_INET6, "fe80::1", &fresh.pair6[1].sin6.sin6_addr);
+    fresh.pair6[1].sin6.sin6_scope_id = 3;
+    fresh.addresses = &caller.record;
+    fresh.initmsg = {1, 2, 3, 4};
+    fresh.events = {0, 1, 0, 0, 1, 1, 0, 1, 0, 1};
+    fresh.listed[0] = fresh.pair[0];
+    fresh.listed[1] = fresh.pair[1];
+    fresh.listed_count = 2;
     return fresh;
 }
 
@@ -58,6 +86,7 @@ void renew(const Case &which)
     static const Caller fresh = pristine();
     caller = fresh;
     which.prepare(caller);
+    sys::set_addresses({caller.listed, caller.listed + caller.listed_count});
 }
 
 /* ---- The walk ---------------------------------------------------------------------------------------------------- */
@@ -66,13 +95,13 @@ void renew(const Case &which)
 class Walk
 {
   public:
-    explicit Walk(bool few) : begins_brief(few)
+    explicit Walk(Depth how_far) : in_pairs(how_far == Depth::Pairs), all(answers_at(how_far))
     {
     }
 
     void begin()
     {
-        brief = begins_brief;
+        most = soon = all;
         depth = 0;
         noisy = false;
         prints = 0;
@@ -85,13 +114,19 @@ class Walk
         }
         if (call == "filter") {
             prints = 0;
-            return choose(call, 2, [](size_t taken) { return sys::Answer{(long)taken}; });
+            return choose(call, most == 1 ? 1 : 2, [](size_t taken) { return sys::Answer{(long)taken}; });
         }
         const auto &list = answers(call);
-        const size_t count = brief ? std::min(list.size(), brief_answers) : list.size();
-        const sys::Answer answer =
-            choose(call, count, [&](size_t taken) { return taken == 0 ? sys::Answer{usual} : list[taken]; });
-        brief = brief || makes_no_difference(call, usual, answer.result);
+        most = list.size() > 1 ? soon : most; /* where nothing is to be chosen, nothing changes */
+        const sys::Answer answer = choose(call, std::min(list.size(), most),
+                                          [&](size_t taken) { return taken == 0 ? sys::Answer{usual} : list[taken]; });
+        const size_t number = path[depth - 1].taken;
+        if (in_pairs && number > 0) {
+            const bool same_failure = number >= brief_answers && answer.error != 0; /* with another errno */
+            soon = soon == all && !same_failure ? brief_answers : 1;
+        } else if (makes_no_difference(call, usual, answer.result)) {
+            soon = std::min(soon, brief_answers);
+        }
         return answer;
     }
 
@@ -125,6 +160,11 @@ class Walk
         return choice.answer;
     }
 
+    static size_t answers_at(Depth how_far)
+    {
+        return how_far == Depth::Once ? 1 : how_far == Depth::Brief ? brief_answers : SIZE_MAX;
+    }
+
     /* Whatever unlink answers, and on a descriptor that only looks odd, the calls that follow are the same: few answers
      * for each show that. */
     static bool makes_no_difference(const std::string &call, long usual, long result)
@@ -136,13 +176,18 @@ class Walk
     sys::Answer print(long usual)
     {
         if (prints++ == 0) {
-            noisy = choose("console", brief ? 1 : 2, [](size_t taken) { return sys::Answer{(long)taken}; }).result != 0;
+            noisy = choose("console", most > brief_answers ? 2 : 1, [](size_t taken) {
+                        return sys::Answer{(long)taken};
+                    }).result != 0;
         }
         return {usual, noisy ? console_error + prints : 0};
     }
 
-    const bool begins_brief;
-    bool brief = false;
+    const bool in_pairs;
+    /* How many answers a call has at most: the first one, this one, and the next one. Reports go with this one. */
+    const size_t all;
+    size_t most = 0;
+    size_t soon = 0;
     size_t depth = 0;
     bool noisy = false;
     int prints = 0;
@@ -154,6 +199,7 @@ struct Seen {
     std::string result;
     sys::Trace trace;
     std::set<int> open;
+    std::set<std::string> held;
     int error;
     std::string console; /* what went past the printf that is stood in for */
     Caller memory;
@@ -213,6 +259,7 @@ Seen run(const Case &which, Walk &walk)
     seen.error = errno;
     seen.trace = recording.trace();
     seen.open = recording.open();
+    seen.held = recording.held();
     seen.console = console.printed();
     seen.memory = caller;
     return seen;
@@ -227,6 +274,7 @@ Seen expect(const Case &which, const Path &path)
     expected.error = model.error;
     expected.trace = std::move(model.trace);
     expected.open = model.open;
+    expected.held = model.held;
     expected.console = model.console;
     expected.memory = caller;
     return expected;
@@ -261,6 +309,15 @@ std::string shown(const std::set<int> &descriptors)
     std::string text;
     for (int fd : descriptors) {
         text += std::to_string(fd) + " ";
+    }
+    return text.empty() ? "none" : text;
+}
+
+std::string shown(const std::set<std::string> &memory)
+{
+    std::string text;
+    for (const std::string &name : memory) {
+        text += (text.empty() ? "" : ", ") + name;
     }
     return text.empty() ? "none" : text;
 }
@@ -313,6 +370,9 @@ std::string difference(const Seen &expected, const Seen &seen)
     if (expected.open != seen.open) {
         text += differ("left open", shown(expected.open), shown(seen.open));
     }
+    if (expected.held != seen.held) {
+        text += differ("not released", shown(expected.held), shown(seen.held));
+    }
     if (expected.console != seen.console) {
         text += differ("console", expected.console, seen.console);
     }
@@ -362,7 +422,7 @@ constexpr size_t enough_mismatches = 1000;
 
 void explore(const Case &which, Exploration &exploration)
 {
-    Walk walk(which.brief);
+    Walk walk(which.depth);
     NameCrashes name_crashes(which, walk);
     do {
         const Seen seen = run(which, walk);
@@ -398,6 +458,7 @@ const Exploration &explored(const std::string &function)
             sys::name_pointer(part.place, part.name);
         }
         sys::set_peer(Model::peer(), sizeof(struct sockaddr_in6));
+        sys::set_received_flags(received_flags);
         for (const Case &which : cases()) {
             if (which.function == function) {
                 explore(which, place->second);

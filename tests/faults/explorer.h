@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "kel_sctp.h"
 #include "system.h"
 
 class Model;
@@ -18,6 +19,9 @@ class Model;
 /* The errno that every run starts with, and those that the prints of a report leave behind on a noisy console. */
 constexpr int error_at_start = 4094;
 constexpr int console_error = 2000; /* and the number of the print, from 1 */
+
+/* What libsctp hands out with a message: the module has to keep the sign. */
+constexpr int received_flags = -0x8000;
 
 /* One outcome on a path: of a call, of a question to the print filter ("filter"), or of a report's prints ("console": 1
  * when they change errno). */
@@ -45,17 +49,38 @@ struct Caller {
     char text[120];
     char buffer[64];
     socklen_t length;
+
+    kel_sockaddr_t pair[2];    /* as inet, and 10.1.2.4 port 5001 */
+    kel_sockaddr_t pair6[2];   /* as inet6, and fe80::1 port 40001 on interface 3 */
+    kel_sockaddr_t *addresses; /* to record, and then what kel_sctp_getpaddrs and kel_sctp_getladdrs store */
+    sctp_assoc_t association;
+    struct sctp_initmsg initmsg;
+    struct sctp_event_subscribe events;
+    struct sctp_sndrcvinfo info;
+    LONG flags;
+
+    /* What libsctp knows of an association: the addresses that it lists. Not handed to the module. */
+    kel_sockaddr_t listed[2];
+    size_t listed_count;
 };
 extern Caller caller;
 
 /* The name that the trace shows for a part of the caller's memory. */
 std::string name_of(const void *pointer);
 
+/* How far a case is explored. */
+enum class Depth {
+    Every, /* every answer of every call, in every combination */
+    Pairs, /* for long sequences: every answer of every call, and few for one more; none more behind another errno */
+    Brief, /* for an argument that changes little: few answers for each call, every path */
+    Once   /* for an argument that changes no path: everything goes as usual */
+};
+
 /* One call of one function: the same arguments for the module and for the model, and the result as text. */
 struct Case {
     std::string function;
     std::string arguments;
-    bool brief; /* an argument that changes little: few answers for each call, every path */
+    Depth depth;
     void (*prepare)(Caller &);
     std::string (*run)();
     std::string (*expect)(Model &);

@@ -187,11 +187,16 @@ void Model::filled_in(kel_sockaddr_t *addr)
 namespace
 {
 
+bool has_text(const Model::Report &report)
+{
+    return strcmp(report.macro, "kel_perror") == 0;
+}
+
 /* The macro as the source has it. */
 std::string source_of(const Model::Report &report)
 {
-    if (report.prints == 1) {
-        return std::string("NULL_CHECK(") + report.text + ")";
+    if (!has_text(report)) {
+        return std::string(report.macro) + "(" + report.text + ")";
     }
     return report.ifName == nullptr ? std::string("kel_perror(\"") + report.text + "\")"
                                     : R"(kel_perror("get %s index\r\n", ifName))";
@@ -199,8 +204,8 @@ std::string source_of(const Model::Report &report)
 
 sys::Trace lines_of(const Model::Report &report, int shown_error, Filtered filtered)
 {
-    if (report.prints == 1) {
-        return null_report(report.function, report.text, filtered, report.nth);
+    if (!has_text(report)) {
+        return null_report(report.function, report.text, filtered, report.nth, report.macro);
     }
     if (report.ifName == nullptr) {
         return perror_report(report.function, report.text, shown_error, filtered, report.nth);
@@ -236,21 +241,21 @@ void Model::reports(const Report &report)
     }
     trace.insert(trace.end(), place->second.begin(), place->second.end());
     if (how == PrintedNoisily) {
-        error = console_error + report.prints;
+        error = console_error + (has_text(report) ? 4 : 1); /* as many prints */
     }
 }
 
-bool Model::is_null(const char *function, const char *argument, const void *pointer, int nth)
+bool Model::is_null(const char *function, const char *argument, const void *pointer, int nth, const char *check)
 {
     if (pointer == nullptr) {
-        reports({function, argument, nth, 1, nullptr});
+        reports({function, check, argument, nth, nullptr});
     }
     return pointer == nullptr;
 }
 
 void Model::perror(const char *function, const char *text, int nth)
 {
-    reports({function, text, nth, 4, nullptr});
+    reports({function, "kel_perror", text, nth, nullptr});
 }
 
 void Model::asserts(const char *function, int nth)
@@ -639,7 +644,7 @@ LONG Model::kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, siz
     }
     const int index = (int)calls(__func__, "if_nametoindex", or_null(ifName), sys::interface_index);
     if (index == 0) {
-        reports({__func__, "get %s index\r\n", 1, 4, ifName});
+        reports({__func__, "kel_perror", "get %s index\r\n", 1, ifName});
         return KEL_ERROR;
     }
     kel_sockaddr_t record;
@@ -769,4 +774,494 @@ LONG Model::kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName)
         step(__func__, "create raw socket", fd, fd) &&
         step(__func__, "bind raw socket", kel_bind_str(fd, KEL_AF_PACKET, 0, nullptr, protocol, ifName), fd);
     return ready ? fd : KEL_ERROR;
+}
+
+/* ---- SCTP address lists ------------------------------------------------------------------------------------------ */
+
+/* Requests are signed products; below zero or beyond 64 bits nobody can have them. The allocator has 16 megabytes. */
+Model::Block Model::takes(const char *function, LONG count, int element)
+{
+    const __int128 product = (__int128)count * element;
+    const LONG size = (LONG)product == product ? (LONG)product : -1;
+    const long number = calls(function, "tc_malloc", list(size), size < 0 || size > 1 << 24 ? 0 : blocks + 1);
+    if (number == 0) {
+        return "";
+    }
+    blocks++;
+    return *held.insert("block " + std::to_string(number)).first;
+}
+
+void Model::gives_back(const char *function, const Block &block)
+{
+    held.erase(block);
+    calls(function, "tc_free", block, 0);
+}
+
+/* The first record tells how much is copied of every one. */
+Model::Block Model::packs(kel_sockaddr_t *addrs, LONG addrcnt, std::string *digits)
+{
+    constexpr const char *function = "__kel_addr_transfer2_addr";
+    if (is_null(function, "addrs", addrs, 1, "NULL_CHECK_RP") || !is_ip(family_of(addrs))) {
+        return "";
+    }
+    const int length = family_of(addrs) == 2 ? 16 : 28;
+    Block block = takes(function, addrcnt, length);
+    for (LONG i = 0; !block.empty() && i < addrcnt; i++) {
+        trace.push_back("KEL_MemCpy(set, set, " + shown(length) + ")");
+        *digits += sys::hex(addrs + i, (size_t)length);
+    }
+    return block;
+}
+
+/* No texts are one wildcard, of no text at all in a family that has none. */
+Model::Block Model::reads(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
+                          std::vector<kel_sockaddr_t> *records)
+{
+    constexpr const char *function = "__str_transfer2kel_addr";
+    const std::string wildcard = family == 2 ? "0.0.0.0" : family == 10 ? "::" : "";
+    if (addrStr == nullptr && !wildcard.empty()) {
+        trace.push_back("KEL_StrCpy(" + wildcard + ")");
+    }
+    const LONG count = addrStr == nullptr ? 1 : addrcnt;
+    Block block = takes(function, count, 112);
+    for (LONG i = 0; !block.empty() && i < count; i++) {
+        kel_sockaddr_t record;
+        const CHAR *text = addrStr == nullptr ? wildcard.c_str() : addrStr[i];
+        if (kel_addr_fill(sockfd, &record, family, port, text, 0, nullptr) != KEL_OK) {
+            gives_back(function, block);
+            return "";
+        }
+        records->push_back(record);
+    }
+    return block;
+}
+
+/* The records of texts, for as long as they are used; one where there are no texts. */
+LONG Model::with_texts(const char *function, LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
+                       const std::function<LONG(kel_sockaddr_t *addrs, LONG addrcnt)> &use)
+{
+    std::vector<kel_sockaddr_t> records;
+    const Block block = reads(sockfd, family, port, addrStr, addrcnt, &records);
+    if (block.empty()) {
+        return KEL_ERROR;
+    }
+    const LONG result = use(records.data(), (LONG)records.size());
+    gives_back(function, block);
+    return result;
+}
+
+/* The array goes to the caller. What its records have no member for is as the allocator left it. */
+kel_sockaddr_t *Model::unpacks(const kel_sockaddr_t *addrs, LONG addrcnt)
+{
+    constexpr const char *function = "__addr_transfer2_kel_addr";
+    if (is_null(function, "addrs", addrs, 1, "NULL_CHECK_RP")) {
+        return nullptr;
+    }
+    fetched_block = takes(function, addrcnt, 112);
+    if (fetched_block.empty()) {
+        return nullptr;
+    }
+    const int family = family_of(addrs);
+    if (!is_ip(family)) {
+        gives_back(function, fetched_block);
+        return nullptr;
+    }
+    fetched.resize((size_t)addrcnt);
+    memset(static_cast<void *>(fetched.data()), 0xa5, fetched.size() * 112);
+    for (size_t i = 0; i < fetched.size(); i++) {
+        memcpy(bytes(&fetched[i]), bytes(&addrs[i]), family == 2 ? 16 : 28);
+    }
+    return fetched.data();
+}
+
+/* libsctp's list goes back whatever became of it; the caller's pointer changes only where there are addresses. */
+LONG Model::lists(const char *function, const char *call, const char *release, LONG sockfd, sctp_assoc_t assoc_id,
+                  kel_sockaddr_t **addrs)
+{
+    if (is_null(function, "addrs", addrs)) {
+        return KEL_ERROR;
+    }
+    long count = calls(function, call, list((int)sockfd, assoc_id, "null"), (long)caller.listed_count);
+    if (count == -1) {
+        perror(function, "sctp_opt_info ");
+        return KEL_ERROR;
+    }
+    const bool has_list = caller.listed_count != 0;
+    if (count != 0) {
+        *addrs = unpacks(has_list ? caller.listed : nullptr, count);
+        count = *addrs == nullptr ? KEL_ERROR : count;
+    }
+    if (has_list) {
+        calls(function, release, "list 1", 0);
+    }
+    return count;
+}
+
+/* Nothing is looked at. */
+LONG Model::unlists(const char *function, kel_sockaddr_t *addrs)
+{
+    gives_back(function, addrs != nullptr && addrs == fetched.data() ? fetched_block : name_of(addrs));
+    return KEL_OK;
+}
+
+LONG Model::kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs)
+{
+    return lists(__func__, "sctp_getpaddrs", "sctp_freepaddrs", sockfd, assoc_id, addrs);
+}
+
+LONG Model::kel_sctp_getladdrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs)
+{
+    return lists(__func__, "sctp_getladdrs", "sctp_freeladdrs", sockfd, assoc_id, addrs);
+}
+
+LONG Model::kel_sctp_freepaddrs(kel_sockaddr_t *addrs)
+{
+    return unlists(__func__, addrs);
+}
+
+LONG Model::kel_sctp_freeladdrs(kel_sockaddr_t *addrs)
+{
+    return unlists(__func__, addrs);
+}
+
+/* ---- SCTP association calls -------------------------------------------------------------------------------------- */
+
+LONG Model::kel_sctp_bindx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, LONG flags)
+{
+    std::string digits;
+    const Block block = packs(addrs, addrcnt, &digits);
+    if (block.empty()) {
+        return KEL_ERROR;
+    }
+    const long result = calls(__func__, "sctp_bindx", list((int)sockfd, digits, (int)addrcnt, (int)flags), 0);
+    if (result == -1) {
+        perror(__func__, "sctp bindx ");
+    }
+    gives_back(__func__, block);
+    return result;
+}
+
+LONG Model::kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt, LONG flags)
+{
+    return with_texts(__func__, sockfd, family, port, addrStr, addrcnt,
+                      [=](kel_sockaddr_t *addrs, LONG) { return kel_sctp_bindx(sockfd, addrs, addrcnt, flags); });
+}
+
+LONG Model::kel_sctp_connectx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, sctp_assoc_t *id)
+{
+    std::string digits;
+    const Block block = is_null(__func__, "addrs", addrs) ? "" : packs(addrs, addrcnt, &digits);
+    if (block.empty()) {
+        return KEL_ERROR;
+    }
+    const long result = calls(__func__, "sctp_connectx", list((int)sockfd, digits, (int)addrcnt, name_of(id)), 0);
+    if (result == -1) {
+        perror(__func__, "sctp connectx ");
+    } else if (id != nullptr) {
+        *id = sys::association;
+    }
+    gives_back(__func__, block);
+    return result;
+}
+
+LONG Model::kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
+                                  sctp_assoc_t *id)
+{
+    if (is_null(__func__, "addrStr", addrStr)) {
+        return KEL_ERROR;
+    }
+    return with_texts(__func__, sockfd, family, port, addrStr, addrcnt,
+                      [=](kel_sockaddr_t *addrs, LONG count) { return kel_sctp_connectx(sockfd, addrs, count, id); });
+}
+
+/* Results have 32 bits. */
+LONG Model::passes_on(const char *function, const char *text, long result)
+{
+    if ((int32_t)result == -1) {
+        perror(function, text);
+    }
+    return (int32_t)result;
+}
+
+LONG Model::kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, LONG flags)
+{
+    if (is_null(__func__, "msg", msg)) {
+        return KEL_ERROR;
+    }
+    const std::string arguments = list((int)sockfd, name_of(msg), len, name_of(sinfo), (int)flags);
+    return passes_on(__func__, "sctp send ", calls(__func__, "sctp_send", arguments, (long)len));
+}
+
+LONG Model::kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *to, LONG ppid, LONG flags,
+                             LONG stream_no, LONG timetolive, LONG context)
+{
+    const LONG length = kel_sizeof_socket(to);
+    const std::string address = sys::hex(to, (size_t)length);
+    const std::string arguments =
+        list((int)sockfd, name_of(msg), len, address, length, "ppid " + shown(ppid & 0xffffffff),
+             "flags " + shown(flags & 0xffffffff), "stream " + shown(stream_no & 0xffff),
+             "timetolive " + shown(timetolive & 0xffffffff), "context " + shown(context & 0xffffffff));
+    return passes_on(__func__, "sctp sendmsg ", calls(__func__, "sctp_sendmsg", arguments, (long)len));
+}
+
+/* Silent, and the flags are stored by success alone. */
+LONG Model::kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, struct sctp_sndrcvinfo *sinfo,
+                             LONG *msg_flags)
+{
+    const std::string arguments = list((int)sockfd, name_of(msg), len, name_of(from), 112, name_of(sinfo), 0);
+    const long count = (int32_t)calls(__func__, "sctp_recvmsg", arguments, (long)len);
+    if (count != -1) {
+        filled_in(from);
+        *msg_flags = received_flags;
+    }
+    return count;
+}
+
+LONG Model::kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id)
+{
+    return passes_on(__func__, "sctp_peeloff ", makes(__func__, "sctp_peeloff", list((int)sockfd, assoc_id)));
+}
+
+LONG Model::kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, socklen_t *size)
+{
+    if (is_null(__func__, "arg", arg) || is_null(__func__, "size", size)) {
+        return KEL_ERROR;
+    }
+    const std::string arguments = list((int)sockfd, assoc_id, (int)opt, name_of(arg), name_of(size));
+    return passes_on(__func__, "sctp_opt_info ", calls(__func__, "sctp_opt_info", arguments, 0));
+}
+
+/* ---- SCTP set-up ------------------------------------------------------------------------------------------------- */
+
+/* Two options of 8 and 10 bytes. */
+LONG Model::__kel_set_sock_op_sctp(LONG sockfd, const struct sctp_initmsg *initmsg,
+                                   const struct sctp_event_subscribe *events)
+{
+    LONG result = kel_setsockopt(sockfd, 132, 2, initmsg, 8);
+    if (result != 0) {
+        perror(__func__, "set sctp_initmsg ");
+    } else if ((result = kel_setsockopt(sockfd, 132, 11, events, 10)) != 0) {
+        perror(__func__, "set sctp_event_subscribe ");
+    }
+    return result;
+}
+
+/* Without a subscription the first of the ten flags alone. */
+bool Model::sets_up(const char *set_up, const char *text, LONG fd, struct sctp_initmsg *initmsg,
+                    struct sctp_event_subscribe *events)
+{
+    struct sctp_event_subscribe data_io = {1, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    if (events == nullptr) {
+        trace.push_back("KEL_MemSet(set, 0, 10)");
+    }
+    const bool is_set_up = __kel_set_sock_op_sctp(fd, initmsg, events == nullptr ? &data_io : events) == 0;
+    if (!is_set_up) {
+        perror(set_up, text);
+    }
+    return is_set_up;
+}
+
+LONG Model::__sctp_server_create(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, SHORT, LONG maxClient,
+                                 struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    if (kel_sctp_bindx(sockfd, addrs, addrcnt, 1) == KEL_ERROR) {
+        perror(__func__, "bind sctp socket");
+        return KEL_ERROR;
+    }
+    if (kel_listen(sockfd, maxClient) == KEL_ERROR) {
+        perror(__func__, "listen sctp socket");
+        return KEL_ERROR;
+    }
+    return sets_up(__func__, "set_sock_op_sctp", sockfd, initmsg, events) ? KEL_OK : KEL_ERROR;
+}
+
+/* A descriptor that is not above 0 is reported as none, and stays open. */
+LONG Model::made(const char *function, LONG fd)
+{
+    if (fd > 0) {
+        return fd;
+    }
+    perror(function, "create sctp socket ");
+    return KEL_ERROR;
+}
+
+/* A client before it connects. */
+LONG Model::becomes_client(const char *set_up, kel_domain_t family, kel_socktype_t type, kel_sockaddr_t *my_addrs,
+                           LONG my_addrcnt, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    const LONG fd = made(set_up, kel_socket(family, type, 132));
+    if (fd == KEL_ERROR) {
+        return KEL_ERROR;
+    }
+    if (my_addrs != nullptr && my_addrcnt != 0) {
+        kel_sctp_bindx(fd, my_addrs, my_addrcnt, 1);
+    }
+    return sets_up(set_up, "set_sock_op_sctp ", fd, initmsg, events) ? fd : closed(fd);
+}
+
+LONG Model::__sctp_one2one_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                         sctp_assoc_t *id, kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    const LONG fd = becomes_client(__func__, family, KEL_SOCK_STREAM, my_addrs, my_addrcnt, initmsg, events);
+    if (fd != KEL_ERROR && kel_sctp_connectx(fd, s_addrs, s_addrcnt, id) != 0) {
+        perror(__func__, "sctp_connectx ");
+        return closed(fd);
+    }
+    return fd;
+}
+
+LONG Model::__sctp_one2many_client_create(kel_domain_t family, kel_sockaddr_t *, LONG, SHORT,
+                                          struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                          kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    return becomes_client(__func__, family, KEL_SOCK_SEQPACKET, my_addrs, my_addrcnt, initmsg, events);
+}
+
+/* ---- SCTP endpoints ---------------------------------------------------------------------------------------------- */
+
+LONG Model::closed(LONG fd)
+{
+    kel_close(fd);
+    return KEL_ERROR;
+}
+
+/* A server on whatever came of its socket. */
+LONG Model::serves(LONG fd, kel_sockaddr_t *addrs, LONG addrcnt, LONG maxClient, struct sctp_initmsg *initmsg,
+                   struct sctp_event_subscribe *events)
+{
+    return __sctp_server_create(fd, addrs, addrcnt, 0, maxClient, initmsg, events) == KEL_OK ? fd : closed(fd);
+}
+
+LONG Model::kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
+                                           LONG maxClient, struct sctp_initmsg *initmsg,
+                                           struct sctp_event_subscribe *events)
+{
+    const LONG fd =
+        is_null(__func__, "initmsg", initmsg) ? KEL_ERROR : made(__func__, kel_socket(family, KEL_SOCK_STREAM, 132));
+    if (fd == KEL_ERROR) {
+        return KEL_ERROR;
+    }
+    kel_sockaddr_t wildcard;
+    if (addrs == nullptr) {
+        trace.push_back("KEL_MemSet(set, 0, 112)");
+        kel_addr_fill(fd, &wildcard, family, port, family == 10 ? "::" : "0.0.0.0", 0, nullptr);
+        return serves(fd, &wildcard, 1, maxClient, initmsg, events);
+    }
+    return serves(fd, addrs, addrcnt, maxClient, initmsg, events);
+}
+
+/* Without a descriptor it goes on all the same. */
+LONG Model::kel_sctp_server_one2many_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT,
+                                            LONG maxClient, struct sctp_initmsg *initmsg,
+                                            struct sctp_event_subscribe *events)
+{
+    if (is_null(__func__, "initmsg", initmsg)) {
+        return KEL_ERROR;
+    }
+    return serves(kel_socket(family, KEL_SOCK_SEQPACKET, 132), addrs, addrcnt, maxClient, initmsg, events);
+}
+
+LONG Model::kel_sctp_server_one2one_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port,
+                                               LONG maxClient, struct sctp_initmsg *initmsg,
+                                               struct sctp_event_subscribe *events)
+{
+    if (is_null(__func__, "initmsg", initmsg)) {
+        return KEL_ERROR;
+    }
+    return with_texts(__func__, 0, family, port, addrStr, addrcnt, [=](kel_sockaddr_t *addrs, LONG count) {
+        return kel_sctp_server_one2one_create(family, addrs, count, port, maxClient, initmsg, events);
+    });
+}
+
+LONG Model::kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port,
+                                                LONG maxClient, struct sctp_initmsg *initmsg,
+                                                struct sctp_event_subscribe *events)
+{
+    if (is_null(__func__, "initmsg", initmsg)) {
+        return KEL_ERROR;
+    }
+    return with_texts(__func__, 0, family, port, addrStr, addrcnt, [=](kel_sockaddr_t *addrs, LONG count) {
+        return kel_sctp_server_one2many_create(family, addrs, count, port, maxClient, initmsg, events);
+    });
+}
+
+/* A client's failures have been reported before. */
+LONG Model::one2one_client(const char *function, kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt,
+                           struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, sctp_assoc_t *id,
+                           kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    if (is_null(function, "s_addrs", s_addrs) || is_null(function, "initmsg", initmsg) || is_null(function, "id", id)) {
+        return KEL_ERROR;
+    }
+    return made(function,
+                __sctp_one2one_client_create(family, s_addrs, s_addrcnt, 0, initmsg, events, id, my_addrs, my_addrcnt));
+}
+
+/* The peer's records have to be there, and that is all. */
+LONG Model::one2many_client(const char *function, kel_domain_t family, kel_sockaddr_t *s_addrs,
+                            struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, kel_sockaddr_t *my_addrs,
+                            LONG my_addrcnt)
+{
+    if (is_null(function, "s_addrs", s_addrs) || is_null(function, "initmsg", initmsg)) {
+        return KEL_ERROR;
+    }
+    return made(function, __sctp_one2many_client_create(family, nullptr, 0, 0, initmsg, events, my_addrs, my_addrcnt));
+}
+
+LONG Model::kel_sctp_client_one2one_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT,
+                                           struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                           sctp_assoc_t *id)
+{
+    return one2one_client(__func__, family, s_addrs, s_addrcnt, initmsg, events, id, nullptr, 0);
+}
+
+LONG Model::kel_sctp_client_one2one_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT,
+                                                struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                                sctp_assoc_t *id, kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    return one2one_client(__func__, family, s_addrs, s_addrcnt, initmsg, events, id, my_addrs, my_addrcnt);
+}
+
+LONG Model::kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                               struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                               sctp_assoc_t *id)
+{
+    if (is_null(__func__, "s_addrStr", s_addrStr) || is_null(__func__, "initmsg", initmsg) ||
+        is_null(__func__, "id", id)) {
+        return KEL_ERROR;
+    }
+    return with_texts(__func__, 0, family, s_port, s_addrStr, s_addrcnt, [=](kel_sockaddr_t *addrs, LONG count) {
+        return kel_sctp_client_one2one_create(family, addrs, count, s_port, initmsg, events, id);
+    });
+}
+
+LONG Model::kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG, SHORT,
+                                            struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    return one2many_client(__func__, family, s_addrs, initmsg, events, nullptr, 0);
+}
+
+LONG Model::kel_sctp_client_one2many_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG, SHORT,
+                                                 struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                                 kel_sockaddr_t *my_addrs, LONG my_addrcnt)
+{
+    return one2many_client(__func__, family, s_addrs, initmsg, events, my_addrs, my_addrcnt);
+}
+
+/* Only here the report of the constructor itself comes behind the release. */
+LONG Model::kel_sctp_client_one2many_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                                struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    if (is_null(__func__, "s_addrStr", s_addrStr) || is_null(__func__, "initmsg", initmsg)) {
+        return KEL_ERROR;
+    }
+    std::vector<kel_sockaddr_t> unused;
+    const Block block = reads(0, family, s_port, s_addrStr, s_addrcnt, &unused);
+    if (block.empty()) {
+        return KEL_ERROR;
+    }
+    const LONG fd = __sctp_one2many_client_create(family, nullptr, 0, 0, initmsg, events, nullptr, 0);
+    gives_back(__func__, block);
+    return made(__func__, fd);
 }

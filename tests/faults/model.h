@@ -6,8 +6,10 @@
 #ifndef TESTS_FAULTS_MODEL_H
 #define TESTS_FAULTS_MODEL_H
 
+#include <functional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "explorer.h"
 #include "kel_socket.h"
@@ -21,6 +23,7 @@ class Model
     /* What the run has to leave behind. */
     sys::Trace trace;
     std::set<int> open;
+    std::set<std::string> held; /* memory, by its names in the trace */
     int error = error_at_start;
     std::string console;
 
@@ -80,12 +83,71 @@ class Model
 
     LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
 
+    LONG kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
+    LONG kel_sctp_getladdrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
+    LONG kel_sctp_freepaddrs(kel_sockaddr_t *addrs);
+    LONG kel_sctp_freeladdrs(kel_sockaddr_t *addrs);
+
+    LONG kel_sctp_bindx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, LONG flags);
+    LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt, LONG flags);
+    LONG kel_sctp_connectx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, sctp_assoc_t *id);
+    LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
+                               sctp_assoc_t *id);
+    LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, LONG flags);
+    LONG kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *to, LONG ppid, LONG flags,
+                          LONG stream_no, LONG timetolive, LONG context);
+    LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, struct sctp_sndrcvinfo *sinfo,
+                          LONG *msg_flags);
+    LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id);
+    LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, socklen_t *size);
+
+    LONG __kel_set_sock_op_sctp(LONG sockfd, const struct sctp_initmsg *initmsg,
+                                const struct sctp_event_subscribe *events);
+    LONG __sctp_server_create(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port, LONG maxClient,
+                              struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+    LONG __sctp_one2one_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                      struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                      sctp_assoc_t *id, kel_sockaddr_t *my_addrs, LONG my_addrcnt);
+    LONG __sctp_one2many_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                       struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                       kel_sockaddr_t *my_addrs, LONG my_addrcnt);
+
+    LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
+                                        LONG maxClient, struct sctp_initmsg *initmsg,
+                                        struct sctp_event_subscribe *events);
+    LONG kel_sctp_server_one2many_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
+                                         LONG maxClient, struct sctp_initmsg *initmsg,
+                                         struct sctp_event_subscribe *events);
+    LONG kel_sctp_server_one2one_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port,
+                                            LONG maxClient, struct sctp_initmsg *initmsg,
+                                            struct sctp_event_subscribe *events);
+    LONG kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LONG addrcnt, SHORT port,
+                                             LONG maxClient, struct sctp_initmsg *initmsg,
+                                             struct sctp_event_subscribe *events);
+    LONG kel_sctp_client_one2one_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                        struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                        sctp_assoc_t *id);
+    LONG kel_sctp_client_one2one_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                             struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                             sctp_assoc_t *id, kel_sockaddr_t *my_addrs, LONG my_addrcnt);
+    LONG kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                            struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
+                                            sctp_assoc_t *id);
+    LONG kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
+                                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+    LONG kel_sctp_client_one2many_create_bind(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt,
+                                              SHORT s_port, struct sctp_initmsg *initmsg,
+                                              struct sctp_event_subscribe *events, kel_sockaddr_t *my_addrs,
+                                              LONG my_addrcnt);
+    LONG kel_sctp_client_one2many_str_create(kel_domain_t family, CHAR **s_addrStr, LONG s_addrcnt, SHORT s_port,
+                                             struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+
     /* One use of a reporting macro: nth counts the equal ones of a function, ifName goes into the text if it is set. */
     struct Report {
         const char *function;
-        const char *text;
+        const char *macro;
+        const char *text; /* or the argument that was null */
         int nth;
-        int prints;
         const CHAR *ifName;
     };
 
@@ -102,7 +164,8 @@ class Model
     bool interface_index(LONG fd, const CHAR *ifName, int *index);
 
     void reports(const Report &report);
-    bool is_null(const char *function, const char *argument, const void *pointer, int nth = 1);
+    bool is_null(const char *function, const char *argument, const void *pointer, int nth = 1,
+                 const char *check = "NULL_CHECK");
     void perror(const char *function, const char *text, int nth = 1);
     void asserts(const char *function, int nth);
 
@@ -110,9 +173,45 @@ class Model
     bool step(const char *function, const char *text, LONG result, LONG fd);
     void binds_local(LONG fd, kel_sockaddr_t *my_addr);
 
+    /* Memory of the allocator: its name in the trace, empty when there is none. Whoever takes it gives it back. */
+    using Block = std::string;
+    Block takes(const char *function, LONG count, int element);
+    void gives_back(const char *function, const Block &block);
+
+    /* What the SCTP calls are made of: lists for libsctp as the digits of their bytes, and records out of texts. */
+    Block packs(kel_sockaddr_t *addrs, LONG addrcnt, std::string *digits);
+    Block reads(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
+                std::vector<kel_sockaddr_t> *records);
+    LONG lists(const char *function, const char *call, const char *release, LONG sockfd, sctp_assoc_t assoc_id,
+               kel_sockaddr_t **addrs);
+    LONG with_texts(const char *function, LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
+                    const std::function<LONG(kel_sockaddr_t *addrs, LONG addrcnt)> &use);
+    kel_sockaddr_t *unpacks(const kel_sockaddr_t *addrs, LONG addrcnt);
+    LONG unlists(const char *function, kel_sockaddr_t *addrs);
+    LONG passes_on(const char *function, const char *text, long result);
+
+    /* And what the SCTP endpoints are made of. */
+    bool sets_up(const char *set_up, const char *text, LONG fd, struct sctp_initmsg *initmsg,
+                 struct sctp_event_subscribe *events);
+    LONG made(const char *function, LONG fd);
+    LONG closed(LONG fd);
+    LONG serves(LONG fd, kel_sockaddr_t *addrs, LONG addrcnt, LONG maxClient, struct sctp_initmsg *initmsg,
+                struct sctp_event_subscribe *events);
+    LONG becomes_client(const char *set_up, kel_domain_t family, kel_socktype_t type, kel_sockaddr_t *my_addrs,
+                        LONG my_addrcnt, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
+    LONG one2one_client(const char *function, kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt,
+                        struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, sctp_assoc_t *id,
+                        kel_sockaddr_t *my_addrs, LONG my_addrcnt);
+    LONG one2many_client(const char *function, kel_domain_t family, kel_sockaddr_t *s_addrs,
+                         struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, kel_sockaddr_t *my_addrs,
+                         LONG my_addrcnt);
+
     const Path &path;
     size_t at = 0;
     int next_descriptor = sys::first_descriptor;
+    int blocks = 0;
+    std::vector<kel_sockaddr_t> fetched; /* the array that a caller has from kel_sctp_getpaddrs, in fetched_block */
+    Block fetched_block;
 };
 
 #endif
