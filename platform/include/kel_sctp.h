@@ -3,9 +3,9 @@
  * define them.
  *
  * This header takes the place of the system's SCTP headers, <netinet/sctp.h> and <linux/sctp.h>. One of those before it
- * is refused here with an error; one after it cannot be refused, and the compiler then reports every record as defined
- * twice. An application that wants the system's includes that and kel_socket.h, and not this one. The protocol's
- * number, IPPROTO_SCTP, is that of <netinet/in.h>.
+ * is refused here with an error; one after it cannot be refused, and the compiler then reports names as defined twice.
+ * An application that wants the system's includes that and kel_socket.h, and not this one; of its longer event record
+ * the module hands over the first ten flags. The protocol's number, IPPROTO_SCTP, is that of <netinet/in.h>.
  */
 #if !defined(KEL_SCTP_H) && (defined(_SCTP_H) || defined(__linux_sctp_h__))
 #error "kel_sctp.h takes the place of the system's SCTP header: include one of them, not both"
@@ -33,7 +33,10 @@ extern "C" {
 #define SOL_SCTP 132 /* level of every option below; the C library may define it already */
 #endif
 
-/* Options for kel_sctp_opt_info() and kel_setsockopt(), with the record that each takes. */
+/*
+ * Options for kel_getsockopt() and kel_setsockopt(), with the record that each takes. kel_sctp_opt_info() takes those
+ * that libsctp knows, of which 0 to 4, 6, 8 to 15, 24, 26 and 27 have been seen to work.
+ */
 #define SCTP_RTOINFO 0                /* struct sctp_rtoinfo */
 #define SCTP_ASSOCINFO 1              /* struct sctp_assocparams */
 #define SCTP_INITMSG 2                /* struct sctp_initmsg */
@@ -150,7 +153,18 @@ enum sctp_sn_type {
     SCTP_AUTHENTICATION_EVENT,
     SCTP_SENDER_DRY_EVENT
 };
+
+/* For programs that ask the preprocessor whether there is such an event. */
+#define SCTP_DATA_IO_EVENT SCTP_DATA_IO_EVENT
+#define SCTP_ASSOC_CHANGE SCTP_ASSOC_CHANGE
+#define SCTP_PEER_ADDR_CHANGE SCTP_PEER_ADDR_CHANGE
+#define SCTP_SEND_FAILED SCTP_SEND_FAILED
+#define SCTP_REMOTE_ERROR SCTP_REMOTE_ERROR
+#define SCTP_SHUTDOWN_EVENT SCTP_SHUTDOWN_EVENT
+#define SCTP_PARTIAL_DELIVERY_EVENT SCTP_PARTIAL_DELIVERY_EVENT
+#define SCTP_ADAPTATION_INDICATION SCTP_ADAPTATION_INDICATION
 #define SCTP_AUTHENTICATION_INDICATION SCTP_AUTHENTICATION_EVENT
+#define SCTP_SENDER_DRY_EVENT SCTP_SENDER_DRY_EVENT
 
 /* SCTP_ASSOC_CHANGE (sctp_association_event) */
 struct sctp_assoc_change {
@@ -420,7 +434,7 @@ struct sctp_paddrinfo {
     struct sockaddr_storage spinfo_address;
     int32_t spinfo_state; /* enum sctp_spinfo_state */
     uint32_t spinfo_cwnd;
-    uint32_t spinfo_srtt;
+    uint32_t spinfo_srtt; /* in ticks of the kernel */
     uint32_t spinfo_rto;
     uint32_t spinfo_mtu;
 } __attribute__((packed, aligned(4)));

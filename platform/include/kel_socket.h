@@ -262,7 +262,7 @@ LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addr
 /**
  * Makes a socket listen.
  *
- * @param maxClient backlog, passed on unchanged
+ * @param maxClient backlog, passed on unchanged; 0 fails on an SCTP socket
  * @return KEL_OK, or KEL_ERROR with errno as listen(2) sets it (not reported)
  */
 LONG kel_listen(LONG sockfd, LONG maxClient);
@@ -502,12 +502,12 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
  *
  * The records and constants are in kel_sctp.h. Lists of addresses are arrays of records, or of numeric texts, of one
  * family: that of the first record decides how all of them are read, and a mixed list is not noticed. Counts are not
- * checked: a negative one finds no memory and fails, and with 0 the family is still read, so there has to be at least
- * one text. Temporary lists come from tc_malloc() and are gone when a call returns. A kernel without SCTP refuses to
- * create the sockets (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many).
+ * checked: a negative one finds no memory and fails; of records there may be 0, of texts at least 1. Temporary lists
+ * come from tc_malloc() and are gone when a call returns. A kernel without SCTP refuses to create the sockets
+ * (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many).
  */
 
-typedef int sctp_assoc_t; /* association identifier, 32 bits; the kernel ignores it on one-to-one sockets */
+typedef int sctp_assoc_t; /* association identifier, 32 bits; one-to-one sockets have one, and ignore it */
 
 struct sctp_event_subscribe;
 struct sctp_initmsg;
@@ -516,7 +516,8 @@ struct sctp_sndrcvinfo;
 /**
  * Fetch the peer's addresses of an association, or the local ones.
  *
- * @param assoc_id association of a one-to-many socket; 0 for all local addresses of the socket
+ * @param assoc_id association; any while a one-to-one socket has one. For kel_sctp_getladdrs() also 0: all local
+ *                 addresses of the socket
  * @param addrs    receives an array of records in memory of its own, for the matching free function; NULL when the
  *                 addresses were fetched and could not be converted. Not written when the result is 0 or the fetching
  *                 failed: set it to NULL before the call. What lies behind a record's own family member is not cleared
@@ -563,7 +564,8 @@ LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **add
  * @param port    of every text, host byte order
  * @param addrStr numeric addresses; NULL is refused, there is no wildcard peer
  * @param addrcnt number of records or texts
- * @param id      receives the association's identifier; passed on unchecked
+ * @param id      receives the association's identifier, also when the call fails with EINPROGRESS, as it does on a
+ *                descriptor that does not block; passed on unchecked
  * @return the library's result (0), or KEL_ERROR with the descriptor still open; errno as connect(2) would leave it
  *
  * Reported: "addrs is null\r\n", "addrStr is null\r\n", "sctp connectx "; for a text that is no address, the assertion
@@ -577,9 +579,10 @@ LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **
  * Sends one message over an association.
  *
  * @param msg   message, not null
- * @param len   its bytes; one message is sent whole or not at all
- * @param sinfo stream, identifiers and association; passed on unchecked
- * @param flags as for send(2)
+ * @param len   its bytes; one message is sent whole or not at all, and one that the send buffer (SO_SNDBUF) cannot hold
+ *              fails with EMSGSIZE
+ * @param sinfo stream, identifiers and association, which a one-to-many socket needs; passed on unchecked
+ * @param flags as for send(2); without MSG_NOSIGNAL, sending where there is no association ends the process (SIGPIPE)
  * @return bytes sent or KEL_ERROR; errno as sendmsg(2) left it
  *
  * Reported: "msg is null\r\n", "sctp send ". See sctp_send(3).
@@ -587,10 +590,11 @@ LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **
 LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, LONG flags);
 
 /**
- * Sends one message to a peer; on a one-to-many socket the first message to a peer sets up the association.
+ * Sends one message to a peer; the first message to a peer sets up the association.
  *
  * @param msg        message; passed on unchecked
- * @param len        its bytes
+ * @param len        its bytes; more than the send buffer (SO_SNDBUF) holds is EMSGSIZE, none is EINVAL but with
+ * SCTP_EOF
  * @param to         a peer's record of KEL_AF_INET or KEL_AF_INET6, with its port; must not be null
  * @param ppid       payload protocol identifier as it appears on the wire: no byte order is changed, use htonl(3)
  * @param flags      of enum sctp_sinfo_flags; 32 bits of it
@@ -607,11 +611,12 @@ LONG kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *
 /**
  * Receives one message or notification.
  *
- * @param msg       receives it; what does not fit is what the next call delivers (no MSG_EOR in the flags until the
- * end)
+ * @param msg       receives it; what does not fit is what the next call delivers, with no MSG_EOR until the end
  * @param len       size of msg
- * @param from      receives the sender's address; its length is that of its family. Passed on unchecked
- * @param sinfo     receives stream and identifiers, as sctp_data_io_event asks for; passed on unchecked
+ * @param from      receives the sender's address, whose length is that of its family, but not at the end of an
+ *                  association; passed on unchecked
+ * @param sinfo     receives stream and identifiers of a message when sctp_data_io_event asks for them, and is not
+ *                  written otherwise; passed on unchecked
  * @param msg_flags receives the flags: MSG_NOTIFICATION, MSG_EOR; must not be null. Not written by a call that fails
  * @return bytes received, 0 at the end of a one-to-one association, or KEL_ERROR; errno as recvmsg(2) left it
  *
@@ -623,6 +628,7 @@ LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, 
 /**
  * Gives an association of a one-to-many socket a descriptor of its own.
  *
+ * @param assoc_id association; an unknown one, and any on a one-to-one socket, is EINVAL
  * @return the descriptor, which the caller closes, or KEL_ERROR; errno as getsockopt(2) left it
  *
  * Reported: "sctp_peeloff ". See sctp_peeloff(3).
@@ -632,9 +638,12 @@ LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id);
 /**
  * Reads an SCTP option of one association.
  *
- * @param opt  one of the options of kel_sctp.h, passed on unchecked
- * @param arg  option's record, whose question (an address, for example) is filled in; receives the answer
- * @param size bytes of arg; receives those of the answer
+ * @param assoc_id association of a one-to-many socket; the library writes it into the first four bytes of arg, where
+ *                 most records have it. struct sctp_sndrcvinfo has it at its end: fill in sinfo_assoc_id
+ * @param opt      one of the options of kel_sctp.h, passed on unchecked
+ * @param arg      option's record, of four bytes at least, whose question (an address, for example) is filled in;
+ *                 receives the answer
+ * @param size     bytes of arg; receives those of the answer
  * @return the library's result (0; for an option that it does not know, a positive number), or KEL_ERROR; errno as
  *         getsockopt(2) left it
  *
@@ -652,14 +661,16 @@ LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, 
  * @param addrStr   local numeric addresses; null is the wildcard for both servers, whatever addrcnt is
  * @param addrcnt   number of records or texts
  * @param port      of texts and of the wildcard, host byte order; records keep their own
- * @param maxClient backlog, as for listen(2)
+ * @param maxClient backlog, as for listen(2), but not 0: with SCTP that ends listening, and the call fails
  * @param initmsg   how associations are set up: streams, attempts, time; not null
  * @param events    notifications that are to arrive, just these; null subscribes to data-io events alone
  * @return the descriptor, which the caller closes, or KEL_ERROR with nothing left open but, from a one-to-one server,
  *         descriptor 0, which counts as a failure and is not closed
  *
  * Reported: "initmsg is null\r\n"; "create sctp socket " (one-to-one); "bind sctp socket", "listen sctp socket",
- * "set_sock_op_sctp" behind the report of the step itself.
+ * "set_sock_op_sctp", the first and the last behind the report of the step itself ("addrs is null\r\n", "sctp bindx ",
+ * "set sctp_initmsg ", "set sctp_event_subscribe "); for a text that is no address, the assertion of kel_addr_fill()
+ * alone.
  */
 LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
@@ -682,15 +693,16 @@ LONG kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LO
  * @param initmsg    how the association is set up: streams, attempts, time; not null
  * @param events     notifications that are to arrive, just these; null subscribes to data-io events alone
  * @param id         receives the association's identifier; not null
- * @param my_addrs   local records to bind before connecting, with one port or 0; null, or a count of 0, binds nothing.
- *                   When they cannot be bound that is reported, and the kernel chooses the local addresses
+ * @param my_addrs   local records to bind before connecting, with their ports as for kel_sctp_bindx(); null, or a count
+ *                   of 0, binds nothing. When they cannot be bound, that is reported ("sctp bindx "), and the kernel
+ *                   chooses the local addresses
  * @param my_addrcnt number of local records
  * @return the connected descriptor, which the caller closes, or KEL_ERROR with nothing left open but descriptor 0,
  *         which counts as a failure and is not closed
  *
  * Reported: "s_addrs is null\r\n" or "s_addrStr is null\r\n", "initmsg is null\r\n", "id is null\r\n"; every failure of
  * the work twice: "create sctp socket ", "set_sock_op_sctp " or "sctp_connectx ", then "create sctp socket ", behind
- * the report of the step itself.
+ * the report of the step itself; for a text that is no address, the assertion of kel_addr_fill() alone.
  */
 LONG kel_sctp_client_one2one_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                     struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
@@ -713,14 +725,16 @@ LONG kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, L
  * @param s_port     host byte order, not used
  * @param initmsg    how associations are set up: streams, attempts, time; not null
  * @param events     notifications that are to arrive, just these; null subscribes to data-io events alone
- * @param my_addrs   local records to bind, with one port or 0; null, or a count of 0, binds nothing. When they cannot
- * be bound that is reported, and the kernel chooses the local addresses
+ * @param my_addrs   local records to bind, with their ports as for kel_sctp_bindx(); null, or a count of 0, binds
+ *                   nothing. When they cannot be bound, that is reported ("sctp bindx "), and the kernel chooses the
+ *                   local addresses
  * @param my_addrcnt number of local records
  * @return the descriptor, which the caller closes, or KEL_ERROR with nothing left open but descriptor 0, which counts
  *         as a failure and is not closed
  *
  * Reported: "s_addrs is null\r\n" or "s_addrStr is null\r\n", "initmsg is null\r\n"; every failure of the work twice:
- * "create sctp socket " or "set_sock_op_sctp ", then "create sctp socket ", behind the report of the step itself.
+ * "create sctp socket " or "set_sock_op_sctp ", then "create sctp socket ", behind the report of the step itself; for
+ * a text that is no address, the assertion of kel_addr_fill() alone.
  */
 LONG kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                      struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);

@@ -170,6 +170,10 @@ class AgainstTheSystem(Case):
                                  if ours[what] != value}
                     self.assertEqual(different, DIFFERENT)
 
+    def test_what_is_a_macro_there_is_one_here(self):
+        """Programs ask the preprocessor for a name, whose enumerator it does not see."""
+        self.assertLessEqual((kernel.macros | library.macros) & own.constants, own.macros)
+
     def test_covers_every_word_of_the_header(self):
         words = set(re.findall(r"\b(?:SCTP|SPP|MSG|SOL)_\w+", own.text))
         self.assertLessEqual(words, own.constants)

@@ -403,9 +403,11 @@ TEST(Peeloff, GivesADescriptorAndKeepsTheOldOne)
 
     EXPECT_EQ(kel_sctp_peeloff(0x100000005, -7), 70);
     EXPECT_EQ(kel_sctp_peeloff(5, INT_MAX), 71);
+    EXPECT_EQ(kel_sctp_peeloff(5, 0), 72);
 
-    EXPECT_EQ(recording.trace(), (sys::Trace{"sctp_peeloff(5, -7) = 70", "sctp_peeloff(5, 2147483647) = 71"}));
-    EXPECT_EQ(recording.open(), (std::set<int>{70, 71}));
+    EXPECT_EQ(recording.trace(),
+              (sys::Trace{"sctp_peeloff(5, -7) = 70", "sctp_peeloff(5, 2147483647) = 71", "sctp_peeloff(5, 0) = 72"}));
+    EXPECT_EQ(recording.open(), (std::set<int>{70, 71, 72}));
 }
 
 TEST(SctpOptInfo, HandsAnyOptionOnCutTo32Bits)
@@ -415,9 +417,11 @@ TEST(SctpOptInfo, HandsAnyOptionOnCutTo32Bits)
 
     EXPECT_EQ(kel_sctp_opt_info(0x100000005, -7, 0x100000009, message, &size), 0);
     EXPECT_EQ(kel_sctp_opt_info(0, INT_MAX, 0x80000000, message, &size), 0);
+    EXPECT_EQ(kel_sctp_opt_info(5, 0, 0, message, &size), 0);
 
     EXPECT_EQ(recording.trace(), (sys::Trace{"sctp_opt_info(5, -7, 9, message, size) = 0",
-                                             "sctp_opt_info(0, 2147483647, -2147483648, message, size) = 0"}));
+                                             "sctp_opt_info(0, 2147483647, -2147483648, message, size) = 0",
+                                             "sctp_opt_info(5, 0, 0, message, size) = 0"}));
 }
 
 } // namespace

@@ -824,6 +824,19 @@ TEST(OneServer, OfAnotherFamilyFillsTheIpv4WildcardAndFailsInTheBind)
     }
 }
 
+/* Families are the system's to refuse. */
+TEST(ManyServer, OfAnyFamilyAsksForASocket)
+{
+    for (int family : {0, 1, 3, 17}) {
+        Given g = given_nothing((kel_domain_t)family, 1);
+        sys::Recording recording(sys::fail_first("socket", sys::fail(EAFNOSUPPORT)));
+
+        EXPECT_EQ(many_server.create(g), KEL_ERROR);
+
+        EXPECT_EQ(recording.trace().at(0), "socket(" + std::to_string(family) + ", 5, 132) = -1 errno 97");
+    }
+}
+
 /* ---- Local addresses of clients --------------------------------------------------------------------------------- */
 
 /* The calls of a client with local addresses: the bind comes right behind the socket. */

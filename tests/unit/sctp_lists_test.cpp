@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <limits.h>
+#include <string.h>
 
 namespace
 {
@@ -238,6 +239,56 @@ TEST(Counts, AreCutTo32BitsForTheLibrary)
     EXPECT_EQ(recording.trace(),
               (sys::Trace{"tc_malloc(-68719476720) = 1", "sctp_bindx(70, " + stale + ", 1, 1) = 0", released(1),
                           "tc_malloc(-68719476720) = 1", "sctp_connectx(70, " + stale + ", 1, id) = 0", released(2)}));
+}
+
+TEST(Counts, KeepAll32BitsForTheLibrary)
+{
+    kel_sockaddr_t inet = inet_address("10.0.1.1", 0);
+    sctp_assoc_t id;
+    sys::name_pointer(&id, "id");
+    const LONG count = -0x7fffffffL; /* its low 16 bits are 1 */
+    sys::Recording recording(
+        [](const std::string &name, long usual) { return name == "tc_malloc" ? sys::ok(1) : sys::ok(usual); });
+
+    EXPECT_EQ(kel_sctp_bindx(70, &inet, count, 1), 0);
+    EXPECT_EQ(kel_sctp_connectx(70, &inet, count, &id), 0);
+
+    EXPECT_EQ(recording.trace(),
+              (sys::Trace{"tc_malloc(-34359738352) = 1", "sctp_bindx(70, , -2147483647, 1) = 0", released(1),
+                          "tc_malloc(-34359738352) = 1", "sctp_connectx(70, , -2147483647, id) = 0", released(2)}));
+}
+
+/* ---- Long lists: of many records, the same address twice, in every direction ------------------------------------ */
+
+TEST(LongLists, AreConvertedWhole)
+{
+    const int count = 40;
+    for (const AddressSet &set : address_sets()) {
+        CHAR written[count][16];
+        std::vector<CHAR *> texts;
+        std::vector<kel_sockaddr_t> records;
+        for (int i = 0; i < count; i++) {
+            snprintf(written[i], sizeof(written[i]), set.family == KEL_AF_INET ? "10.0.9.%d" : "fd00:9::%d", i % 32);
+            texts.push_back(written[i % 32 == 1 ? 1 : i]);
+            records.push_back(set.family == KEL_AF_INET ? inet_address(written[i], sctp_port)
+                                                        : inet6_address(written[i], sctp_port));
+        }
+
+        {
+            sys::Recording recording;
+            EXPECT_EQ(kel_sctp_bindx_str(70, set.family, (SHORT)sctp_port, texts.data(), count, 1), 0);
+            EXPECT_EQ(recording.trace(), in_order({converting(set.family, texts), bound(records, 2), released(1)}));
+        }
+
+        for (const Fetch &fetch : both) {
+            sys::set_addresses(records);
+            sys::Recording recording;
+            ASSERT_EQ(fetch(), count);
+            for (size_t i = 0; i < (size_t)count; i++) {
+                EXPECT_EQ(memcmp(&fetched[i], &records[i], (size_t)kel_sizeof_socket(&records[i])), 0) << i;
+            }
+        }
+    }
 }
 
 /* ---- A list to records ------------------------------------------------------------------------------------------ */

@@ -785,8 +785,7 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName)
     return sockfd;
 }
 
-/* ---- SCTP address lists: records of one family, packed for the library, unpacked for the caller -------------------
- */
+/* ---- SCTP address lists: records of one family, packed for the library and back ---------------------------------- */
 
 /*
  * The request for a list of count elements: the signed product, whatever the count. A negative one reaches the
@@ -957,8 +956,7 @@ LONG kel_sctp_freeladdrs(kel_sockaddr_t *addrs)
     return KEL_OK;
 }
 
-/* ---- SCTP association calls: a library call has failed at exactly -1, and reports it, receiving apart -------------
- */
+/* ---- SCTP association calls: failed is a result of exactly -1; receiving is silent ------------------------------- */
 
 LONG kel_sctp_bindx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, LONG flags)
 {
@@ -1093,8 +1091,7 @@ LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, 
     return ret;
 }
 
-/* ---- SCTP set-up: fixed sequences that report their failing step; their callers have checked the arguments --------
- */
+/* ---- SCTP set-up: fixed sequences that report the step that failed ----------------------------------------------- */
 
 LONG __kel_set_sock_op_sctp(LONG sockfd, const struct sctp_initmsg *initmsg, const struct sctp_event_subscribe *events)
 {
@@ -1166,7 +1163,7 @@ LONG __sctp_one2one_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, 
 {
     (void)s_port;
 
-    /* Descriptor 0 counts as a failure and stays open, here and in the other set-ups: do not make this -1. */
+    /* Descriptor 0 counts as a failure and stays open, in all but the one-to-many server: do not make this -1. */
     LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, IPPROTO_SCTP);
     if (!(sockfd > 0)) {
         kel_perror("create sctp socket ");
@@ -1218,8 +1215,7 @@ LONG __sctp_one2many_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs,
     return sockfd;
 }
 
-/* ---- SCTP endpoints: check the arguments, then the set-ups; a client's failure is reported twice, and is meant to be
- */
+/* ---- SCTP endpoints: the failure of a client is reported twice, and is meant to be ------------------------------- */
 
 LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
@@ -1235,7 +1231,7 @@ LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, 
     kel_sockaddr_t wildcard;
     if (addrs == NULL) {
         KEL_MemSet(&wildcard, 0, sizeof(wildcard));
-        /* Not tested: what cannot be filled cannot be bound either, and the bind reports. */
+        /* Not tested: the bind judges what has been filled. */
         (void)kel_addr_fill(sockfd, &wildcard, family, port, family == KEL_AF_INET6 ? IPV6_ANY_STR : IPV4_ANY_STR, 0,
                             NULL);
         addrs = &wildcard;
@@ -1398,7 +1394,7 @@ LONG kel_sctp_client_one2many_str_create(kel_domain_t family, CHAR **s_addrStr, 
     }
 
     LONG sockfd = __sctp_one2many_client_create(family, records, s_addrcnt, s_port, initmsg, events, NULL, 0);
-    tc_free(records); /* before the report, where the other text variants have made theirs */
+    tc_free(records); /* before the report; the other text variants release theirs after it */
     if (!(sockfd > 0)) {
         kel_perror("create sctp socket ");
         return KEL_ERROR;
