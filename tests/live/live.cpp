@@ -18,17 +18,17 @@
 
 #include "host.h"
 
+void fail_set_up(const std::string &what)
+{
+    dprintf(STDERR_FILENO, "%s: %s\n", what.c_str(), strerror(errno));
+    _exit(1);
+}
+
 namespace
 {
 
 constexpr int patience = 15000;     /* milliseconds for one event: far more than the slowest machine needs */
 constexpr unsigned time_limit = 60; /* seconds for one test */
-
-[[noreturn]] void fail_set_up(const std::string &what)
-{
-    dprintf(STDERR_FILENO, "%s: %s\n", what.c_str(), strerror(errno));
-    _exit(1);
-}
 
 void make_pipe(int ends[2])
 {
@@ -73,16 +73,19 @@ void out_of_time(int)
     _exit(1);
 }
 
+/* Appends what comes next, at most that much; false at the end. */
+bool read_more(int file, std::string &data, size_t most)
+{
+    char buffer[65536];
+    ssize_t count = wait_on(file, POLLIN) ? read(file, buffer, std::min(sizeof(buffer), most)) : 0;
+    data.append(buffer, (size_t)std::max(count, (ssize_t)0));
+    return count > 0;
+}
+
 std::string read_file(int file, size_t size)
 {
     std::string data;
-    while (data.size() < size && wait_on(file, POLLIN)) {
-        char buffer[65536];
-        ssize_t count = read(file, buffer, std::min(sizeof(buffer), size - data.size()));
-        if (count <= 0) {
-            break;
-        }
-        data.append(buffer, (size_t)count);
+    while (data.size() < size && read_more(file, data, size - data.size())) {
     }
     return data;
 }
@@ -184,6 +187,7 @@ Peer::Peer(std::vector<std::string> command, const Namespace *where)
         if (where != nullptr) {
             where->enter();
         }
+        close_range(3, ~0U, 0); /* the module's descriptors stay open when another program starts */
         execvp(arguments[0], arguments.data());
         dprintf(STDERR_FILENO, "%s: %s\n", arguments[0], strerror(errno));
         _exit(127);
@@ -192,31 +196,48 @@ Peer::Peer(std::vector<std::string> command, const Namespace *where)
     ::close(out[1]);
     ::close(err[1]);
     input = in[1];
-    output = out[0];
-    errors = err[0];
+    output.file = out[0];
+    errors.file = err[0];
 }
 
 Peer::~Peer()
 {
     end_input();
-    ::close(output);
-    ::close(errors);
+    ::close(output.file);
+    ::close(errors.file);
     if (pid > 0) {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
 }
 
+std::string Peer::Source::read(size_t size)
+{
+    std::string data = kept.substr(0, size);
+    kept.erase(0, data.size());
+    return data + read_file(file, size - data.size());
+}
+
+std::string Peer::Source::read_until(const std::string &text)
+{
+    size_t place;
+    while ((place = kept.find(text)) == std::string::npos) {
+        if (!read_more(file, kept, SIZE_MAX)) {
+            ADD_FAILURE() << "the peer never said \"" << text << "\", but:\n" << kept;
+            return kept;
+        }
+    }
+    return read(place + text.size());
+}
+
 void Peer::wait_until_it_says(const std::string &text)
 {
-    std::string said;
-    while (said.find(text) == std::string::npos) {
-        std::string next = read_file(errors, 1);
-        if (next.empty()) {
-            FAIL() << "the peer never said \"" << text << "\", but:\n" << said;
-        }
-        said += next;
-    }
+    errors.read_until(text);
+}
+
+std::string Peer::read_until(const std::string &text)
+{
+    return output.read_until(text);
 }
 
 void Peer::write(const std::string &data)
@@ -239,20 +260,39 @@ void Peer::end_input()
 
 std::string Peer::read(size_t size)
 {
-    return read_file(output, size);
+    return output.read(size);
 }
 
 std::string Peer::read_errors()
 {
-    return read_file(errors, SIZE_MAX);
+    return errors.read(SIZE_MAX);
+}
+
+void Peer::end()
+{
+    kill(pid, SIGTERM);
+    output.read(SIZE_MAX); /* who still writes cannot end before somebody reads */
 }
 
 int Peer::exit_status()
 {
     int status;
+    if (testing::Test::HasFailure()) {
+        kill(pid, SIGKILL); /* it may wait for a reader that has given up */
+    }
     waitpid(pid, &status, 0); /* the test's time limit ends it */
     pid = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void ip(const std::vector<std::string> &commands, const Namespace *where)
+{
+    Peer peer({"ip", "-batch", "-"}, where);
+    for (const std::string &command : commands) {
+        peer.write(command + "\n");
+    }
+    peer.end_input();
+    EXPECT_EQ(peer.exit_status(), 0) << peer.read_errors();
 }
 
 /* ---- Console ----------------------------------------------------------------------------------------------------- */

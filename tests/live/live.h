@@ -7,9 +7,13 @@
 #include <errno.h>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 #include "kel_socket.h"
+
+/* Ends the program, with errno's text: nothing can be tested. */
+[[noreturn]] void fail_set_up(const std::string &what);
 
 /* A descriptor of the module. The release waits for nothing; a test that is about kel_close() calls it itself. */
 class Descriptor
@@ -25,6 +29,11 @@ class Descriptor
     Descriptor(Descriptor &&other) noexcept : number(other.number)
     {
         other.number = KEL_ERROR;
+    }
+    Descriptor &operator=(Descriptor &&other) noexcept
+    {
+        std::swap(number, other.number);
+        return *this;
     }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
@@ -104,16 +113,33 @@ class Peer
     /* Waits until its standard error says so; fails the test with all that it said if it ends first. */
     void wait_until_it_says(const std::string &text);
 
+    /* All of its output up to a text, which has to come. */
+    std::string read_until(const std::string &text);
+
     void write(const std::string &data);
     void end_input();
     std::string read(size_t size); /* exactly that much, or less at the end of its output */
     std::string read_errors();     /* the rest of its standard error */
+    void end();                    /* asks it to end, and waits for the end of its output */
     int exit_status();             /* waits for the end */
 
   private:
+    /* A standard stream; what was read beyond a text that was waited for is kept. */
+    struct Source {
+        int file;
+        std::string kept;
+
+        std::string read(size_t size);
+        std::string read_until(const std::string &text);
+    };
+
     pid_t pid;
-    int input, output, errors;
+    int input;
+    Source output, errors;
 };
+
+/* Runs commands of ip(8), on this host or another. */
+void ip(const std::vector<std::string> &commands, const Namespace *where = nullptr);
 
 /* Shows every report on the console, where the tests suppress them, and collects what the console is given. */
 class Reports

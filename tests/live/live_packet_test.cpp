@@ -66,16 +66,6 @@ class LivePacket : public Live
         EXPECT_EQ(kel_raw_sendto(sender, far, data.data(), data.size(), 0), (LONG)data.size()) << strerror(errno);
     }
 
-    static void ip(const std::vector<std::string> &commands, const Namespace *where = nullptr)
-    {
-        Peer peer({"ip", "-batch", "-"}, where);
-        for (const std::string &command : commands) {
-            peer.write(command + "\n");
-        }
-        peer.end_input();
-        EXPECT_EQ(peer.exit_status(), 0) << peer.read_errors();
-    }
-
     static Namespace *other;
 };
 

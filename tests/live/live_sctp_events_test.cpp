@@ -1,0 +1,269 @@
+/* SCTP notifications: each of the ten flags brings its own, from a kernel that had reason to send it. */
+#include "live_sctp.h"
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <string.h>
+
+namespace
+{
+
+using Flag = uint8_t sctp_event_subscribe::*;
+
+class LiveSctpEvents : public LiveSctp
+{
+  protected:
+    const struct sctp_event_subscribe none = subscription({});
+
+    /* A one-to-many socket on either side, with an association that the client has set up. */
+    struct Both {
+        Descriptor server, client;
+        std::vector<kel_sockaddr_t> peers;
+        sctp_assoc_t id;
+    };
+    Both both(Flag at_server, Flag at_client)
+    {
+        auto server_events = at_server != nullptr ? subscription({at_server}) : none;
+        auto client_events = at_client != nullptr ? subscription({at_client}) : none;
+        int port = new_port();
+        Both made = {one2many_server(port, &server_events), one2many_client(&client_events), far_records(port), 0};
+        return made;
+    }
+    void connect(Both &both)
+    {
+        EXPECT_EQ(kel_sctp_connectx(both.client, both.peers.data(), 2, &both.id), 0) << strerror(errno);
+    }
+    template <typename Record> static void set(LONG sockfd, int name, const Record &record)
+    {
+        EXPECT_EQ(kel_setsockopt(sockfd, SOL_SCTP, name, &record, sizeof(record)), 0) << strerror(errno);
+    }
+};
+
+INSTANTIATE_FOR_IPV4_AND_IPV6(LiveSctpEvents);
+
+/* ---- sctp_data_io_event ------------------------------------------------------------------------------------------ */
+
+TEST_P(LiveSctpEvents, DataIoFillsTheRecordOfEveryMessage)
+{
+    auto events = subscription({&sctp_event_subscribe::sctp_data_io_event});
+    for (Events wanted : {(Events) nullptr, (Events)&events}) {
+        OneToOne pair = one2one(nullptr, wanted);
+        send_message(pair.client, "x", pair.id, 3, htonl(33));
+
+        Message message = next(pair.server);
+
+        EXPECT_EQ(message.info.sinfo_stream, 3);
+        EXPECT_EQ(message.info.sinfo_ppid, htonl(33));
+    }
+}
+
+TEST_P(LiveSctpEvents, WithoutDataIoTheRecordIsLeftAlone)
+{
+    OneToOne pair = one2one(nullptr, &none);
+    send_message(pair.client, "x", pair.id, 3, htonl(33));
+
+    Message message = next(pair.server);
+
+    EXPECT_EQ(message.data, "x");
+    struct sctp_sndrcvinfo untouched;
+    memset(&untouched, 0xee, sizeof(untouched));
+    EXPECT_EQ(memcmp(&message.info, &untouched, sizeof(untouched)), 0);
+}
+
+/* ---- The nine notifications -------------------------------------------------------------------------------------- */
+
+TEST_P(LiveSctpEvents, AssociationTellsItsBeginningAndItsEnd)
+{
+    Both made = both(&sctp_event_subscribe::sctp_association_event, &sctp_event_subscribe::sctp_association_event);
+    connect(made);
+
+    auto here = next_event<struct sctp_assoc_change>(made.client, SCTP_ASSOC_CHANGE);
+    EXPECT_EQ(here.sac_state, SCTP_COMM_UP);
+    EXPECT_EQ(here.sac_outbound_streams, 10);
+    EXPECT_EQ(here.sac_inbound_streams, 10);
+    EXPECT_EQ(here.sac_assoc_id, made.id);
+    auto there = next_event<struct sctp_assoc_change>(made.server, SCTP_ASSOC_CHANGE);
+    EXPECT_EQ(there.sac_state, SCTP_COMM_UP);
+    EXPECT_EQ(peers_of(made.server, there.sac_assoc_id), named(records(inet, near, port_of(made.client))));
+    made.client.close();
+    EXPECT_EQ(next_event<struct sctp_assoc_change>(made.server, SCTP_ASSOC_CHANGE).sac_state, SCTP_SHUTDOWN_COMP);
+}
+
+TEST_P(LiveSctpEvents, AddressTellsAPathThatWasConfirmed)
+{
+    Both made = both(&sctp_event_subscribe::sctp_address_event, nullptr);
+    connect(made);
+
+    auto change = next_event<struct sctp_paddr_change>(made.server, SCTP_PEER_ADDR_CHANGE);
+
+    EXPECT_EQ(change.spc_state, SCTP_ADDR_CONFIRMED);
+    EXPECT_EQ(text_of(change.spc_aaddr), named(records(inet, near, port_of(made.client)))[1]);
+}
+
+TEST_P(LiveSctpEvents, SendFailureHandsTheMessageBack)
+{
+    Both made = both(nullptr, &sctp_event_subscribe::sctp_send_failure_event);
+    connect(made);
+    const std::string before = pattern(20000); /* more than may be under way, so that the next one has to wait */
+    {
+        Cut first(0, Cut::total_loss), second(1, Cut::total_loss);
+        send_message(made.client, before, made.id);
+        EXPECT_EQ(kel_sctp_sendmsg(made.client, "too late", 8, &made.peers[0], htonl(55), 0, 4, 1, 1234), 8);
+    }
+    expect_message(made.server, before);
+
+    Message message = next(made.client);
+    struct sctp_send_failed failed = {};
+    ASSERT_EQ(message.data.size(), sizeof(failed) + 8);
+    memcpy(&failed, message.data.data(), sizeof(failed));
+    EXPECT_EQ(failed.ssf_type, SCTP_SEND_FAILED);
+    EXPECT_EQ(failed.ssf_info.sinfo_context, 1234U);
+    EXPECT_EQ(failed.ssf_info.sinfo_ppid, htonl(55));
+    EXPECT_EQ(failed.ssf_info.sinfo_stream, 4);
+    EXPECT_EQ(failed.ssf_assoc_id, made.id);
+    EXPECT_EQ(message.data.substr(sizeof(failed)), "too late");
+}
+
+/* The checksum of SCTP, bit by bit. */
+uint32_t crc32c(const std::string &data)
+{
+    uint32_t crc = ~0U;
+    for (unsigned char byte : data) {
+        crc ^= byte;
+        for (int bit = 0; bit < 8; bit++) {
+            crc = (crc >> 1) ^ ((crc & 1) != 0 ? 0x82f63b78 : 0);
+        }
+    }
+    return ~crc;
+}
+
+/* No kernel makes errors by itself, so a chunk is slipped in that the far one does not know and has to report. */
+TEST_P(LiveSctpEvents, PeerErrorTellsWhatThePeerDidNotKnow)
+{
+    Both made = both(nullptr, &sctp_event_subscribe::sctp_peer_error_event);
+    connect(made);
+    auto raw = [&] { return socket(inet.family, SOCK_RAW, IPPROTO_SCTP); };
+    Descriptor listener = on(far_host, raw), sender = on(near_host, raw);
+    send_message(made.client, "whose header is copied", made.id);
+    std::string header = received_datagram(listener);
+    ASSERT_GT(header.size(), 40U);
+    if (inet.family == KEL_AF_INET) {
+        header.erase(0, (size_t)(header[0] & 15) * 4); /* with IPv6 it is not there */
+    }
+
+    std::string packet = header.substr(0, 8) + std::string(4, '\0') + std::string("\x7f\0\0\4", 4);
+    uint32_t checksum = crc32c(packet);
+    memcpy(packet.data() + 8, &checksum, sizeof(checksum));
+    kel_sockaddr_t from = records(inet, near, 0)[0], to = records(inet, far, 0)[0];
+    EXPECT_EQ(kel_bind(sender, &from), KEL_OK);
+    send_datagram(sender, packet, to);
+
+    auto error = next_event<struct sctp_remote_error>(made.client, SCTP_REMOTE_ERROR);
+    EXPECT_EQ(ntohs(error.sre_error), 6) << "unrecognized chunk type";
+    EXPECT_EQ(error.sre_assoc_id, made.id);
+}
+
+TEST_P(LiveSctpEvents, ShutdownTellsThatThePeerHasEnded)
+{
+    Both made = both(&sctp_event_subscribe::sctp_shutdown_event, nullptr);
+    connect(made);
+    made.client.close();
+
+    auto event = next_event<struct sctp_shutdown_event>(made.server, SCTP_SHUTDOWN_EVENT);
+
+    EXPECT_NE(event.sse_assoc_id, 0);
+}
+
+TEST_P(LiveSctpEvents, PartialDeliveryTellsThatTheRestWillNotCome)
+{
+    auto events = subscription({&sctp_event_subscribe::sctp_partial_delivery_event});
+    int port = new_port();
+    Descriptor listener = one2one_server(port, &events);
+    int little = 4096;
+    EXPECT_EQ(kel_setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &little, sizeof(little)), 0);
+    set(listener, SCTP_PARTIAL_DELIVERY_POINT, (uint32_t)100);
+    Descriptor client = one2one_client(port);
+    Descriptor server = accepted(listener);
+    send_message(client, pattern(60000), 0); /* more than the server takes at once */
+    char part[1000];
+    LONG flags = 0;
+    ASSERT_TRUE(wait_for(server, POLLIN));
+    EXPECT_GT(kel_sctp_recvmsg(server, part, sizeof(part), NULL, NULL, &flags), 0);
+    EXPECT_EQ(flags & MSG_EOR, 0);
+
+    struct linger now = {1, 0};
+    EXPECT_EQ(kel_setsockopt(client, SOL_SOCKET, SO_LINGER, &now, sizeof(now)), 0);
+    client.close();
+
+    while ((flags & MSG_NOTIFICATION) == 0 && !HasFailure()) { /* past what has arrived already */
+        ASSERT_TRUE(wait_for(server, POLLIN));
+        ASSERT_GT(kel_sctp_recvmsg(server, part, sizeof(part), NULL, NULL, &flags), 0) << strerror(errno);
+    }
+    struct sctp_pdapi_event event;
+    memcpy(&event, part, sizeof(event));
+    EXPECT_EQ(event.pdapi_type, SCTP_PARTIAL_DELIVERY_EVENT);
+    EXPECT_EQ(event.pdapi_indication, (uint32_t)SCTP_PARTIAL_DELIVERY_ABORTED);
+}
+
+TEST_P(LiveSctpEvents, AdaptationLayerTellsThePeersNumber)
+{
+    Both made = both(&sctp_event_subscribe::sctp_adaptation_layer_event, nullptr);
+    set(made.client, SCTP_ADAPTATION_LAYER, sctp_setadaptation{0x01020304});
+    connect(made);
+
+    auto event = next_event<struct sctp_adaptation_event>(made.server, SCTP_ADAPTATION_INDICATION);
+
+    EXPECT_EQ(event.sai_adaptation_ind, 0x01020304U);
+}
+
+TEST_P(LiveSctpEvents, AuthenticationTellsThePeersNewKey)
+{
+    Setting auth("net/sctp/auth_enable", 1);
+    Both made = both(&sctp_event_subscribe::sctp_authentication_event, nullptr);
+    constexpr struct sctp_authchunk data = {0}; /* the server wants data to be authenticated */
+    set(made.server, SCTP_AUTH_CHUNK, data);
+    const std::string secret = "secret";
+    struct sctp_authkey key = {};
+    key.sca_keynumber = 1;
+    key.sca_keylength = (uint16_t)secret.size();
+    const std::string whole = std::string((const char *)&key, sizeof(key)) + secret;
+    for (LONG sockfd : {(LONG)made.server, (LONG)made.client}) {
+        EXPECT_EQ(kel_setsockopt(sockfd, SOL_SCTP, SCTP_AUTH_KEY, whole.data(), (socklen_t)whole.size()), 0);
+    }
+    connect(made);
+    struct sctp_authkeyid active = {};
+    active.scact_assoc_id = made.id;
+    active.scact_keynumber = 1;
+    set(made.client, SCTP_AUTH_ACTIVE_KEY, active);
+
+    send_message(made.client, "signed", made.id);
+
+    auto event = next_event<struct sctp_authkey_event>(made.server, SCTP_AUTHENTICATION_EVENT);
+    EXPECT_EQ(event.auth_indication, (uint32_t)SCTP_AUTH_NEW_KEY);
+    EXPECT_EQ(event.auth_keynumber, 1);
+    expect_message(made.server, "signed");
+}
+
+TEST_P(LiveSctpEvents, AuthenticationTellsAPeerWithoutIt)
+{
+    Both made = both(&sctp_event_subscribe::sctp_authentication_event, nullptr);
+    connect(made);
+
+    auto event = next_event<struct sctp_authkey_event>(made.server, SCTP_AUTHENTICATION_EVENT);
+
+    EXPECT_EQ(event.auth_indication, (uint32_t)SCTP_AUTH_NO_AUTH);
+}
+
+TEST_P(LiveSctpEvents, SenderDryTellsThatAllIsAcknowledged)
+{
+    Both made = both(nullptr, &sctp_event_subscribe::sctp_sender_dry_event);
+    connect(made);
+    send_message(made.client, "x", made.id);
+
+    auto event = next_event<struct sctp_sender_dry_event>(made.client, SCTP_SENDER_DRY_EVENT);
+
+    EXPECT_EQ(event.sender_dry_assoc_id, made.id);
+    EXPECT_EQ(query<struct sctp_status>(made.client, made.id, SCTP_STATUS).sstat_unackdata, 0);
+}
+
+} // namespace

@@ -1,0 +1,156 @@
+/* SCTP with programs that were written elsewhere, as their server and as their client. */
+#include "live_sctp.h"
+
+#include <string.h>
+
+namespace
+{
+
+class LiveSctpPeers : public LiveSctp
+{
+  protected:
+    Descriptor server(int port)
+    {
+        struct sctp_initmsg initmsg = streams(10, 10);
+        Texts texts(far);
+        return on(far_host, [&] {
+            return kel_sctp_server_one2one_str_create(inet.family, texts.array(), 2, (SHORT)port, 5, &initmsg, NULL);
+        });
+    }
+
+    Descriptor client(int port)
+    {
+        struct sctp_initmsg initmsg = streams(10, 10);
+        Texts texts({far[0]});
+        sctp_assoc_t id;
+        return on(near_host, [&] {
+            return kel_sctp_client_one2one_str_create(inet.family, texts.array(), 1, (SHORT)port, &initmsg, NULL, &id);
+        });
+    }
+
+    std::string in_brackets(const std::string &address)
+    {
+        return inet.family == KEL_AF_INET6 ? "[" + address + "]" : address;
+    }
+
+    std::string received_messages(LONG sockfd, size_t size)
+    {
+        std::string data;
+        while (data.size() < size) {
+            std::string message = next(sockfd).data;
+            if (message.empty()) {
+                break;
+            }
+            data += message;
+        }
+        return data;
+    }
+
+    std::string socat(const std::string &kind)
+    {
+        return "SCTP" + std::string(inet.socat) + kind;
+    }
+
+    void expect_both_directions(LONG connection, Peer &peer)
+    {
+        const std::string there = pattern(100000), back = pattern(70001);
+        for (size_t place = 0; place < there.size(); place += 5000) {
+            send_message(connection, there.substr(place, 5000), 0);
+        }
+        expect_same(peer.read(there.size()), there);
+        peer.write(back);
+        expect_same(received_messages(connection, back.size()), back);
+    }
+
+    /* The program ends first. */
+    void expect_server_talks_to(int port, const std::vector<std::string> &command)
+    {
+        Descriptor listener = server(port);
+        Peer peer(command, &near_host);
+        Descriptor connection = accepted(listener);
+
+        expect_both_directions(connection, peer);
+
+        peer.end_input();
+        EXPECT_EQ(received_messages(connection, 1), "");
+        connection.close();
+        EXPECT_EQ(peer.exit_status(), 0);
+    }
+
+    /* The module ends first. */
+    void expect_client_talks_to(int port, const std::vector<std::string> &command, const std::string &listening)
+    {
+        Peer peer(command, &far_host);
+        peer.wait_until_it_says(listening);
+        Descriptor connection = client(port);
+
+        expect_both_directions(connection, peer);
+
+        connection.close();
+        peer.end_input();
+        EXPECT_EQ(peer.exit_status(), 0);
+    }
+};
+
+INSTANTIATE_FOR_IPV4_AND_IPV6(LiveSctpPeers);
+
+TEST_P(LiveSctpPeers, ServerTalksToSocat)
+{
+    int port = new_port();
+    expect_server_talks_to(port, {"socat", "-", socat("") + ":" + in_brackets(far[1]) + ":" + std::to_string(port)});
+}
+
+TEST_P(LiveSctpPeers, ClientTalksToSocat)
+{
+    int port = new_port();
+    expect_client_talks_to(
+        port,
+        {"socat", "-d", "-d", socat("-LISTEN") + ":" + std::to_string(port) + ",bind=" + in_brackets(far[0]), "-"},
+        "listening on");
+}
+
+TEST_P(LiveSctpPeers, ServerTalksToNcat)
+{
+    int port = new_port();
+    expect_server_talks_to(port, {"ncat", "--sctp", inet.ncat, far[1], std::to_string(port)});
+}
+
+TEST_P(LiveSctpPeers, ClientTalksToNcat)
+{
+    int port = new_port();
+    expect_client_talks_to(port, {"ncat", "-v", "-l", "--sctp", inet.ncat, far[0], std::to_string(port)},
+                           "Listening on");
+}
+
+TEST_P(LiveSctpPeers, OneToManyServerTalksToDarnOverBothPaths)
+{
+    int port = new_port(), theirs = new_port();
+    Descriptor listener = one2many_server(port);
+    Peer peer({"sctp_darn", "-H", near[0], "-B", near[1], "-P", std::to_string(theirs), "-h", far[0], "-p",
+               std::to_string(port), "-s"},
+              &near_host);
+
+    peer.write("hello from elsewhere\n");
+
+    Message message = next(listener);
+    EXPECT_EQ(message.data.substr(0, 20), "hello from elsewhere");
+    EXPECT_EQ(text_of(message.from), text_of(record_of(inet, near[0].c_str(), theirs)));
+    EXPECT_EQ(peers_of(listener, message.info.sinfo_assoc_id), named(records(inet, near, theirs)));
+}
+
+TEST_P(LiveSctpPeers, ClientTalksToDarnOverBothPaths)
+{
+    int port = new_port();
+    Peer peer({"stdbuf", "-oL", "sctp_darn", "-H", far[0], "-B", far[1], "-P", std::to_string(port), "-l"}, &far_host);
+    Descriptor connection;
+    while (connection == KEL_ERROR) { /* refused until the program listens, which it does not say */
+        connection = client(port);
+    }
+
+    EXPECT_EQ(peers_of(connection), named(far_records(port))) << "the client was told of the second one";
+    send_message(connection, "hello from the module\n", 0);
+
+    peer.read_until("hello from the module");
+}
+
+} // namespace
