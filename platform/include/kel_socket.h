@@ -262,7 +262,7 @@ LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addr
 /**
  * Makes a socket listen.
  *
- * @param maxClient backlog, passed on unchanged; 0 fails on an SCTP socket
+ * @param maxClient backlog, passed on unchanged; on an SCTP socket 0 ends listening, and fails where there is none
  * @return KEL_OK, or KEL_ERROR with errno as listen(2) sets it (not reported)
  */
 LONG kel_listen(LONG sockfd, LONG maxClient);
@@ -661,7 +661,7 @@ LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, 
  * @param addrStr   local numeric addresses; null is the wildcard for both servers, whatever addrcnt is
  * @param addrcnt   number of records or texts
  * @param port      of texts and of the wildcard, host byte order; records keep their own
- * @param maxClient backlog, as for listen(2), but not 0: with SCTP that ends listening, and the call fails
+ * @param maxClient backlog, as for listen(2), but not 0: with SCTP that is to end listening, and fails
  * @param initmsg   how associations are set up: streams, attempts, time; not null
  * @param events    notifications that are to arrive, just these; null subscribes to data-io events alone
  * @return the descriptor, which the caller closes, or KEL_ERROR with nothing left open but, from a one-to-one server,
