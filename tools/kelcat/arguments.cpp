@@ -20,19 +20,24 @@ const char help[] =
     "Endpoints (ADDR: numeric IPv4, or IPv6 in brackets; a listener without ADDR takes every IPv4 one)\n"
     "  tcp:ADDR:PORT    tcp-listen:[ADDR:]PORT     stream; a listener takes one connection\n"
     "  udp:ADDR:PORT    udp-listen:[ADDR:]PORT     datagrams; a listener answers the latest sender\n"
+    "  sctp:ADDR[,ADDR]...:PORT    sctp-listen:[ADDR[,ADDR]...:]PORT    messages of one association\n"
     "  unix:PATH        unix-listen:PATH           local stream\n"
     "  unix-dgram:PATH  unix-dgram-listen:PATH     local datagrams; answered only with --local\n"
     "  packet:INTERFACE[,PROTOCOL]                 link-layer frames, of every protocol or of one\n"
     "Options\n"
-    "  --local ADDR:PORT     own address of tcp: and udp:; --local PATH: own path of unix-dgram:\n"
+    "  --local ADDR:PORT     own address: tcp, udp; ADDR[,ADDR]...[:PORT]: sctp; PATH: unix-dgram\n"
     "  --send-only           what is received is discarded\n"
     "  --recv-only           standard input is not read\n"
     "  --idle SECONDS        end after so much silence\n"
-    "  --size BYTES          datagram size (udp 1400, unix-dgram 8192); one read makes one datagram\n"
+    "  --size BYTES          of a datagram (udp 1400, unix-dgram 8192) or message (8192): of one read\n"
     "  --rate BYTES[k|m]     datagrams and frames, bytes a second (packet 4m; udp to other machines 8m)\n"
     "  --count N             end after N datagrams or frames received\n"
     "  --raw                 packet: plain bytes, not hexadecimal; all of the input is one frame\n"
-    "  -v, --verbose         addresses, totals and the module's reports, all on standard error\n"
+    "  --one-to-many         sctp: a socket of the one-to-many style\n"
+    "  --streams N           sctp: so many streams at most, used in turn; each keeps its own order alone\n"
+    "  --ppid N              sctp: payload protocol identifier, as it is read on the wire (0)\n"
+    "  -v, --verbose         addresses, totals and the module's reports, all on standard error;\n"
+    "                        sctp: paths and notifications, as in \"2.345 path 10.1.0.2 active, primary\"\n"
     "  -q, --quiet           no progress line\n"
     "  -h, --help    --version\n"
     "Frames are hexadecimal text both ways: '#' comments, then lines of an offset and up to 16 bytes,\n"
@@ -44,11 +49,15 @@ const char help[] =
     "  input ends at once. --send-only: the end of the input alone.\n"
     "  Datagrams: the same, with an empty datagram as the end mark, both ways (socat: null-eof,\n"
     "  shut-null). A peer that sends no mark: --send-only, --count or --idle ends it.\n"
+    "  SCTP ends both ways at once and delivers what was sent. Who has sent data ends it, after the end\n"
+    "  of the input and 0.5 s without an answer (--send-only: at once); who has not waits for the peer,\n"
+    "  a client 0.5 s for its first data; with --recv-only there is no such limit.\n"
     "Exit status: 0 done; 1 the endpoint could not be opened; 2 bad usage; 3 the transfer broke;\n"
     "  130, 143 interrupted (SIGINT, SIGTERM).\n"
     "Examples\n"
     "  kelcat tcp-listen:9000 > file                      kelcat tcp:192.0.2.1:9000 < file\n"
     "  kelcat udp:[::1]:9000 --send-only < file           kelcat unix:/run/app.sock\n"
+    "  kelcat sctp-listen:9000 > file                     kelcat sctp:10.1.0.2,10.2.0.2:9000 < file\n"
     "  kelcat packet:eth0,0x88b5 --count 1 > frame.txt    kelcat packet:eth1 --send-only < frame.txt\n";
 
 const struct Form {
@@ -60,6 +69,8 @@ const struct Form {
     {"tcp-listen", Transport::Tcp, true},
     {"udp", Transport::Udp, false},
     {"udp-listen", Transport::Udp, true},
+    {"sctp", Transport::Sctp, false},
+    {"sctp-listen", Transport::Sctp, true},
     {"unix", Transport::UnixStream, false},
     {"unix-listen", Transport::UnixStream, true},
     {"unix-dgram", Transport::UnixDatagram, false},
@@ -118,34 +129,61 @@ void check_path_length(const std::string &path)
     }
 }
 
-/* [ADDR:]PORT, with an IPv6 address in brackets. */
+/* [ADDR[,ADDR...]:]PORT, with IPv6 addresses in brackets and all of one family. */
 struct AddressPort {
     kel_domain_t family = KEL_AF_INET;
-    std::string address;
+    std::vector<std::string> addresses;
     uint16_t port = 0;
 };
 
-AddressPort address_port(const std::string &text, bool address_required, unsigned long least_port)
+void take_address(const std::string &text, std::string address, AddressPort *result)
+{
+    kel_domain_t family = KEL_AF_INET;
+    if (address.size() >= 2 && address.front() == '[' && address.back() == ']') {
+        family = KEL_AF_INET6;
+        address = address.substr(1, address.size() - 2);
+    }
+    kel_sockaddr_t record;
+    if (kel_inet_pton(family, address.c_str(), &record) != KEL_OK) {
+        bad_usage("\"%s\" is no numeric address: give ADDR:PORT such as 127.0.0.1:9000 or [::1]:9000", text.c_str());
+    }
+    if (!result->addresses.empty() && family != result->family) {
+        bad_usage("\"%s\" has addresses of two families: give all as IPv4 or all as IPv6", text.c_str());
+    }
+    result->family = family;
+    result->addresses.push_back(address);
+}
+
+/* Which part must be there, and how many addresses: what the endpoints differ in. */
+struct Demands {
+    bool address;
+    bool port;
+    unsigned long least_port;
+    bool many;
+};
+
+AddressPort address_port(const std::string &text, const Demands &demands)
 {
     AddressPort result;
+    size_t bracket = text.rfind(']');
     size_t colon = text.rfind(':');
-    if (colon != std::string::npos || address_required) {
-        result.address = text.substr(0, colon == std::string::npos ? text.size() : colon);
-        if (result.address.size() >= 2 && result.address.front() == '[' && result.address.back() == ']') {
-            result.family = KEL_AF_INET6;
-            result.address = result.address.substr(1, result.address.size() - 2);
+    if (bracket != std::string::npos && colon != std::string::npos && colon < bracket) {
+        colon = std::string::npos; /* one of an IPv6 address */
+    }
+    if (colon != std::string::npos || demands.address) {
+        std::string list = text.substr(0, colon);
+        for (size_t comma; demands.many && (comma = list.find(',')) != std::string::npos; list.erase(0, comma + 1)) {
+            take_address(text, list.substr(0, comma), &result);
         }
-        kel_sockaddr_t record;
-        if (kel_inet_pton(result.family, result.address.c_str(), &record) != KEL_OK) {
-            bad_usage("\"%s\" is no numeric address: give ADDR:PORT such as 127.0.0.1:9000 or [::1]:9000",
-                      text.c_str());
-        }
-        if (colon == std::string::npos) {
+        take_address(text, list, &result);
+        if (colon == std::string::npos && demands.port) {
             bad_usage("\"%s\" has no port: give ADDR:PORT such as 127.0.0.1:9000 or [::1]:9000", text.c_str());
         }
     }
-    std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
-    result.port = (uint16_t)number(port, 10, least_port, 65535, "port");
+    if (colon != std::string::npos || !demands.address) {
+        std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
+        result.port = (uint16_t)number(port, 10, demands.least_port, 65535, "port");
+    }
     return result;
 }
 
@@ -168,10 +206,12 @@ void parse_endpoint(const std::string &text, Arguments *arguments)
     std::string rest = text.substr(colon + 1);
     switch (form->transport) {
     case Transport::Tcp:
-    case Transport::Udp: {
-        AddressPort parsed = address_port(rest, !form->listen, form->listen ? 0 : 1);
+    case Transport::Udp:
+    case Transport::Sctp: {
+        AddressPort parsed =
+            address_port(rest, {!form->listen, true, form->listen ? 0ul : 1ul, form->transport == Transport::Sctp});
         arguments->family = parsed.family;
-        arguments->address = parsed.address;
+        arguments->addresses = parsed.addresses;
         arguments->port = parsed.port;
         break;
     }
@@ -200,44 +240,66 @@ void parse_local(Arguments *arguments)
 {
     if (arguments->listen || arguments->transport == Transport::UnixStream ||
         arguments->transport == Transport::Packet) {
-        bad_usage("--local is for tcp:, udp: and unix-dgram: endpoints alone");
+        bad_usage("--local is for tcp:, udp:, sctp: and unix-dgram: endpoints alone");
     }
     if (arguments->transport == Transport::UnixDatagram) {
         check_path_length(arguments->local_text);
         return;
     }
-    AddressPort parsed = address_port(arguments->local_text, true, 1);
+    bool sctp = arguments->transport == Transport::Sctp;
+    AddressPort parsed = address_port(arguments->local_text, {true, !sctp, 1, sctp});
     if (parsed.family != arguments->family) {
         bad_usage("--local %s and %s are of two families: give both as IPv4 or both as IPv6",
                   arguments->local_text.c_str(), arguments->endpoint.c_str());
     }
-    kel_addr_fill(0, &arguments->local, parsed.family, (SHORT)parsed.port, parsed.address.c_str(), 0, nullptr);
+    for (const std::string &address : parsed.addresses) {
+        kel_sockaddr_t record = {};
+        kel_addr_fill(0, &record, parsed.family, (SHORT)parsed.port, address.c_str(), 0, nullptr);
+        arguments->local.push_back(record);
+    }
+}
+
+/* The size of what is sent as one, and its limits. */
+void complete_size(Arguments *arguments)
+{
+    const struct {
+        Transport transport;
+        size_t usual;
+        size_t most;
+    } sizes[] = {
+        {Transport::Udp, 1400, 65507}, {Transport::UnixDatagram, 8192, 200000}, {Transport::Sctp, 8192, 65536}};
+
+    for (const auto &row : sizes) {
+        if (row.transport == arguments->transport) {
+            if (arguments->size > row.most) {
+                bad_usage("\"%zu\" is no size here: give a number from 1 to %zu", arguments->size, row.most);
+            }
+            arguments->size = arguments->size != 0 ? arguments->size : row.usual;
+            return;
+        }
+    }
+    if (arguments->size != 0) {
+        bad_usage("--size is for udp, unix-dgram and sctp endpoints alone");
+    }
+    arguments->size = 65536;
 }
 
 /* What one option asks of the endpoint or of another option, and the values that nobody gave. */
 void complete(Arguments *arguments)
 {
-    bool datagrams = arguments->transport == Transport::Udp || arguments->transport == Transport::UnixDatagram;
     if (arguments->send_only && arguments->recv_only) {
         bad_usage("--send-only and --recv-only exclude each other");
     }
-    if (arguments->size != 0 && !datagrams) {
-        bad_usage("--size is for udp and unix-dgram endpoints alone");
-    }
+    complete_size(arguments);
     if (arguments->stream() && (arguments->rate != 0 || arguments->count != 0)) {
         bad_usage("--rate and --count are for udp, unix-dgram and packet endpoints alone");
     }
     if (arguments->raw && arguments->transport != Transport::Packet) {
         bad_usage("--raw is for packet: endpoints alone");
     }
-    size_t most = arguments->transport == Transport::Udp ? 65507 : 200000;
-    if (arguments->size > most) {
-        bad_usage("\"%zu\" is no datagram size here: give a number from 1 to %zu", arguments->size, most);
-    }
-    if (arguments->size == 0) {
-        arguments->size = arguments->transport == Transport::Udp            ? 1400
-                          : arguments->transport == Transport::UnixDatagram ? 8192
-                                                                            : 65536;
+    if ((arguments->one_to_many || arguments->streams != 0 || arguments->ppid != 0) &&
+        arguments->transport != Transport::Sctp) {
+        bad_usage("--one-to-many, --streams and --ppid are for sctp endpoints alone");
     }
     if (arguments->transport == Transport::Packet && !arguments->send_only) {
         arguments->recv_only = true;
@@ -264,7 +326,7 @@ void complete(Arguments *arguments)
 
 Arguments parse_arguments(int argc, char **argv)
 {
-    enum { Local = 256, SendOnly, RecvOnly, Idle, Size, Rate, Count, Raw, Version };
+    enum { Local = 256, SendOnly, RecvOnly, Idle, Size, Rate, Count, Raw, OneToMany, Streams, Ppid, Version };
     static const struct option options[] = {{"local", required_argument, nullptr, Local},
                                             {"send-only", no_argument, nullptr, SendOnly},
                                             {"recv-only", no_argument, nullptr, RecvOnly},
@@ -273,6 +335,9 @@ Arguments parse_arguments(int argc, char **argv)
                                             {"rate", required_argument, nullptr, Rate},
                                             {"count", required_argument, nullptr, Count},
                                             {"raw", no_argument, nullptr, Raw},
+                                            {"one-to-many", no_argument, nullptr, OneToMany},
+                                            {"streams", required_argument, nullptr, Streams},
+                                            {"ppid", required_argument, nullptr, Ppid},
                                             {"verbose", no_argument, nullptr, 'v'},
                                             {"quiet", no_argument, nullptr, 'q'},
                                             {"help", no_argument, nullptr, 'h'},
@@ -299,7 +364,7 @@ Arguments parse_arguments(int argc, char **argv)
             arguments.idle = seconds(optarg);
             break;
         case Size:
-            arguments.size = number(optarg, 10, 1, 200000, "datagram size");
+            arguments.size = number(optarg, 10, 1, 200000, "size");
             break;
         case Rate:
             arguments.rate = rate(optarg);
@@ -309,6 +374,15 @@ Arguments parse_arguments(int argc, char **argv)
             break;
         case Raw:
             arguments.raw = true;
+            break;
+        case OneToMany:
+            arguments.one_to_many = true;
+            break;
+        case Streams:
+            arguments.streams = (uint16_t)number(optarg, 10, 1, 65535, "number of streams");
+            break;
+        case Ppid:
+            arguments.ppid = (uint32_t)number(optarg, 0, 0, UINT32_MAX, "payload protocol identifier");
             break;
         case 'v':
             arguments.verbose = true;

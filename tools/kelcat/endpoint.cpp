@@ -6,6 +6,7 @@
 #include <net/if.h>
 #include <unistd.h>
 
+#include "kel_sctp.h"
 #include "progress.h"
 #include "signals.h"
 
@@ -66,6 +67,9 @@ int Endpoint::open()
     case Transport::Udp:
         status = open_udp();
         break;
+    case Transport::Sctp:
+        status = open_sctp();
+        break;
     case Transport::UnixStream:
         status = open_unix_stream();
         break;
@@ -80,16 +84,18 @@ int Endpoint::open()
         return status;
     }
 
-    if (!arguments.stream()) {
-        ask_for_receive_buffer();
+    const bool sctp = arguments.transport == Transport::Sctp;
+    if (!arguments.stream() || (sctp && arguments.listen)) {
+        ask_for_receive_buffer(4 << 20);
     }
     if (arguments.listen || arguments.transport == Transport::Packet) {
-        kel_sockaddr_t own = {};
-        kel_getsockname(sockfd, &own);
-        show_address(arguments, "listening on", &own);
+        show_own("listening on");
     }
     if (arguments.listen && arguments.stream()) {
         status = accept_one();
+    }
+    if (sctp) {
+        fcntl((int)sockfd, F_SETFL, O_NONBLOCK); /* kel_sctp_recvmsg has no flags that go in */
     }
     if (status == 0 && (arguments.stream() || !arguments.listen) && arguments.transport != Transport::Packet) {
         show_names();
@@ -102,21 +108,26 @@ static const char *text_or_null(const std::string &text)
     return text.empty() ? nullptr : text.c_str();
 }
 
+/* The one address of TCP and UDP, or null for every address. */
+static const char *address_of(const Arguments &arguments)
+{
+    return arguments.addresses.empty() ? nullptr : arguments.addresses[0].c_str();
+}
+
 int Endpoint::open_tcp()
 {
+    const char *address = address_of(arguments);
     if (arguments.listen) {
-        sockfd =
-            kel_tcp_server_socket_create(arguments.family, text_or_null(arguments.address), (SHORT)arguments.port, 1);
+        sockfd = kel_tcp_server_socket_create(arguments.family, address, (SHORT)arguments.port, 1);
         return sockfd == KEL_ERROR ? cannot("listen on") : 0;
     }
 
-    kel_sockaddr_t local = arguments.local;
+    std::vector<kel_sockaddr_t> local = arguments.local;
     {
         SignalsExit while_connecting;
-        sockfd = arguments.local_text.empty()
-                     ? kel_tcp_client_socket_create(arguments.family, arguments.address.c_str(), (SHORT)arguments.port)
-                     : kel_tcp_client_socket_create_bind(arguments.family, arguments.address.c_str(),
-                                                         (SHORT)arguments.port, &local);
+        sockfd = local.empty() ? kel_tcp_client_socket_create(arguments.family, address, (SHORT)arguments.port)
+                               : kel_tcp_client_socket_create_bind(arguments.family, address, (SHORT)arguments.port,
+                                                                   local.data());
     }
     return sockfd == KEL_ERROR ? cannot("connect to") : check_local();
 }
@@ -130,53 +141,185 @@ bool Endpoint::udp_port_free()
     const int off = 0;
     LONG probe = kel_socket(arguments.family, KEL_SOCK_DGRAM, 0);
     kel_setsockopt(probe, SOL_SOCKET, SO_REUSEADDR, &off, sizeof(off));
-    bool free = kel_bind_str(probe, arguments.family, (SHORT)arguments.port, text_or_null(arguments.address), 0,
-                             nullptr) == KEL_OK;
+    bool free =
+        kel_bind_str(probe, arguments.family, (SHORT)arguments.port, address_of(arguments), 0, nullptr) == KEL_OK;
     kel_close(probe); /* keeps errno, which is the bind's */
     return free;
 }
 
 int Endpoint::open_udp()
 {
-    kel_sockaddr_t address = {};
+    kel_sockaddr_t peer = {};
+    const char *address = address_of(arguments);
     if (arguments.listen) {
         if (!udp_port_free()) {
             return cannot("listen on");
         }
-        sockfd = kel_udp_server_socket_create(arguments.family, text_or_null(arguments.address), (SHORT)arguments.port);
+        sockfd = kel_udp_server_socket_create(arguments.family, address, (SHORT)arguments.port);
         return sockfd == KEL_ERROR ? cannot("listen on") : 0;
     }
 
-    kel_sockaddr_t local = arguments.local;
-    sockfd =
-        arguments.local_text.empty()
-            ? kel_udp_client_socket_create(arguments.family, arguments.address.c_str(), (SHORT)arguments.port, &address)
-            : kel_udp_client_socket_create_bind(arguments.family, arguments.address.c_str(), (SHORT)arguments.port,
-                                                &address, &local);
+    std::vector<kel_sockaddr_t> local = arguments.local;
+    sockfd = local.empty() ? kel_udp_client_socket_create(arguments.family, address, (SHORT)arguments.port, &peer)
+                           : kel_udp_client_socket_create_bind(arguments.family, address, (SHORT)arguments.port, &peer,
+                                                               local.data());
     if (sockfd == KEL_ERROR) {
         return cannot("open");
     }
     int status = check_local();
-    if (status == 0 && kel_connect(sockfd, &address) != KEL_OK) {
+    if (status == 0 && kel_connect(sockfd, &peer) != KEL_OK) {
         return cannot("connect to");
     }
     return status;
 }
 
-/* The constructors do not tell whether the local address could be had: the socket's name does. */
+int Endpoint::open_sctp()
+{
+    LONG probe = kel_socket(arguments.family, KEL_SOCK_STREAM, IPPROTO_SCTP);
+    if (probe == KEL_ERROR) {
+        return errno == EPROTONOSUPPORT ? refuse("open", "this kernel has no SCTP; where it has the module, "
+                                                         "`modprobe sctp` loads it")
+                                        : cannot("open");
+    }
+    kel_close(probe);
+
+    struct sctp_initmsg initmsg = {arguments.streams, arguments.streams, 0, 0};
+    struct sctp_event_subscribe events = {};
+    events.sctp_data_io_event = 1;
+    events.sctp_association_event = 1;
+    events.sctp_shutdown_event = 1;
+    if (arguments.verbose) {
+        memset(&events, 1, sizeof(events));
+    }
+    if (arguments.listen) {
+        return listen_sctp(&initmsg, &events);
+    }
+    int status = connect_sctp(&initmsg, &events);
+    if (status == 0) {
+        /* The association's window is half of the buffer and counts data alone, while the buffer holds the kernel's
+         * records too. More than eight times the window, and the peer would not hear that there is room again. */
+        int bytes = 0;
+        socklen_t length = sizeof(bytes);
+        kel_getsockopt(sockfd, SOL_SOCKET, SO_RCVBUF, &bytes, &length);
+        ask_for_receive_buffer(bytes / 2 * 5); /* doubled by the system */
+    }
+    return status;
+}
+
+/* As the module's calls take them. */
+static std::vector<CHAR *> texts_of(const Arguments &arguments)
+{
+    std::vector<CHAR *> texts;
+    texts.reserve(arguments.addresses.size());
+    for (const std::string &address : arguments.addresses) {
+        texts.push_back(const_cast<CHAR *>(address.c_str()));
+    }
+    return texts;
+}
+
+int Endpoint::listen_sctp(struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    std::vector<CHAR *> texts = texts_of(arguments);
+    auto create = arguments.one_to_many ? kel_sctp_server_one2many_str_create : kel_sctp_server_one2one_str_create;
+    sockfd = create(arguments.family, texts.empty() ? nullptr : texts.data(), (LONG)texts.size(), (SHORT)arguments.port,
+                    1, initmsg, events);
+    return sockfd == KEL_ERROR ? cannot("listen on") : 0;
+}
+
+int Endpoint::connect_sctp(struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
+{
+    std::vector<CHAR *> texts = texts_of(arguments);
+    std::vector<kel_sockaddr_t> peers;
+    for (CHAR *text : texts) {
+        peers.emplace_back();
+        kel_addr_fill(0, &peers.back(), arguments.family, (SHORT)arguments.port, text, 0, nullptr);
+    }
+    std::vector<kel_sockaddr_t> local = arguments.local;
+    LONG count = (LONG)texts.size();
+    LONG locals = (LONG)local.size();
+    SHORT port = (SHORT)arguments.port;
+
+    SignalsExit while_connecting;
+    if (!arguments.one_to_many) {
+        sockfd = local.empty()
+                     ? kel_sctp_client_one2one_str_create(arguments.family, texts.data(), count, port, initmsg, events,
+                                                          &association)
+                     : kel_sctp_client_one2one_create_bind(arguments.family, peers.data(), count, port, initmsg, events,
+                                                           &association, local.data(), locals);
+        return sockfd == KEL_ERROR ? cannot("connect to") : check_local();
+    }
+
+    sockfd = local.empty()
+                 ? kel_sctp_client_one2many_str_create(arguments.family, texts.data(), count, port, initmsg, events)
+                 : kel_sctp_client_one2many_create_bind(arguments.family, peers.data(), count, port, initmsg, events,
+                                                        local.data(), locals);
+    int status = sockfd == KEL_ERROR ? cannot("open") : check_local();
+    if (status == 0 &&
+        kel_sctp_connectx_str(sockfd, arguments.family, port, texts.data(), count, &association) == KEL_ERROR &&
+        !was_up()) {
+        return cannot("connect to");
+    }
+    return status;
+}
+
+/* A one-to-many association that the peer has ended by now counts as refused: what it has brought waits nonetheless. */
+bool Endpoint::was_up()
+{
+    const int refusal = errno;
+    struct pollfd queue = {(int)sockfd, POLLIN, 0};
+    union sctp_notification told = {};
+    kel_sockaddr_t from = {};
+    struct sctp_sndrcvinfo info = {};
+    LONG flags = 0;
+    if (poll(&queue, 1, 0) > 0 && kel_sctp_recvmsg(sockfd, &told, sizeof(told), &from, &info, &flags) != KEL_ERROR &&
+        told.sn_header.sn_type == SCTP_ASSOC_CHANGE && told.sn_assoc_change.sac_state == SCTP_COMM_UP) {
+        association = told.sn_assoc_change.sac_assoc_id;
+        return true;
+    }
+    errno = refusal;
+    return false;
+}
+
+static bool is_wildcard(const kel_sockaddr_t &address)
+{
+    const struct in6_addr any = IN6ADDR_ANY_INIT;
+    return address.sa.sa_family == KEL_AF_INET ? address.sin.sin_addr.s_addr == INADDR_ANY
+                                               : memcmp(&address.sin6.sin6_addr, &any, sizeof(any)) == 0;
+}
+
+/* The socket's own addresses: of SCTP all that it is bound to, and the wildcard as such. */
+std::vector<kel_sockaddr_t> Endpoint::own_addresses()
+{
+    std::vector<kel_sockaddr_t> own(1);
+    kel_getsockname(sockfd, own.data());
+    kel_sockaddr_t *list = nullptr;
+    if (arguments.transport == Transport::Sctp && !is_wildcard(own[0])) {
+        LONG count = kel_sctp_getladdrs(sockfd, 0, &list);
+        if (count > 0) {
+            own.assign(list, list + count);
+        }
+        kel_sctp_freeladdrs(list);
+    }
+    return own;
+}
+
+/* The constructors do not tell whether the local addresses could be had: the socket's names do. */
 int Endpoint::check_local()
 {
-    kel_sockaddr_t wanted = arguments.local;
-    kel_sockaddr_t own = {};
-    if (arguments.local_text.empty()) {
+    if (arguments.local.empty()) {
         return 0;
     }
-    kel_getsockname(sockfd, &own);
-    const struct in6_addr any = IN6ADDR_ANY_INIT;
-    bool wildcard = wanted.sa.sa_family == KEL_AF_INET ? wanted.sin.sin_addr.s_addr == INADDR_ANY
-                                                       : memcmp(&wanted.sin6.sin6_addr, &any, sizeof(any)) == 0;
-    bool same = wildcard ? own.sin.sin_port == wanted.sin.sin_port /* the system chose the address */
-                         : kel_sock_addr_cmp(&own, &wanted, KEL_FALSE) == KEL_OK;
+    std::vector<kel_sockaddr_t> own = own_addresses();
+    bool same = true;
+    for (kel_sockaddr_t wanted : arguments.local) {
+        bool any_port = wanted.sin.sin_port == 0;
+        bool found = false;
+        for (kel_sockaddr_t &address : own) {
+            found = found || (is_wildcard(wanted) ? any_port || address.sin.sin_port == wanted.sin.sin_port
+                                                  : kel_sock_addr_cmp(&address, &wanted, any_port) == KEL_OK);
+        }
+        same = same && found;
+    }
     if (!same) {
         say("cannot use --local %s: the address is in use, or not this machine's", arguments.local_text.c_str());
         return 1;
@@ -293,6 +436,13 @@ int Endpoint::accept_one()
             say("nobody connected to %s within %g s", arguments.endpoint.c_str(), arguments.idle);
             return 1;
         }
+        if (ready < 0) {
+            continue; /* stopped for a while */
+        }
+        if (arguments.one_to_many) {
+            kel_listen(sockfd, 0); /* it carries the association itself, and lets nobody else in */
+            return 0;
+        }
         kel_sockaddr_t peer = {};
         LONG connection = kel_accept(sockfd, &peer);
         if (connection != KEL_ERROR) {
@@ -308,9 +458,8 @@ int Endpoint::accept_one()
 }
 
 /* As large as it may be: with the privilege past the system's limit, or else up to it. */
-void Endpoint::ask_for_receive_buffer()
+void Endpoint::ask_for_receive_buffer(int bytes)
 {
-    const int bytes = 4 << 20;
     if (kel_setsockopt(sockfd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) != 0) {
         kel_setsockopt(sockfd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
     }
@@ -318,24 +467,47 @@ void Endpoint::ask_for_receive_buffer()
 
 /* ---- What -v shows ----------------------------------------------------------------------------------------------- */
 
+void Endpoint::show_own(const char *what)
+{
+    std::vector<kel_sockaddr_t> own = own_addresses();
+    show_address(arguments, what, own.data(), (LONG)own.size());
+}
+
 void Endpoint::show_names()
 {
-    kel_sockaddr_t address = {};
-    if (kel_getsockname(sockfd, &address) == KEL_OK) {
-        show_address(arguments, "local", &address);
+    show_own("local");
+    if (arguments.transport == Transport::Sctp) {
+        if (arguments.one_to_many && association == 0) {
+            return; /* not known yet */
+        }
+        kel_sockaddr_t *peers = nullptr;
+        LONG count = kel_sctp_getpaddrs(sockfd, association, &peers);
+        if (count > 0) {
+            show_address(arguments, "peer", peers, count);
+        }
+        kel_sctp_freepaddrs(peers);
+        return;
     }
-    address = {};
-    if (kel_getpeername(sockfd, &address) == KEL_OK) {
-        show_address(arguments, "peer", &address);
+    kel_sockaddr_t peer = {};
+    if (kel_getpeername(sockfd, &peer) == KEL_OK) {
+        show_address(arguments, "peer", &peer);
     }
 }
 
-void show_address(const Arguments &arguments, const char *what, kel_sockaddr_t *address)
+/* The module's text of an address ends in its port: in front of the last one's stand the others, without theirs. */
+void show_address(const Arguments &arguments, const char *what, kel_sockaddr_t *address, LONG count)
 {
     bool nameless =
         address->sa.sa_family == AF_UNSPEC || (address->sa.sa_family == KEL_AF_UNIX && address->un.sun_path[0] == '\0');
-    if (arguments.verbose && !nameless) {
-        char text[128];
-        say("%s %s", what, kel_addr_showstr(address, text, sizeof(text)));
+    if (!arguments.verbose || nameless) {
+        return;
     }
+    std::string list;
+    for (LONG i = 0; i < count; i++) {
+        char text[128];
+        std::string one = kel_addr_showstr(&address[i], text, sizeof(text));
+        one.resize(i + 1 < count ? one.rfind(':') : one.size());
+        list += i == 0 ? one : "," + one.substr(one.find(' ') + 1);
+    }
+    say("%s %s", what, list.c_str());
 }

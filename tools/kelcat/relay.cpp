@@ -7,9 +7,11 @@
 #include <cstring>
 #include <deque>
 #include <linux/sockios.h>
+#include <memory>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "association.h"
 #include "frames.h"
 #include "pacing.h"
 #include "progress.h"
@@ -36,6 +38,7 @@ class Relay
     bool wants_send() const;
     bool wants_receive() const;
     bool only_input_left() const;
+    bool ends_association() const;
     bool ended() const;
     bool delivered();
     double next_event() const;
@@ -44,6 +47,7 @@ class Relay
     void read_input();
     void take_input(const std::string &text);
     void end_input();
+    bool may_end_sending();
     void end_sending();
 
     bool may_send();
@@ -55,6 +59,8 @@ class Relay
 
     void receive();
     void receive_stream();
+    void receive_message();
+    void end_with_peer();
     bool receive_datagram();
     void take_data(const std::string &data);
     void write_output();
@@ -66,8 +72,9 @@ class Relay
     const Arguments &arguments;
     const LONG sockfd;
     const int output;
-    bool output_is_file = false; /* a write then never waits for a reader */
-    bool typed;                  /* standard input is a terminal */
+    bool output_is_file = false;       /* a write then never waits for a reader */
+    bool typed;                        /* standard input is a terminal */
+    std::unique_ptr<Association> sctp; /* null: another transport */
     Pacing pacing;
     Progress progress;
     FrameReader frames;
@@ -84,6 +91,7 @@ class Relay
     std::string in;
     size_t in_written = 0;
     std::string received; /* the latest datagram or piece of a stream */
+    bool received_any = false;
     unsigned long datagrams = 0;
 
     bool input_ended = false;
@@ -100,6 +108,10 @@ Relay::Relay(const Arguments &given, const Endpoint &endpoint, int output_fd)
 {
     struct stat status;
     output_is_file = fstat(output, &status) == 0 && S_ISREG(status.st_mode);
+    if (arguments.transport == Transport::Sctp) {
+        sctp = std::make_unique<Association>(given, endpoint);
+        peer_known = sctp->up();
+    }
     if (arguments.transport == Transport::Udp && !arguments.listen) {
         kel_getpeername(sockfd, &peer);
     }
@@ -108,7 +120,8 @@ Relay::Relay(const Arguments &given, const Endpoint &endpoint, int output_fd)
 int Relay::run()
 {
     while (!ended() || !delivered()) {
-        short events = (short)((wants_receive() ? POLLIN : 0) | (wants_send() ? POLLOUT : 0));
+        bool polls = !sctp || !sctp->ending; /* an association that ends is always readable */
+        short events = (short)((wants_receive() && polls ? POLLIN : 0) | (wants_send() ? POLLOUT : 0));
         struct pollfd fds[] = {{wants_input() ? STDIN_FILENO : -1, POLLIN, 0},
                                {events != 0 ? (int)sockfd : -1, events, 0},
                                {in.empty() ? -1 : output, POLLOUT, 0}};
@@ -128,7 +141,8 @@ int Relay::run()
         if (ready && fds[1].revents != 0 && wants_receive()) {
             receive();
         }
-        if (wants_send()) {
+        /* The module reports a message for which there is no room. */
+        if (wants_send() && (!sctp || (fds[1].revents & ~POLLIN) != 0)) {
             send_some();
         }
         if (ready && fds[2].revents != 0) {
@@ -165,16 +179,28 @@ bool Relay::only_input_left() const
     return peer_ended && wants_input() && !arguments.send_only;
 }
 
-bool Relay::ended() const
+/* SCTP ends for both at once. Who has sent something does it; who has not leaves it to a peer that may yet send. */
+bool Relay::ends_association() const
 {
-    return sending_over && (peer_ended || arguments.send_only) && in.empty();
+    return sctp && !sending_over && input_ended && out.empty() && (sent_any || !(arguments.listen || received_any));
 }
 
-/* A TCP peer's system has confirmed all that was sent: a reset in between would else be nobody's failure. */
+bool Relay::ended() const
+{
+    return sending_over && (peer_ended || (arguments.send_only && !sctp)) && in.empty();
+}
+
+/* The peer's system has confirmed all that was sent: a reset in between would else be nobody's failure. */
 bool Relay::delivered()
 {
-    if (arguments.transport != Transport::Tcp || broken || interrupted != 0) {
+    if (arguments.transport != Transport::Tcp && !sctp) {
         return true;
+    }
+    if (broken || interrupted != 0) {
+        return true;
+    }
+    if (sctp) {
+        return !sctp->unconfirmed();
     }
     int error = 0;
     socklen_t length = sizeof(error);
@@ -196,7 +222,13 @@ double Relay::next_event() const
     if (only_input_left()) {
         next = std::min(next, quiet_since + input_patience);
     }
-    if (ended()) {
+    if (ends_association()) {
+        next = std::min(next, quiet_since + input_patience);
+    }
+    if (sctp && sctp->paths.due() >= 0) {
+        next = std::min(next, sctp->paths.due());
+    }
+    if (ended() || (sctp && sctp->ending && !peer_ended)) {
         next = std::min(next, now + 5 * nap); /* delivered() is asked again */
     }
     if (arguments.idle != 0 && !(sending_over && peer_ended)) {
@@ -213,7 +245,10 @@ void Relay::keep_time()
     if (only_input_left() && (typed || now - quiet_since >= input_patience)) {
         end_input();
     }
-    if (input_ended && out.empty() && !sending_over) {
+    if (sctp && sctp->ending && wants_receive()) {
+        receive();
+    }
+    if (input_ended && out.empty() && !sending_over && may_end_sending()) {
         end_sending();
     }
     if (arguments.idle != 0 && now - last_traffic >= arguments.idle && !(sending_over && peer_ended)) {
@@ -221,6 +256,9 @@ void Relay::keep_time()
             fail("%s took no data for %g s", arguments.endpoint.c_str(), arguments.idle);
         }
         stop();
+    }
+    if (sctp && sctp->paths.due() >= 0 && now >= sctp->paths.due()) {
+        sctp->paths.look(now);
     }
     progress.show(now);
 }
@@ -274,11 +312,25 @@ void Relay::end_input()
     }
 }
 
+/* Of SCTP: the peer has nothing to answer either. */
+bool Relay::may_end_sending()
+{
+    if (!sctp || arguments.send_only) {
+        return true;
+    }
+    if (sctp->unconfirmed()) {
+        quiet_since = now;
+    }
+    return ends_association() && now - quiet_since >= input_patience;
+}
+
 /* All that there was to send has been sent. */
 void Relay::end_sending()
 {
     sending_over = true;
-    if (arguments.stream()) {
+    if (sctp) {
+        sctp->shut_down();
+    } else if (arguments.stream()) {
         shutdown((int)sockfd, SHUT_WR); /* the module has no call for it */
     } else if (pacing.lost()) {
         fail("datagrams were lost: the receiver's queue was full");
@@ -337,6 +389,9 @@ void Relay::give_up_sending()
 LONG Relay::send_front()
 {
     const std::string &data = out.front();
+    if (sctp) {
+        return sctp->send(data) ? (LONG)data.size() : KEL_ERROR;
+    }
     if (arguments.transport == Transport::Packet) {
         return kel_raw_sendto(sockfd, arguments.interface.c_str(), data.data(), data.size(), MSG_DONTWAIT);
     }
@@ -380,6 +435,10 @@ void Relay::sending_failed()
         not_before = arguments.stream() ? 0 : now + nap;
         return;
     }
+    if (sctp && error == EPIPE) {
+        not_before = now + nap; /* how it ended, what has come tells */
+        return;
+    }
     if (arguments.stream()) {
         broke(error);
     } else if (!out.front().empty() || !receiver_may_go()) {
@@ -392,7 +451,9 @@ void Relay::sending_failed()
 
 void Relay::receive()
 {
-    if (arguments.stream()) {
+    if (sctp) {
+        receive_message();
+    } else if (arguments.stream()) {
         receive_stream();
     } else {
         receive_datagram();
@@ -416,6 +477,33 @@ void Relay::receive_stream()
         broke(errno);
         stop();
     }
+}
+
+void Relay::receive_message()
+{
+    sctp->receive(&received);
+    peer_known = peer_known || sctp->up();
+    if (!received.empty()) {
+        progress.received(received.size());
+        take_data(received);
+    }
+    if (sctp->closed && sctp->error != 0) {
+        broke(sctp->error);
+        stop();
+    } else if (sctp->ending || sctp->closed) {
+        end_with_peer();
+        peer_ended = sctp->closed;
+    }
+}
+
+/* The peer ends the association and takes nothing more: what has been read of the input is too late. */
+void Relay::end_with_peer()
+{
+    if (!out.empty()) {
+        fail("%s was ended by the peer before all of the input was sent", arguments.endpoint.c_str());
+    }
+    sending_over = true;
+    out.clear();
 }
 
 /* false: there is none. */
@@ -463,7 +551,8 @@ bool Relay::receive_datagram()
 
 void Relay::take_data(const std::string &data)
 {
-    last_traffic = now;
+    received_any = true;
+    last_traffic = quiet_since = now;
     if (!arguments.send_only) {
         in += data;
     }
