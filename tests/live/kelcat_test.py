@@ -169,6 +169,11 @@ class Test(unittest.TestCase):
             probe.bind(("127.0.0.1", 0))
             return probe.getsockname()[1]
 
+    def wait_output(self, process, data):
+        while os.fstat(process.output_file.fileno()).st_size < len(data):
+            self.assertIsNone(process.process.poll(), process.told)
+            threading.Event().wait(0.005)
+
 
 class Transfer(Test):
     FAILING_OUTPUT = ["tcp-listen:0", "udp-listen:0"]
@@ -261,11 +266,6 @@ class Transfer(Test):
                 client.process.kill()
                 self.assertDone(server)
                 self.assertEqual(server.output(), QUESTION)
-
-    def wait_output(self, process, data):
-        while os.fstat(process.output_file.fileno()).st_size < len(data):
-            self.assertIsNone(process.process.poll(), process.told)
-            threading.Event().wait(0.005)
 
     def test_interrupt_while_waiting(self):
         for endpoint in self.endpoints():
@@ -360,7 +360,7 @@ class Streams(Test):
         client = self.kelcat(place, stdin=subprocess.PIPE)
         connection = self.accept(server)
         connection.sendall(ANSWER)
-        Transfer.wait_output(self, client, ANSWER)
+        self.wait_output(client, ANSWER)
         connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         connection.close()
         self.assertSentence(client, 3, rb"broke: Connection reset by peer")
@@ -1119,7 +1119,7 @@ class Sctp(Test):
         client = self.kelcat(place, *style, stdin=subprocess.PIPE)
         connection = self.accept(server)
         connection.send(ANSWER)
-        Transfer.wait_output(self, client, ANSWER)
+        self.wait_output(client, ANSWER)
         self.reset(connection)
         self.assertSentence(client, 3, rb"broke: Connection reset by peer")
         self.assertEqual(client.output(), ANSWER)
@@ -1196,7 +1196,7 @@ class Sctp(Test):
         own = self.kelcat(f"sctp:127.0.0.1:{port}", *style, data=None if sends else data)
         self.assertDone(own)
         if not sends:
-            Transfer.wait_output(self, other, data)
+            self.wait_output(other, data)
             other.process.stdin.close()
         self.assertDone(other)
         self.assertSame((own if sends else other).output(), data)
@@ -1264,12 +1264,12 @@ class SctpPaths(TwoHosts):
                 server, client = self.transfer(family, *options, stdin=subprocess.PIPE)
                 first, second = (re.escape(text.strip("[]")).encode() for text in self.addresses(family, 2))
                 self.send(client, MEGABYTES_16[:1 << 20])
-                Transfer.wait_output(self, server, MEGABYTES_16[:1 << 20])
+                self.wait_output(server, MEGABYTES_16[:1 << 20])
                 client.wait_told(rb" path " + first + rb" active, primary\n.* path " + second + rb" active\n")
 
                 with cut("side0"):
                     self.send(client, MEGABYTES_16[1 << 20:2 << 20])
-                    Transfer.wait_output(self, server, MEGABYTES_16[:2 << 20])
+                    self.wait_output(server, MEGABYTES_16[:2 << 20])
                     client.wait_told(rb" path " + first + rb" potentially-failed, primary\n")
                     client.wait_told(rb" notification SCTP_PEER_ADDR_CHANGE " + first + rb" SCTP_ADDR_UNREACHABLE\n")
                     client.wait_told(rb" path " + first + rb" inactive, primary\n")
@@ -1315,25 +1315,32 @@ class SctpPaths(TwoHosts):
         self.assertEqual({identifier for _, identifier in messages}, {b"0x11223344"})
 
 
+def leave_out(wanted, why):
+    """Takes the tests out of the run whose class is not wanted, and says so."""
+    names = [name for name, value in globals().items()
+             if isinstance(value, type) and issubclass(value, Test) and value not in (Test, TwoHosts)
+             and not wanted(name)]
+    for name in names:
+        del globals()[name]
+    if names:
+        print(f"kelcat_test.py: {', '.join(names)} are NOT part of this run: {why}", file=sys.stderr)
+
+
 def main():
-    demanded = "--all" in sys.argv
-    arguments = [argument for argument in sys.argv if argument != "--all"]
+    """Runs what this machine can show; --sctp and --rest run that half of all tests, and fail where it cannot."""
     if not os.access(KELCAT, os.X_OK):
         sys.exit("kelcat_test.py: the environment variable KELCAT names no program")
     root = os.geteuid() == 0
     sctp = kernel_has_sctp()
-    for needs, classes, present in (("root", ["Packet"], root),
-                                    ("SCTP in the kernel", ["SctpTransfer", "SctpOneToMany", "Sctp"], sctp),
-                                    ("root and SCTP", ["SctpPaths"], root and sctp)):
-        if not demanded and not present:
-            print(f"kelcat_test.py: {', '.join(classes)} are NOT part of this run: they need {needs} (or --all, which "
-                  "fails without it)", file=sys.stderr)
-            for name in classes:
-                del globals()[name]
-    if sctp:
-        print("kelcat_test.py: WithoutSctp is NOT part of this run: only a kernel without SCTP can show it",
-              file=sys.stderr)
-        del globals()["WithoutSctp"]
+    arguments = [argument for argument in sys.argv if argument not in ("--sctp", "--rest")]
+    if "--sctp" in sys.argv:
+        leave_out(lambda name: name.startswith("Sctp"), "they are the other half")
+    elif "--rest" in sys.argv:
+        leave_out(lambda name: not name.startswith("Sctp"), "they are the other half")
+    else:
+        leave_out(lambda name: root or name not in ("Packet", "SctpPaths"), "they need root")
+        leave_out(lambda name: sctp or not name.startswith("Sctp"), "they need SCTP in the kernel")
+    leave_out(lambda name: not sctp or name != "WithoutSctp", "only a kernel without SCTP can show it")
     unittest.main(argv=arguments)
 
 

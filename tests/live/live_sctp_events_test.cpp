@@ -102,6 +102,7 @@ TEST_P(LiveSctpEvents, AddressTellsAPathThatWasConfirmed)
 
 TEST_P(LiveSctpEvents, SendFailureHandsTheMessageBack)
 {
+    Setting enduring("net/sctp/association_max_retrans", 10000); /* while the paths are cut, however long that takes */
     Both made = both(nullptr, &sctp_event_subscribe::sctp_send_failure_event);
     connect(made);
     const std::string before = pattern(20000); /* more than may be under way, so that the next one has to wait */
