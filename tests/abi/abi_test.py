@@ -216,6 +216,16 @@ class CPrograms(Case):
                 self.assertEqual(ran.returncode, 0)
                 self.assertIn("s_addrs is null", ran.stdout)
 
+    def test_multihomed_server_and_client_talk(self):
+        for libraries in ([SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]):
+            with self.subTest(library=libraries[0]):
+                server, client = (self.build(name, 9000, *libraries)
+                                  for name in ("multihomed_server", "multihomed_client"))
+                said = run(os.path.join(SOURCE, "tests/live/guest"), "--timeout", "60", "--", "sh", "-c",
+                           f"{server} & until grep -qs ' 9000 ' /proc/net/sctp/eps; do :; done; {client} && wait $!")
+                self.assertEqual((said.returncode, said.stdout),
+                                 (0, "ipv4 127.0.0.1:9000\nipv4 127.0.0.2:9000\nhello on stream 1\n"))
+
     def test_log_names_the_source_as_the_repository_does(self):
         client = self.build("echo_client", self.free_port(), STATIC, HOST, *CALLS)
         log = self.path("log")
@@ -231,6 +241,10 @@ class CPrograms(Case):
         for name in ("echo_server", "echo_client"):
             with open(os.path.join(SOURCE, f"examples/{name}.c"), encoding="ascii") as file:
                 self.assertIn(f"```c\n{file.read()}```\n", readme, name)
+        with open(os.path.join(SOURCE, "examples/multihomed_server.c"), encoding="ascii") as file:
+            example = [line.strip() for line in file]
+        for line in readme.split("```c\n")[1].split("```")[0].splitlines():
+            self.assertIn(line, example)
 
     @staticmethod
     def free_port():

@@ -1327,16 +1327,17 @@ def leave_out(wanted, why):
 
 
 def main():
-    """Runs what this machine can show; --sctp and --rest run that half of all tests, and fail where it cannot."""
+    """Runs what this machine can show; --messages and --streams run that half of it all, and fail where it cannot."""
     if not os.access(KELCAT, os.X_OK):
         sys.exit("kelcat_test.py: the environment variable KELCAT names no program")
     root = os.geteuid() == 0
     sctp = kernel_has_sctp()
-    arguments = [argument for argument in sys.argv if argument not in ("--sctp", "--rest")]
-    if "--sctp" in sys.argv:
-        leave_out(lambda name: name.startswith("Sctp"), "they are the other half")
-    elif "--rest" in sys.argv:
-        leave_out(lambda name: not name.startswith("Sctp"), "they are the other half")
+    arguments = [argument for argument in sys.argv if argument not in ("--messages", "--streams")]
+    messages = ("Sctp", "Datagrams", "Packet")
+    if "--messages" in sys.argv:
+        leave_out(lambda name: name.startswith(messages), "they are the other half")
+    elif "--streams" in sys.argv:
+        leave_out(lambda name: not name.startswith(messages), "they are the other half")
     else:
         leave_out(lambda name: root or name not in ("Packet", "SctpPaths"), "they need root")
         leave_out(lambda name: sctp or not name.startswith("Sctp"), "they need SCTP in the kernel")
