@@ -56,7 +56,7 @@ std::string release(void *given)
 /* A packed list as libsctp returns it: in memory of its own, ending where its last entry ends. */
 int give_list(const char *call, int sd, sctp_assoc_t id, struct sockaddr **list)
 {
-    int count = (int)answer(call, text("%d, %d, %s", sd, id, pointer(*list).c_str()), (long)addresses.size());
+    int count = (int)answered(call, text("%d, %d, %s", sd, id, pointer(*list).c_str()), (long)addresses.size());
     if (count == -1 || addresses.empty()) {
         return count;
     }
@@ -73,7 +73,7 @@ int give_list(const char *call, int sd, sctp_assoc_t id, struct sockaddr **list)
 
 int take_list(const char *call, struct sockaddr *list)
 {
-    return (int)answer(call, release(list), 0);
+    return (int)answered(call, release(list), 0);
 }
 
 /* There is nothing to go through to: without a kernel that knows SCTP the real library only fails. */
@@ -127,7 +127,7 @@ void *tc_malloc(size_t size) noexcept
     if (!recording()) {
         return malloc(size);
     }
-    long number = answer("tc_malloc", text("%ld", (long)size), size > largest_block ? 0 : blocks + 1);
+    long number = answered("tc_malloc", text("%ld", (long)size), size > largest_block ? 0 : blocks + 1);
     if (number == 0) {
         return nullptr;
     }
@@ -143,20 +143,20 @@ void tc_free(void *block) noexcept
         free(block);
         return;
     }
-    answer("tc_free", release(block), 0);
+    answered("tc_free", release(block), 0);
 }
 
 int sctp_bindx(int sd, struct sockaddr *addrs, int addrcnt, int flags)
 {
     demand_recording("sctp_bindx");
-    return (int)answer("sctp_bindx", text("%d, %s, %d, %d", sd, packed(addrs, addrcnt).c_str(), addrcnt, flags), 0);
+    return (int)answered("sctp_bindx", text("%d, %s, %d, %d", sd, packed(addrs, addrcnt).c_str(), addrcnt, flags), 0);
 }
 
 int sctp_connectx(int sd, struct sockaddr *addrs, int addrcnt, sctp_assoc_t *id)
 {
     demand_recording("sctp_connectx");
-    long result = answer("sctp_connectx",
-                         text("%d, %s, %d, %s", sd, packed(addrs, addrcnt).c_str(), addrcnt, pointer(id).c_str()), 0);
+    long result = answered("sctp_connectx",
+                           text("%d, %s, %d, %s", sd, packed(addrs, addrcnt).c_str(), addrcnt, pointer(id).c_str()), 0);
     if (result != -1 && id != nullptr) {
         *id = association;
     }
@@ -190,30 +190,30 @@ int sctp_freeladdrs(struct sockaddr *addrs)
 int sctp_send(int sd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, int flags)
 {
     demand_recording("sctp_send");
-    return (int)answer("sctp_send",
-                       text("%d, %s, %zu, %s, %d", sd, pointer(msg).c_str(), len, pointer(sinfo).c_str(), flags),
-                       (long)len);
+    return (int)answered("sctp_send",
+                         text("%d, %s, %zu, %s, %d", sd, pointer(msg).c_str(), len, pointer(sinfo).c_str(), flags),
+                         (long)len);
 }
 
 int sctp_sendmsg(int sd, const void *msg, size_t len, struct sockaddr *to, socklen_t tolen, uint32_t ppid,
                  uint32_t flags, uint16_t stream_no, uint32_t timetolive, uint32_t context)
 {
     demand_recording("sctp_sendmsg");
-    return (int)answer("sctp_sendmsg",
-                       text("%d, %s, %zu, %s, %u, ppid %u, flags %u, stream %u, timetolive %u, context %u", sd,
-                            pointer(msg).c_str(), len, address(to, tolen).c_str(), tolen, ppid, flags, stream_no,
-                            timetolive, context),
-                       (long)len);
+    return (int)answered("sctp_sendmsg",
+                         text("%d, %s, %zu, %s, %u, ppid %u, flags %u, stream %u, timetolive %u, context %u", sd,
+                              pointer(msg).c_str(), len, address(to, tolen).c_str(), tolen, ppid, flags, stream_no,
+                              timetolive, context),
+                         (long)len);
 }
 
 int sctp_recvmsg(int sd, void *msg, size_t len, struct sockaddr *from, socklen_t *fromlen,
                  struct sctp_sndrcvinfo *sinfo, int *msg_flags)
 {
     demand_recording("sctp_recvmsg");
-    int count = (int)answer("sctp_recvmsg",
-                            text("%d, %s, %zu, %s, %u, %s, %d", sd, pointer(msg).c_str(), len, pointer(from).c_str(),
-                                 *fromlen, pointer(sinfo).c_str(), *msg_flags),
-                            (long)len);
+    int count = (int)answered("sctp_recvmsg",
+                              text("%d, %s, %zu, %s, %u, %s, %d", sd, pointer(msg).c_str(), len, pointer(from).c_str(),
+                                   *fromlen, pointer(sinfo).c_str(), *msg_flags),
+                              (long)len);
     *msg_flags = received_flags; /* also by a call that fails: the module must not pass them on then */
     if (count != -1) {
         fill_peer(from, fromlen);
@@ -230,7 +230,7 @@ int sctp_peeloff(int sd, sctp_assoc_t assoc_id)
 int sctp_opt_info(int sd, sctp_assoc_t id, int opt, void *arg, socklen_t *size)
 {
     demand_recording("sctp_opt_info");
-    return (int)answer("sctp_opt_info",
-                       text("%d, %d, %d, %s, %s", sd, id, opt, pointer(arg).c_str(), pointer(size).c_str()), 0);
+    return (int)answered("sctp_opt_info",
+                         text("%d, %d, %d, %s, %s", sd, id, opt, pointer(arg).c_str(), pointer(size).c_str()), 0);
 }
 }

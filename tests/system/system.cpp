@@ -69,7 +69,7 @@ std::string address(const struct sockaddr *addr, socklen_t length)
     return hex(addr, std::min<size_t>(length, sizeof(kel_sockaddr_t)));
 }
 
-long answer(const std::string &name, const std::string &arguments, long usual)
+long answered(const std::string &name, const std::string &arguments, long usual)
 {
     Answer a = state->script ? state->script(name, usual) : Answer{usual, 0};
     std::string line = text("%s(%s) = %ld", name.c_str(), arguments.c_str(), a.result);
@@ -85,7 +85,7 @@ long answer(const std::string &name, const std::string &arguments, long usual)
 
 int make(const std::string &name, const std::string &arguments)
 {
-    int fd = (int)answer(name, arguments, state->next_descriptor);
+    int fd = (int)answered(name, arguments, state->next_descriptor);
     if (fd >= 0) {
         state->next_descriptor++;
         state->open.insert(fd);
@@ -129,11 +129,6 @@ void set_peer(const kel_sockaddr_t &record, socklen_t length)
 {
     peer = record;
     peer_length = length;
-}
-
-long answered(const std::string &name, const std::string &arguments, long usual)
-{
-    return answer(name, arguments, usual);
 }
 
 std::string hex(const void *bytes, size_t size)
@@ -214,7 +209,7 @@ int bind(int fd, const struct sockaddr *addr, socklen_t length) noexcept
     if (!recording()) {
         return real(bind, "bind")(fd, addr, length);
     }
-    return (int)answer("bind", text("%d, %s, %u", fd, address(addr, length).c_str(), length), 0);
+    return (int)answered("bind", text("%d, %s, %u", fd, address(addr, length).c_str(), length), 0);
 }
 
 int listen(int fd, int backlog) noexcept
@@ -222,7 +217,7 @@ int listen(int fd, int backlog) noexcept
     if (!recording()) {
         return real(listen, "listen")(fd, backlog);
     }
-    return (int)answer("listen", text("%d, %d", fd, backlog), 0);
+    return (int)answered("listen", text("%d, %d", fd, backlog), 0);
 }
 
 int accept(int fd, struct sockaddr *addr, socklen_t *length)
@@ -242,7 +237,7 @@ int connect(int fd, const struct sockaddr *addr, socklen_t length)
     if (!recording()) {
         return real(connect, "connect")(fd, addr, length);
     }
-    return (int)answer("connect", text("%d, %s, %u", fd, address(addr, length).c_str(), length), 0);
+    return (int)answered("connect", text("%d, %s, %u", fd, address(addr, length).c_str(), length), 0);
 }
 
 int getpeername(int fd, struct sockaddr *addr, socklen_t *length) noexcept
@@ -250,7 +245,7 @@ int getpeername(int fd, struct sockaddr *addr, socklen_t *length) noexcept
     if (!recording()) {
         return real(getpeername, "getpeername")(fd, addr, length);
     }
-    long result = answer("getpeername", text("%d, %s, %u", fd, pointer(addr).c_str(), *length), 0);
+    long result = answered("getpeername", text("%d, %s, %u", fd, pointer(addr).c_str(), *length), 0);
     if (result != -1) {
         fill_peer(addr, length);
     }
@@ -262,7 +257,7 @@ int getsockname(int fd, struct sockaddr *addr, socklen_t *length) noexcept
     if (!recording()) {
         return real(getsockname, "getsockname")(fd, addr, length);
     }
-    long result = answer("getsockname", text("%d, %s, %u", fd, pointer(addr).c_str(), *length), 0);
+    long result = answered("getsockname", text("%d, %s, %u", fd, pointer(addr).c_str(), *length), 0);
     if (result != -1) {
         fill_peer(addr, length);
     }
@@ -274,7 +269,7 @@ ssize_t recv(int fd, void *buf, size_t len, int flags)
     if (!recording()) {
         return real(recv, "recv")(fd, buf, len, flags);
     }
-    return answer("recv", text("%d, %s, %zu, %d", fd, pointer(buf).c_str(), len, flags), (long)len);
+    return answered("recv", text("%d, %s, %zu, %d", fd, pointer(buf).c_str(), len, flags), (long)len);
 }
 
 ssize_t send(int fd, const void *buf, size_t len, int flags)
@@ -282,7 +277,7 @@ ssize_t send(int fd, const void *buf, size_t len, int flags)
     if (!recording()) {
         return real(send, "send")(fd, buf, len, flags);
     }
-    return answer("send", text("%d, %s, %zu, %d", fd, pointer(buf).c_str(), len, flags), (long)len);
+    return answered("send", text("%d, %s, %zu, %d", fd, pointer(buf).c_str(), len, flags), (long)len);
 }
 
 ssize_t recvfrom(int fd, void *buf, size_t len, int flags, struct sockaddr *addr, socklen_t *length)
@@ -291,9 +286,9 @@ ssize_t recvfrom(int fd, void *buf, size_t len, int flags, struct sockaddr *addr
         return real(recvfrom, "recvfrom")(fd, buf, len, flags, addr, length);
     }
     long count =
-        answer("recvfrom",
-               text("%d, %s, %zu, %d, %s, %u", fd, pointer(buf).c_str(), len, flags, pointer(addr).c_str(), *length),
-               (long)len);
+        answered("recvfrom",
+                 text("%d, %s, %zu, %d, %s, %u", fd, pointer(buf).c_str(), len, flags, pointer(addr).c_str(), *length),
+                 (long)len);
     if (count != -1) {
         fill_peer(addr, length);
     }
@@ -305,7 +300,7 @@ ssize_t sendto(int fd, const void *buf, size_t len, int flags, const struct sock
     if (!recording()) {
         return real(sendto, "sendto")(fd, buf, len, flags, addr, length);
     }
-    return answer(
+    return answered(
         "sendto",
         text("%d, %s, %zu, %d, %s, %u", fd, pointer(buf).c_str(), len, flags, address(addr, length).c_str(), length),
         (long)len);
@@ -316,8 +311,8 @@ int getsockopt(int fd, int level, int name, void *value, socklen_t *length) noex
     if (!recording()) {
         return real(getsockopt, "getsockopt")(fd, level, name, value, length);
     }
-    return (int)answer("getsockopt",
-                       text("%d, %d, %d, %s, %s", fd, level, name, pointer(value).c_str(), pointer(length).c_str()), 0);
+    return (int)answered(
+        "getsockopt", text("%d, %d, %d, %s, %s", fd, level, name, pointer(value).c_str(), pointer(length).c_str()), 0);
 }
 
 int setsockopt(int fd, int level, int name, const void *value, socklen_t length) noexcept
@@ -325,8 +320,8 @@ int setsockopt(int fd, int level, int name, const void *value, socklen_t length)
     if (!recording()) {
         return real(setsockopt, "setsockopt")(fd, level, name, value, length);
     }
-    return (int)answer("setsockopt", text("%d, %d, %d, %s, %u", fd, level, name, hex(value, length).c_str(), length),
-                       0);
+    return (int)answered("setsockopt", text("%d, %d, %d, %s, %u", fd, level, name, hex(value, length).c_str(), length),
+                         0);
 }
 
 int close(int fd)
@@ -336,7 +331,7 @@ int close(int fd)
     }
     /* The number is free afterwards whatever close answers, as on the real system. */
     state->open.erase(fd);
-    return (int)answer("close", text("%d", fd), 0);
+    return (int)answered("close", text("%d", fd), 0);
 }
 
 int unlink(const char *path) noexcept
@@ -344,7 +339,7 @@ int unlink(const char *path) noexcept
     if (!recording()) {
         return real(unlink, "unlink")(path);
     }
-    return (int)answer("unlink", string_or_null(path), 0);
+    return (int)answered("unlink", string_or_null(path), 0);
 }
 
 /* The two interface queries; the request's name is shown as its 16 bytes, and everything behind it has to be zero. */
@@ -363,7 +358,7 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     const char *what = request == SIOCGIFINDEX ? "SIOCGIFINDEX" : request == SIOCGIFHWADDR ? "SIOCGIFHWADDR" : "?";
     const struct ifreq zero = {};
     const char *rest = memcmp(&query->ifr_ifru, &zero.ifr_ifru, sizeof(zero.ifr_ifru)) == 0 ? "zero" : "dirty";
-    long result = answer("ioctl", text("%d, %s, %s, %s", fd, what, name.c_str(), rest), 0);
+    long result = answered("ioctl", text("%d, %s, %s, %s", fd, what, name.c_str(), rest), 0);
     if (request == SIOCGIFINDEX) {
         query->ifr_ifindex = interface_index;
     } else {
@@ -377,7 +372,7 @@ unsigned int if_nametoindex(const char *name) noexcept
     if (!recording()) {
         return real(if_nametoindex, "if_nametoindex")(name);
     }
-    return (unsigned)answer("if_nametoindex", string_or_null(name), interface_index);
+    return (unsigned)answered("if_nametoindex", string_or_null(name), interface_index);
 }
 
 int inet_pton(int family, const char *source, void *destination) noexcept
@@ -386,14 +381,14 @@ int inet_pton(int family, const char *source, void *destination) noexcept
     if (!recording()) {
         return convert(family, source, destination);
     }
-    return (int)answer("inet_pton", text("%d, %s", family, source), convert(family, source, destination));
+    return (int)answered("inet_pton", text("%d, %s", family, source), convert(family, source, destination));
 }
 
 const char *inet_ntop(int family, const void *source, char *destination, socklen_t size) noexcept
 {
     auto convert = real(inet_ntop, "inet_ntop");
     if (recording()) {
-        answer("inet_ntop", text("%d, %u", family, size), 0);
+        answered("inet_ntop", text("%d, %u", family, size), 0);
     }
     return convert(family, source, destination, size);
 }
@@ -404,7 +399,7 @@ int regcomp(regex_t *pattern, const char *source, int flags)
     if (!recording()) {
         return compile(pattern, source, flags);
     }
-    long result = answer("regcomp", text("%s, %d", source, flags), 0);
+    long result = answered("regcomp", text("%s, %d", source, flags), 0);
     return result == 0 ? compile(pattern, source, flags) : (int)result;
 }
 
@@ -415,14 +410,14 @@ int regexec(const regex_t *pattern, const char *string, size_t slots, regmatch_t
         return execute(pattern, string, slots, match, flags);
     }
     int result = execute(pattern, string, slots, match, flags);
-    return (int)answer("regexec", text("%s, %zu, %s, %d", string, slots, match == nullptr ? "null" : "set", flags),
-                       result);
+    return (int)answered("regexec", text("%s, %zu, %s, %d", string, slots, match == nullptr ? "null" : "set", flags),
+                         result);
 }
 
 void regfree(regex_t *pattern)
 {
     if (recording()) {
-        answer("regfree", "", 0);
+        answered("regfree", "", 0);
     }
     real(regfree, "regfree")(pattern);
 }

@@ -18,9 +18,6 @@ std::string pointer(const void *p);
 /* The bytes of an address, of which no more than a record are there, whatever the length says. */
 std::string address(const struct sockaddr *addr, socklen_t length);
 
-/* Answers a call: "name(arguments) = result", with the errno that it sets behind. */
-long answer(const std::string &name, const std::string &arguments, long usual);
-
 /* A call that makes a descriptor. */
 int make(const std::string &name, const std::string &arguments);
 

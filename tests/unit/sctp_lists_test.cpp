@@ -226,36 +226,25 @@ TEST(Counts, WhoseProductOverflowsAskForMoreThanThereIs)
 /* An allocator that meets even that shows what becomes of the count. */
 TEST(Counts, AreCutTo32BitsForTheLibrary)
 {
+    const struct {
+        LONG count;
+        std::string request, list, shown;
+    } rows[] = {{-0xffffffffL, "-68719476720", "a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5", "1"},
+                {-0x7fffffffL, "-34359738352", "", "-2147483647"}}; /* whose low 16 bits are 1 */
     kel_sockaddr_t inet = inet_address("10.0.1.1", 0);
     sctp_assoc_t id;
     sys::name_pointer(&id, "id");
-    sys::Recording recording(
-        [](const std::string &name, long usual) { return name == "tc_malloc" ? sys::ok(1) : sys::ok(usual); });
+    for (const auto &row : rows) {
+        sys::Recording recording(
+            [](const std::string &name, long usual) { return name == "tc_malloc" ? sys::ok(1) : sys::ok(usual); });
 
-    EXPECT_EQ(kel_sctp_bindx(70, &inet, -0xffffffffL, 1), 0);
-    EXPECT_EQ(kel_sctp_connectx(70, &inet, -0xffffffffL, &id), 0);
+        EXPECT_EQ(kel_sctp_bindx(70, &inet, row.count, 1), 0);
+        EXPECT_EQ(kel_sctp_connectx(70, &inet, row.count, &id), 0);
 
-    const std::string stale = "a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5a5";
-    EXPECT_EQ(recording.trace(),
-              (sys::Trace{"tc_malloc(-68719476720) = 1", "sctp_bindx(70, " + stale + ", 1, 1) = 0", released(1),
-                          "tc_malloc(-68719476720) = 1", "sctp_connectx(70, " + stale + ", 1, id) = 0", released(2)}));
-}
-
-TEST(Counts, KeepAll32BitsForTheLibrary)
-{
-    kel_sockaddr_t inet = inet_address("10.0.1.1", 0);
-    sctp_assoc_t id;
-    sys::name_pointer(&id, "id");
-    const LONG count = -0x7fffffffL; /* its low 16 bits are 1 */
-    sys::Recording recording(
-        [](const std::string &name, long usual) { return name == "tc_malloc" ? sys::ok(1) : sys::ok(usual); });
-
-    EXPECT_EQ(kel_sctp_bindx(70, &inet, count, 1), 0);
-    EXPECT_EQ(kel_sctp_connectx(70, &inet, count, &id), 0);
-
-    EXPECT_EQ(recording.trace(),
-              (sys::Trace{"tc_malloc(-34359738352) = 1", "sctp_bindx(70, , -2147483647, 1) = 0", released(1),
-                          "tc_malloc(-34359738352) = 1", "sctp_connectx(70, , -2147483647, id) = 0", released(2)}));
+        const std::string allocated = "tc_malloc(" + row.request + ") = 1", list = row.list + ", " + row.shown;
+        EXPECT_EQ(recording.trace(), (sys::Trace{allocated, "sctp_bindx(70, " + list + ", 1) = 0", released(1),
+                                                 allocated, "sctp_connectx(70, " + list + ", id) = 0", released(2)}));
+    }
 }
 
 /* ---- Long lists: of many records, the same address twice, in every direction ------------------------------------ */
