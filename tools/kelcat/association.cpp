@@ -27,19 +27,11 @@ bool Association::up() const
     return id != 0 || !arguments.one_to_many;
 }
 
-bool Association::ask_status(struct sctp_status *status) const
-{
-    /* Not kel_sctp_opt_info, which reports: an association that has gone is an answer here. */
-    socklen_t size = sizeof(*status);
-    status->sstat_assoc_id = id;
-    return kel_getsockopt(sockfd, SOL_SCTP, SCTP_STATUS, status, &size) == 0;
-}
-
 void Association::begin(sctp_assoc_t association)
 {
     id = association;
     struct sctp_status now = {};
-    if (ask_status(&now)) {
+    if (association_status(sockfd, id, &now)) {
         id = now.sstat_assoc_id;
         streams = std::min(arguments.streams != 0 ? arguments.streams : (uint16_t)1, now.sstat_outstrms);
         if (now.sstat_primary.spinfo_mtu > jumbo) {
@@ -64,7 +56,7 @@ void Association::limit_packets()
 bool Association::unconfirmed() const
 {
     struct sctp_status now = {};
-    return ask_status(&now) && now.sstat_unackdata != 0;
+    return association_status(sockfd, id, &now) && now.sstat_unackdata != 0;
 }
 
 /* ---- Messages ---------------------------------------------------------------------------------------------------- */
@@ -98,7 +90,7 @@ void Association::receive(std::string *data)
     } else if (length == 0) {
         struct sctp_status now = {};
         ending = true;
-        closed = closed || !ask_status(&now);
+        closed = closed || !association_status(sockfd, id, &now);
     } else if ((flags & MSG_NOTIFICATION) != 0) {
         union sctp_notification told = {};
         memcpy(&told, data->data(), std::min(data->size(), sizeof(told)));

@@ -34,7 +34,6 @@ class Association
   private:
     void begin(sctp_assoc_t association);
     void limit_packets();
-    bool ask_status(struct sctp_status *status) const;
     LONG send_flag(sctp_assoc_t association, uint16_t flag);
     bool ours(sctp_assoc_t association);
     void take_notification(const union sctp_notification &told);

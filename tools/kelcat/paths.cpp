@@ -73,6 +73,13 @@ std::string details(const union sctp_notification &told)
 
 } // namespace
 
+bool association_status(LONG sockfd, sctp_assoc_t id, struct sctp_status *status)
+{
+    socklen_t size = sizeof(*status);
+    status->sstat_assoc_id = id;
+    return kel_getsockopt(sockfd, SOL_SCTP, SCTP_STATUS, status, &size) == 0;
+}
+
 Paths::Paths(bool verbose, LONG socket) : wanted(verbose), sockfd(socket), start(now_seconds())
 {
 }
@@ -128,12 +135,8 @@ void Paths::look(double now)
 {
     next = now + interval;
 
-    /* Asked without a report first: the association may be gone, and nobody has to hear of it. */
     struct sctp_status status = {};
-    socklen_t size = sizeof(status);
-    status.sstat_assoc_id = association;
-    if (!wanted || association == 0 || kel_getsockopt(sockfd, SOL_SCTP, SCTP_STATUS, &status, &size) != 0 ||
-        kel_sctp_opt_info(sockfd, association, SCTP_STATUS, &status, &size) != 0) {
+    if (!wanted || association == 0 || !association_status(sockfd, association, &status)) {
         return;
     }
 

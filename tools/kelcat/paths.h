@@ -18,6 +18,9 @@
 
 #include "kel_sctp.h"
 
+/* Not by kel_sctp_opt_info, which reports: that an association has gone is an answer here. */
+bool association_status(LONG sockfd, sctp_assoc_t id, struct sctp_status *status);
+
 class Paths
 {
   public:
