@@ -31,7 +31,7 @@ def kernel_has_sctp():
 class TwoPaths:
     """The hosts "near" and "far"; path N is the cable between 10.N.0.1 and 10.N.0.2, device pathN at either end."""
 
-    def __init__(self, rate="100mbit"):
+    def __init__(self, rate):
         self.rate = rate
         self.near, self.far = (f"kel{os.getpid()}{end}" for end in ("near", "far"))
 
