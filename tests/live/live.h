@@ -13,7 +13,8 @@
 #include "kel_socket.h"
 
 /* Ends the program, with errno's text: nothing can be tested. */
-[[noreturn]] void fail_set_up(const std::string &what);
+[[noreturn]]
+void fail_set_up(const std::string &what);
 
 /* A descriptor of the module. The release waits for nothing; a test that is about kel_close() calls it itself. */
 class Descriptor

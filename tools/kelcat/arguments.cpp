@@ -78,7 +78,8 @@ const struct Form {
     {"packet", Transport::Packet, false},
 };
 
-[[noreturn]] __attribute__((format(printf, 1, 2))) void bad_usage(const char *format, ...)
+[[noreturn]]
+__attribute__((format(printf, 1, 2))) void bad_usage(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
@@ -313,7 +314,8 @@ void complete(Arguments *arguments)
     }
 }
 
-[[noreturn]] void print_and_exit(const char *text)
+[[noreturn]]
+void print_and_exit(const char *text)
 {
     if (fputs(text, stdout) == EOF || fflush(stdout) == EOF) {
         say("cannot write to standard output: %s", strerror(errno));
