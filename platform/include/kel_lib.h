@@ -36,7 +36,7 @@ int KEL_Printf(const CHAR *format, ...) __attribute__((format(printf, 1, 2)));
  * @param line  source line of the assertion
  * @param code  always 0 as KEL_ASSERT passes it
  */
-void KEL_ASSERT_X(LONG value, const char *file, int line, LONG code);
+void KEL_ASSERT_X(LONG value, const char *file, int line, LONG code) __attribute__((cold));
 
 /* ---- Print levels and print filter ---------------------------------------------------------------------------- */
 
@@ -58,7 +58,7 @@ extern enum {
  * @param name  "function.line" of the report, or the bare name of the function
  * @return non-zero when the report is suppressed: it is then neither printed nor logged
  */
-int kel_info_print_filter_is_filtered(int level, const char *name);
+int kel_info_print_filter_is_filtered(int level, const char *name) __attribute__((cold));
 
 /* ---- Reports: console in colour, then the system log -----------------------------------------------------------
  *
@@ -109,8 +109,48 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
         }                                                                                                              \
     } while (0)
 
+/*
+ * Error reports without arguments, which are nearly all, share these two among the cold code: the straight path of a
+ * function that may report then carries neither their buffers nor the registers that they use.
+ */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat" /* the texts are literals where they are used; %m is the C library's own */
+
+static __attribute__((unused, noinline, cold)) void __report_err(const char *func, const char *file, int line,
+                                                                 const char *coloured, const char *text)
+{
+    __print_check(_kel_print_lv_err, func, line)
+    {
+        printf(coloured, func, line);
+        KEL_SysLog(__log_mid, SYSLOG_ERR, file, line, func, text);
+    }
+}
+
+static __attribute__((unused, noinline, cold)) void __report_perror(const char *func, const char *file, int line,
+                                                                    const char *text)
+{
+    __print_check(_kel_print_lv_err, func, line)
+    {
+        char _errno_text[200];
+        printf(KEL_COLOR_RED "%s.%d:", func, line);
+        printf(text);
+        sprintf(_errno_text, "%m");
+        printf(": %s", _errno_text);
+        printf(KEL_COLOR_NONE);
+        KEL_SysLog(__log_mid, SYSLOG_ERR, file, line, func, text);
+    }
+}
+
+#pragma GCC diagnostic pop
+
+#define __no_arguments(...) (sizeof(#__VA_ARGS__) == 1)
+
 #define kel_err_print(fmt, ...)                                                                                        \
     do {                                                                                                               \
+        if (__no_arguments(__VA_ARGS__)) {                                                                             \
+            __report_err(__func__, __FILE__, __LINE__, KEL_COLOR_RED "%s.%d:" fmt KEL_COLOR_NONE, fmt);                \
+            break;                                                                                                     \
+        }                                                                                                              \
         __print_check(_kel_print_lv_err, __func__, __LINE__)                                                           \
         {                                                                                                              \
             printf(KEL_COLOR_RED "%s.%d:" fmt KEL_COLOR_NONE, __func__, __LINE__, ##__VA_ARGS__);                      \
@@ -124,6 +164,10 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
  */
 #define kel_perror(fmt, ...)                                                                                           \
     do {                                                                                                               \
+        if (__no_arguments(__VA_ARGS__)) {                                                                             \
+            __report_perror(__func__, __FILE__, __LINE__, fmt);                                                        \
+            break;                                                                                                     \
+        }                                                                                                              \
         __print_check(_kel_print_lv_err, __func__, __LINE__)                                                           \
         {                                                                                                              \
             char _errno_text[200];                                                                                     \
