@@ -482,8 +482,8 @@ LONG Model::kel_socket(kel_domain_t domain, kel_socktype_t type, LONG protocol)
     const int options[][2] = {{1, 2}, {41, 26}}; /* reuse of the address; IPv6 alone */
     for (int i = 0; i < (domain == 10 ? 2 : 1); i++) {
         if (sets_option(__func__, fd, options[i][0], options[i][1], i + 1) < 0) {
-            perror(__func__, "setsockopt socket", i + 1);
-            closes(__func__, fd, i + 1);
+            perror(__func__, "setsockopt socket");
+            closes(__func__, fd);
             return KEL_ERROR;
         }
     }

@@ -27,6 +27,9 @@
  * Primitives are silent about a failed system call, connect and the options of kel_socket apart, while the association
  * calls report one, receiving apart; endpoints report every step that fails, also where the step has reported before.
  * Nothing here sets, saves or restores errno. There is no state between calls.
+ *
+ * Functions that are flattened have all that they call of the module compiled into them: they are short, are called
+ * often, and then cost little more than their system calls. Switches expect IPv4, so that it is asked for first.
  */
 #include "kel_socket.h"
 
@@ -231,7 +234,7 @@ LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPor
     }
 
     bool same;
-    switch (addr1->sa.sa_family) {
+    switch (__builtin_expect(addr1->sa.sa_family, KEL_AF_INET)) {
     case KEL_AF_INET:
         same = (ignPort || addr1->sin.sin_port == addr2->sin.sin_port) &&
                KEL_MemCmp(&addr1->sin.sin_addr, &addr2->sin.sin_addr, sizeof(addr1->sin.sin_addr)) == 0;
@@ -273,6 +276,7 @@ static bool __interface_index(int sockfd, const CHAR *ifName, int *index)
     return true;
 }
 
+[[gnu::flatten]]
 LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SHORT port, const CHAR *addrStr,
                    SHORT protocol, const CHAR *ifName)
 {
@@ -283,7 +287,7 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
     KEL_MemSet(my_addr, 0, sizeof(*my_addr));
     NULL_CHECK(my_addr);
 
-    switch (family) {
+    switch (__builtin_expect(family, KEL_AF_INET)) {
     case KEL_AF_INET:
         NULL_CHECK(addrStr);
         my_addr->sin.sin_port = htons((uint16_t)port);
@@ -368,13 +372,8 @@ LONG kel_socket(kel_domain_t domain, kel_socktype_t type, LONG protocol)
         return KEL_ERROR;
     }
 
-    if (setsockopt(sockfd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0) {
-        kel_perror("setsockopt socket");
-        close(sockfd);
-        return KEL_ERROR;
-    }
-
-    if (domain == KEL_AF_INET6 && setsockopt(sockfd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on)) < 0) {
+    if (setsockopt(sockfd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0 ||
+        (domain == KEL_AF_INET6 && setsockopt(sockfd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on)) < 0)) {
         kel_perror("setsockopt socket");
         close(sockfd);
         return KEL_ERROR;
@@ -566,6 +565,7 @@ LONG kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, size_t len
 
 /* ---- TCP and UDP endpoints: create, one or two steps, report the step that failed, close ------------------------ */
 
+[[gnu::flatten]]
 LONG kel_tcp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port, LONG maxClient)
 {
     LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, 0);
@@ -591,6 +591,7 @@ LONG kel_tcp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHOR
     return sockfd;
 }
 
+[[gnu::flatten]]
 LONG kel_tcp_client_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port)
 {
     LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, 0);
@@ -619,6 +620,7 @@ static void __bind_local(LONG sockfd, kel_sockaddr_t *my_addr)
     }
 }
 
+[[gnu::flatten]]
 LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr, SHORT port, kel_sockaddr_t *my_addr)
 {
     LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, 0);
@@ -640,6 +642,7 @@ LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr,
 
 /* The UDP endpoints report in the TCP words: "tcp" in their texts is no slip to mend. */
 
+[[gnu::flatten]]
 LONG kel_udp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port)
 {
     LONG sockfd = kel_socket(family, KEL_SOCK_DGRAM, 0);
@@ -659,6 +662,7 @@ LONG kel_udp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHOR
 
 /* Descriptor 0 goes to kel_addr_fill, not sockfd: only packet records need one, and these clients build none. */
 
+[[gnu::flatten]]
 LONG kel_udp_client_socket_create(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr)
 {
     LONG sockfd = kel_socket(family, KEL_SOCK_DGRAM, 0);
@@ -676,6 +680,7 @@ LONG kel_udp_client_socket_create(kel_domain_t family, const CHAR *s_addrStr, SH
     return sockfd;
 }
 
+[[gnu::flatten]]
 LONG kel_udp_client_socket_create_bind(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr,
                                        kel_sockaddr_t *my_addr)
 {
@@ -704,6 +709,7 @@ LONG kel_udp_client_socket_create_bind(kel_domain_t family, const CHAR *s_addrSt
  */
 extern "C" int __unlink_path(const char *path) __asm__("unlink");
 
+[[gnu::flatten]]
 LONG kel_unix_tcp_server_socket_create(const CHAR *local_path, LONG maxClient)
 {
     LONG sockfd = kel_socket(KEL_AF_UNIX, KEL_SOCK_STREAM, 0);
@@ -731,6 +737,7 @@ LONG kel_unix_tcp_server_socket_create(const CHAR *local_path, LONG maxClient)
     return sockfd;
 }
 
+[[gnu::flatten]]
 LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind)
 {
     LONG sockfd = kel_socket(KEL_AF_UNIX, KEL_SOCK_DGRAM, 0);
@@ -748,6 +755,7 @@ LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind)
     return sockfd;
 }
 
+[[gnu::flatten]]
 LONG kel_unix_tcp_client_socket_create(const CHAR *local_path)
 {
     LONG sockfd = kel_socket(KEL_AF_UNIX, KEL_SOCK_STREAM, 0);
@@ -767,6 +775,7 @@ LONG kel_unix_tcp_client_socket_create(const CHAR *local_path)
 
 /* ---- Packet endpoint --------------------------------------------------------------------------------------------- */
 
+[[gnu::flatten]]
 LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName)
 {
     /* As it is: only the bind puts it into network order. Until then it names the protocol of the swapped bytes. */
