@@ -1,0 +1,56 @@
+"""What binutils tell of shared objects and programs: sizes, what loading them takes, and the code of a function."""
+
+import os
+import re
+import subprocess
+import tempfile
+
+
+def output(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def shared_object(path):
+    """Size without symbols, relocations, libraries needed, and constructors that run at the start."""
+    with tempfile.TemporaryDirectory(prefix="kel-bench-") as folder:
+        stripped = os.path.join(folder, "stripped")
+        output("strip", "-o", stripped, path)
+        size = os.path.getsize(stripped)
+    # Every object has one entry of the compiler's own.
+    entries = re.search(r" \.init_array +INIT_ARRAY +\w+ +\w+ +(\w+) ", output("readelf", "-SW", path))
+    return {
+        "bytes": size,
+        "relocations": len(re.findall(r"^[0-9a-f]+ +[0-9a-f]+ R_", output("readelf", "-rW", path), re.MULTILINE)),
+        "needed": sorted(re.findall(r"\(NEEDED\).*\[(.*)\]", output("readelf", "-dW", path))),
+        "constructors": int(entries[1], 16) // 8 - 1 if entries else 0,
+    }
+
+
+def together(objects):
+    """Shared objects as one: {name: figures} summed up, needing what is none of them."""
+    needed = {name for figures in objects.values() for name in figures["needed"]}
+    sums = {key: sum(figures[key] for figures in objects.values()) for key in ("bytes", "relocations", "constructors")}
+    return {**sums, "needed": sorted(needed - set(objects))}
+
+
+def loaded_objects(program):
+    """{name: path} of the shared objects that come with a program."""
+    return dict(re.findall(r"^\s*(\S+) => (/\S+)", output("ldd", program), re.MULTILINE))
+
+
+def code_and_data(program):
+    text, data = output("size", program).splitlines()[1].split()[:2]
+    return int(text) + int(data)
+
+
+def disassembly(path, function):
+    """A function's instructions with their offsets, and names where the layout's addresses would be."""
+    lines = []
+    for line in output("objdump", "-d", "--no-show-raw-insn", f"--disassemble={function}", path).splitlines():
+        if match := re.match(r" *([0-9a-f]+):\t(.*?) *$", line):
+            address = int(match[1], 16)
+            first = address if not lines else first
+            text = re.sub(r"-?0x[0-9a-f]+\(%rip\)(.*?) *# [0-9a-f]+ <(.*)>", r"\2(%rip)\1", match[2])
+            text = re.sub(r"\b[0-9a-f]+ <(.*)>", r"\1", text).replace(f"{function}+0x", "+")
+            lines.append(f"{address - first:4x}  {text}")
+    return lines

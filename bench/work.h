@@ -1,0 +1,55 @@
+/* What every peer of the measurements does, and how it says so. */
+#ifndef BENCH_WORK_H
+#define BENCH_WORK_H
+
+/*
+ * One operation of a peer. The names are those of the table in bench/plan.py; a peer leaves out what it has no call
+ * for, and the plan says so.
+ */
+struct Operation {
+    const char *name;
+    void (*prepare)();          /* once, not counted: opens what the operation needs; or null */
+    void (*repeat)(long count); /* counted */
+};
+
+/* The peer's operations; one without a name is the last. */
+extern const Operation operations[];
+
+/* Does Once again and again, with nothing else in the loop. */
+template <void (*Once)()> void repeat(long count)
+{
+    for (long i = 0; i < count; i++) {
+        Once();
+    }
+}
+
+/* A line of a peer's table: the function's name is the operation's. */
+#define OPERATION(name, prepare) {#name, prepare, repeat<name>}
+
+/* Ends the program with a message when something that must hold does not. A measurement of failures is none. */
+#define REQUIRE(condition) ((condition) ? (void)0 : work_failed(#condition, __FILE__, __LINE__))
+[[noreturn]]
+void work_failed(const char *condition, const char *file, int line) __attribute__((cold));
+
+/* Keeps a result that nobody reads, so that the work is not optimised away. */
+template <typename T> inline void keep(const T &value)
+{
+    __asm__ volatile("" : : "r"(&value) : "memory");
+}
+
+/* Texts and sizes that every peer uses. */
+constexpr char IPV4_LOOPBACK[] = "127.0.0.1";
+constexpr char IPV6_LOOPBACK[] = "::1";
+constexpr char IPV4_TEXT[] = "192.168.10.200";
+constexpr char IPV6_TEXT[] = "2001:db8:85a3::8a2e:370:7334";
+constexpr unsigned short PORT_IN_TEXT = 9000;
+constexpr int BACKLOG = 5;
+constexpr int DATAGRAM = 64;
+
+/* The port of a TCP server on 127.0.0.1 that accepts and closes, in a process of its own; made by the first call. */
+unsigned short work_acceptor_port();
+
+/* A path for a local socket, in a folder of the program's own. */
+const char *work_local_path();
+
+#endif
