@@ -105,11 +105,13 @@ class Headers(Case):
                              "tests/abi/contract.c")
 
     def test_formats_are_checked_by_the_compiler(self):
-        wrong = {"KEL_SysLog": '0, SYSLOG_ERR, "file", 1, "func", "%s", 1', "KEL_Printf": '"%s", 1',
-                 "KEL_Sprintf": 'text, "%s", 1', "KEL_Snprintf": 'text, 9, "%s", 1'}
-        for service, arguments in wrong.items():
+        wrong = [("KEL_SysLog", '0, SYSLOG_ERR, "file", 1, "func", "%s", 1'), ("KEL_Printf", '"%s", 1'),
+                 ("KEL_Sprintf", 'text, "%s", 1'), ("KEL_Snprintf", 'text, 9, "%s", 1'),
+                 ("kel_err_print", '"%s", 1'), ("kel_err_print", '"%s"'), ("kel_perror", '"%s", 1'),
+                 ("kel_perror", '"%s"')]
+        for service, arguments in wrong:
             for compiler in COMPILERS:
-                with self.subTest(service=service, compiler=compiler[0]):
+                with self.subTest(service=service, arguments=arguments, compiler=compiler[0]):
                     source = self.write("format.c" if "c11" in compiler[1] else "format.cpp",
                                         f'#include "kel_lib.h"\nvoid use(char *text);\nvoid use(char *text) '
                                         f'{{ (void)text; {service}({arguments}); }}\n')
@@ -161,6 +163,17 @@ class Module(Case):
     def test_needs_the_c_library_libsctp_and_tcmalloc_alone(self):
         needed = re.findall(r"NEEDED.*\[(.*)\]", run("readelf", "-d", SHARED).stdout)
         self.assertEqual(needed, ["libsctp.so.1", "libtcmalloc_minimal.so.4", "libc.so.6"])
+
+    def test_calls_its_own_functions_directly(self):
+        relocated = set(re.findall(r" (\w+)(?:@\S+)?(?: \+ 0)?$", run("readelf", "-rW", SHARED).stdout, re.MULTILINE))
+        self.assertIn("recvfrom", relocated)
+        self.assertEqual(relocated & declared_functions(), set())
+
+    def test_does_nothing_when_it_is_loaded(self):
+        self.assertNotRegex(run("readelf", "-dW", SHARED).stdout, r"\((INIT|INIT_ARRAY|FINI|FINI_ARRAY)\)")
+
+    def test_can_be_unwound(self):
+        self.assertRegex(run("readelf", "-SW", SHARED).stdout, r"\.eh_frame ")
 
     def test_carries_no_path_of_the_build(self):
         for library in (SHARED, STATIC, HOST):

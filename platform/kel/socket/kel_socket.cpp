@@ -166,7 +166,7 @@ LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst)
     NULL_CHECK(dst);
 
     int converted;
-    switch (af) {
+    switch (__builtin_expect(af, KEL_AF_INET)) {
     case KEL_AF_INET:
         converted = inet_pton((int)af, src, &dst->sin.sin_addr);
         break;
@@ -182,7 +182,7 @@ LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst)
 
 const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen_t size)
 {
-    switch (af) {
+    switch (__builtin_expect(af, KEL_AF_INET)) {
     case KEL_AF_INET:
         return inet_ntop((int)af, &src->sin.sin_addr, dst, size);
     case KEL_AF_INET6:
