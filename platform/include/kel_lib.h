@@ -36,7 +36,7 @@ int KEL_Printf(const CHAR *format, ...) __attribute__((format(printf, 1, 2)));
  * @param line  source line of the assertion
  * @param code  always 0 as KEL_ASSERT passes it
  */
-void KEL_ASSERT_X(LONG value, const char *file, int line, LONG code) __attribute__((cold));
+void KEL_ASSERT_X(LONG value, const char *file, int line, LONG code);
 
 /* ---- Print levels and print filter ---------------------------------------------------------------------------- */
 
@@ -58,7 +58,7 @@ extern enum {
  * @param name  "function.line" of the report, or the bare name of the function
  * @return non-zero when the report is suppressed: it is then neither printed nor logged
  */
-int kel_info_print_filter_is_filtered(int level, const char *name) __attribute__((cold));
+int kel_info_print_filter_is_filtered(int level, const char *name);
 
 /* ---- Reports: console in colour, then the system log -----------------------------------------------------------
  *
@@ -110,11 +110,17 @@ int kel_info_print_filter_is_filtered(int level, const char *name) __attribute__
     } while (0)
 
 /*
- * Error reports without arguments, which are nearly all, share these two among the cold code: the straight path of a
- * function that may report then carries neither their buffers nor the registers that they use.
+ * In C++, error reports without arguments, which are nearly all, share two functions among the cold code: the straight
+ * path of a function that may report then carries neither their buffers nor the registers that they use. In C every
+ * report is expanded whole, for an inline function must not call a static one there.
  */
+#ifdef __cplusplus
+#define __no_arguments(...) (sizeof(#__VA_ARGS__) == 1)
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat" /* the texts are literals where they are used; %m is the C library's own */
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
 
 static __attribute__((unused, noinline, cold)) void __report_err(const char *func, const char *file, int line,
                                                                  const char *coloured, const char *text)
@@ -142,8 +148,11 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
 }
 
 #pragma GCC diagnostic pop
-
-#define __no_arguments(...) (sizeof(#__VA_ARGS__) == 1)
+#else
+#define __no_arguments(...) 0
+#define __report_err(func, file, line, coloured, text)
+#define __report_perror(func, file, line, text)
+#endif
 
 #define kel_err_print(fmt, ...)                                                                                        \
     do {                                                                                                               \

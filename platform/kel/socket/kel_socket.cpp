@@ -28,8 +28,8 @@
  * calls report one, receiving apart; endpoints report every step that fails, also where the step has reported before.
  * Nothing here sets, saves or restores errno. There is no state between calls.
  *
- * Functions that are flattened have all that they call of the module compiled into them: they are short, are called
- * often, and then cost little more than their system calls. Switches expect IPv4, so that it is asked for first.
+ * Functions that are flattened have all that they call of the module compiled into them, so that an endpoint costs
+ * little more than its system calls. Switches that choose between calls expect IPv4, so that it is asked for first.
  */
 #include "kel_socket.h"
 
