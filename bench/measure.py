@@ -129,14 +129,18 @@ def times(programs, operation):
         trial = max(timed(program, operation, 50), 1)
         repetitions[program] = max(10, min(200000, int(50 * ROUND_NS / trial)))
     rounds = []
-    for _ in range(ROUNDS):
-        rounds.append([timed(program, operation, repetitions[program]) / repetitions[program] for program in programs])
+    for first in range(ROUNDS):
+        turn = {}
+        for place in range(len(programs)):  # a different neighbour in front of it every time
+            program = programs[(first + place) % len(programs)]
+            turn[program] = timed(program, operation, repetitions[program]) / repetitions[program]
+        rounds.append(turn)
     figures = {}
-    for place, program in enumerate(programs):
-        ratios = [turn[place] / turn[0] for turn in rounds]
+    for program in programs:
+        ratios = [turn[program] / turn[programs[0]] for turn in rounds]
         low, middle, high = statistics.quantiles(ratios, n=4)
         figures[program] = {
-            "ns": statistics.median(turn[place] for turn in rounds),
+            "ns": statistics.median(turn[program] for turn in rounds),
             "ratio": middle,
             "ratio_low": low,
             "ratio_high": high,
@@ -172,8 +176,8 @@ def measure(programs, timing=True):
         results[operation][peer_of(program)]["system_calls"] = system_calls(program, operation)
         progress(f"{done}/{len(tasks)} traced: {operation}, {peer_of(program)}")
 
-    for done, (operation, able) in enumerate(operations.items(), 1):
-        for program, figures in (times(able, operation) if timing else {}).items():
+    for done, (operation, able) in enumerate(operations.items() if timing else (), 1):
+        for program, figures in times(able, operation).items():
             results[operation][peer_of(program)].update(figures)
         progress(f"{done}/{len(operations)} timed: {operation}")
     return results

@@ -89,7 +89,7 @@ ABSENT = {
 
 # Where the work is not quite the same: peers, operations, and in which way.
 FOOTNOTES = (
-    (("apr", "glib"), ("ipv4_line", "ipv6_line"), "address and port, without the family's name"),
+    (("apr", "glib", "ace", "asio", "poco"), ("ipv4_line", "ipv6_line"), "address and port, without the family's name"),
     (("apr", "glib"), ("ipv4_compare", "ipv6_compare"), "without the ports"),
     (("asio",), tuple(ENDPOINTS), "told that one thread uses it, which spares it most of its locks"),
 )
@@ -108,8 +108,13 @@ SCTP_OPERATIONS = {
     "sctp_server_one2one": "one-to-one server",
     "sctp_server_one2many": "one-to-many server",
     "sctp_server_one2one_str": "one-to-one server, from texts",
+    "sctp_server_one2many_str": "one-to-many server, from texts",
     "sctp_client_one2one": "one-to-one client",
+    "sctp_client_one2one_bind": "one-to-one client, bound",
+    "sctp_client_one2one_str": "one-to-one client, from texts",
     "sctp_client_one2many": "one-to-many client",
+    "sctp_client_one2many_bind": "one-to-many client, bound",
+    "sctp_client_one2many_str": "one-to-many client, from texts",
     "sctp_getpaddrs": "a peer's addresses",
 }
 # Lists of addresses are converted in memory from tcmalloc, and libsctp makes some of its own. Nothing else allocates.
@@ -117,8 +122,20 @@ ALLOCATIONS = {
     "sctp_server_one2one": 1,
     "sctp_server_one2many": 1,
     "sctp_server_one2one_str": 2,
+    "sctp_server_one2many_str": 2,
     "sctp_client_one2one": 1,
+    "sctp_client_one2one_bind": 2,
+    "sctp_client_one2one_str": 2,
+    "sctp_client_one2many_bind": 1,
+    "sctp_client_one2many_str": 1,
     "sctp_getpaddrs": 2,
+    # For any number of addresses.
+    "bindx": 1,
+    "bindx_str": 2,
+    "getladdrs": 2,
+    "server_one2one": 1,
+    "server_one2one_str": 2,
+    "client_one2one": 1,
 }
 
 # ---- Growth: an operation's name ends in the number of addresses or threads
@@ -198,7 +215,7 @@ LIMITS = {
 }
 # Nearly all of these is the C library's own conversion: the limit is a share above the reference.
 LIMIT_SHARE = 1.05
-SHARE_LIMITED = ("ipv4_from_text", "ipv6_from_text", "ipv6_line")
+SHARE_LIMITED = ("ipv4_from_text", "ipv6_from_text", "ipv4_to_text", "ipv6_to_text", "ipv6_line")
 
 # The shared library may cost this many instructions more, and where it is given its own limit, that one.
 SHARED_LIBRARY_EXTRA = 4

@@ -156,7 +156,11 @@ def growth(results):
 
 def threads(results):
     costs = judge.thread_costs(results)
-    return table(["threads", *(n for n, _ in costs)], [["instructions", *(grouped(cost) for _, cost in costs)]])
+    rows = [["instructions", *(grouped(cost) for _, cost in costs)], ["µs"]]
+    for count, _ in costs:
+        figures = results["operations"][f"threads_{count}"]["growth_threads"]
+        rows[1].append(f"{figures['ns'] / 1000 / count:.1f}" if "ns" in figures else NONE)
+    return table(["threads", *(n for n, _ in costs)], rows)
 
 
 def fixed(results):

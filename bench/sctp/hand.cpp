@@ -47,20 +47,25 @@ static int create_server(int type, sockaddr_in *records)
     return fd;
 }
 
-static int create_client(sockaddr_in *records)
+/* Bound to addresses of its own where it is given any. */
+static int create_client(sockaddr_in *records, sockaddr_in *own = nullptr)
 {
     sctp_assoc_t association;
     int fd = create(SOCK_STREAM);
+    if (own != nullptr) {
+        REQUIRE(sctp_bindx(fd, generic(own), ADDRESSES, SCTP_BINDX_ADD_ADDR) == 0);
+    }
     set_options(fd);
     REQUIRE(sctp_connectx(fd, generic(records), ADDRESSES, &association) == 0);
     return fd;
 }
 
-static void fill_records(sockaddr_in *records)
+static void fill_records(sockaddr_in *records, in_port_t port)
 {
     for (int i = 0; i < ADDRESSES; i++) {
         records[i] = {};
         records[i].sin_family = AF_INET;
+        records[i].sin_port = port;
         REQUIRE(inet_pton(AF_INET, ADDRESS_TEXTS[i], &records[i].sin_addr) == 1);
     }
 }
@@ -71,7 +76,7 @@ static sockaddr_in local[ADDRESSES]; /* port 0: the kernel chooses one for both 
 
 static void choose_local()
 {
-    fill_records(local);
+    fill_records(local, 0);
 }
 
 static void sctp_server_one2one()
@@ -87,8 +92,15 @@ static void sctp_server_one2many()
 static void sctp_server_one2one_str()
 {
     sockaddr_in records[ADDRESSES];
-    fill_records(records);
+    fill_records(records, 0);
     close(create_server(SOCK_STREAM, records));
+}
+
+static void sctp_server_one2many_str()
+{
+    sockaddr_in records[ADDRESSES];
+    fill_records(records, 0);
+    close(create_server(SOCK_SEQPACKET, records));
 }
 
 static int server;
@@ -101,10 +113,7 @@ static void open_server(int type)
     choose_local();
     server = create_server(type, local);
     REQUIRE(getsockname(server, generic(&name), &length) == 0);
-    fill_records(peer);
-    for (sockaddr_in &record : peer) {
-        record.sin_port = name.sin_port;
-    }
+    fill_records(peer, name.sin_port);
 }
 
 /* To a one-to-many server associations come and go without anybody who accepts. */
@@ -118,11 +127,37 @@ static void sctp_client_one2one()
     close(create_client(peer));
 }
 
+static void sctp_client_one2one_bind()
+{
+    close(create_client(peer, local));
+}
+
+static void sctp_client_one2one_str()
+{
+    sockaddr_in records[ADDRESSES];
+    fill_records(records, peer[0].sin_port);
+    close(create_client(records));
+}
+
 static void sctp_client_one2many()
 {
     int fd = create(SOCK_SEQPACKET);
     set_options(fd);
     close(fd);
+}
+
+static void sctp_client_one2many_bind()
+{
+    int fd = create(SOCK_SEQPACKET);
+    REQUIRE(sctp_bindx(fd, generic(local), ADDRESSES, SCTP_BINDX_ADD_ADDR) == 0);
+    set_options(fd);
+    close(fd);
+}
+
+/* The peer's addresses come with the first message: nobody converts them before. */
+static void sctp_client_one2many_str()
+{
+    sctp_client_one2many();
 }
 
 /* ---- Associations ---- */
@@ -167,8 +202,13 @@ const Operation operations[] = {
     OPERATION(sctp_server_one2one, choose_local),
     OPERATION(sctp_server_one2many, choose_local),
     OPERATION(sctp_server_one2one_str, nullptr),
+    OPERATION(sctp_server_one2many_str, nullptr),
     OPERATION(sctp_client_one2one, open_one2many_server),
+    OPERATION(sctp_client_one2one_bind, open_one2many_server),
+    OPERATION(sctp_client_one2one_str, open_one2many_server),
     OPERATION(sctp_client_one2many, nullptr),
+    OPERATION(sctp_client_one2many_bind, choose_local),
+    OPERATION(sctp_client_one2many_str, nullptr),
     {"sctp_getpaddrs", open_association, repeat<get_peer_addresses>},
     {nullptr, nullptr, nullptr},
 };

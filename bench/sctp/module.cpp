@@ -52,20 +52,30 @@ static void sctp_server_one2one_str()
     kel_close(fd);
 }
 
+static void sctp_server_one2many_str()
+{
+    LONG fd = kel_sctp_server_one2many_str_create(KEL_AF_INET, texts, ADDRESSES, 0, BACKLOG, &initmsg, nullptr);
+    REQUIRE(fd != KEL_ERROR);
+    kel_close(fd);
+}
+
 static kel_sockaddr_t peer[ADDRESSES];
+static SHORT port;
 
 static void find_server(LONG fd)
 {
     kel_sockaddr_t name;
     REQUIRE(fd != KEL_ERROR);
     REQUIRE(kel_getsockname(fd, &name) == KEL_OK);
-    fill_records(peer, (SHORT)ntohs(name.sin.sin_port));
+    port = (SHORT)ntohs(name.sin.sin_port);
+    fill_records(peer, port);
 }
 
 /* To a one-to-many server associations come and go without anybody who accepts. */
 static void open_one2many_server()
 {
     choose_local();
+    choose_texts();
     find_server(kel_sctp_server_one2many_create(KEL_AF_INET, local, ADDRESSES, 0, BACKLOG, &initmsg, nullptr));
 }
 
@@ -77,9 +87,41 @@ static void sctp_client_one2one()
     kel_close(fd);
 }
 
+static void sctp_client_one2one_bind()
+{
+    sctp_assoc_t association;
+    LONG fd = kel_sctp_client_one2one_create_bind(KEL_AF_INET, peer, ADDRESSES, 0, &initmsg, nullptr, &association,
+                                                  local, ADDRESSES);
+    REQUIRE(fd != KEL_ERROR);
+    kel_close(fd);
+}
+
+static void sctp_client_one2one_str()
+{
+    sctp_assoc_t association;
+    LONG fd = kel_sctp_client_one2one_str_create(KEL_AF_INET, texts, ADDRESSES, port, &initmsg, nullptr, &association);
+    REQUIRE(fd != KEL_ERROR);
+    kel_close(fd);
+}
+
 static void sctp_client_one2many()
 {
     LONG fd = kel_sctp_client_one2many_create(KEL_AF_INET, local, ADDRESSES, 0, &initmsg, nullptr);
+    REQUIRE(fd != KEL_ERROR);
+    kel_close(fd);
+}
+
+static void sctp_client_one2many_bind()
+{
+    LONG fd =
+        kel_sctp_client_one2many_create_bind(KEL_AF_INET, local, ADDRESSES, 0, &initmsg, nullptr, local, ADDRESSES);
+    REQUIRE(fd != KEL_ERROR);
+    kel_close(fd);
+}
+
+static void sctp_client_one2many_str()
+{
+    LONG fd = kel_sctp_client_one2many_str_create(KEL_AF_INET, texts, ADDRESSES, 0, &initmsg, nullptr);
     REQUIRE(fd != KEL_ERROR);
     kel_close(fd);
 }
@@ -125,8 +167,17 @@ static void sctp_getpaddrs()
 }
 
 const Operation operations[] = {
-    OPERATION(sctp_sendmsg_recvmsg, open_association),    OPERATION(sctp_server_one2one, choose_local),
-    OPERATION(sctp_server_one2many, choose_local),        OPERATION(sctp_server_one2one_str, choose_texts),
-    OPERATION(sctp_client_one2one, open_one2many_server), OPERATION(sctp_client_one2many, nullptr),
-    OPERATION(sctp_getpaddrs, open_association),          {nullptr, nullptr, nullptr},
+    OPERATION(sctp_sendmsg_recvmsg, open_association),
+    OPERATION(sctp_server_one2one, choose_local),
+    OPERATION(sctp_server_one2many, choose_local),
+    OPERATION(sctp_server_one2one_str, choose_texts),
+    OPERATION(sctp_server_one2many_str, choose_texts),
+    OPERATION(sctp_client_one2one, open_one2many_server),
+    OPERATION(sctp_client_one2one_bind, open_one2many_server),
+    OPERATION(sctp_client_one2one_str, open_one2many_server),
+    OPERATION(sctp_client_one2many, nullptr),
+    OPERATION(sctp_client_one2many_bind, choose_local),
+    OPERATION(sctp_client_one2many_str, choose_texts),
+    OPERATION(sctp_getpaddrs, open_association),
+    {nullptr, nullptr, nullptr},
 };
