@@ -96,8 +96,8 @@ BOOL kel_is_ipv4_addr(CHAR *str);
 /**
  * Tells whether a text is an IPv6 address, with or without compression and a dotted IPv4 tail.
  *
- * Compiles its pattern on every call, which costs about 3 million instructions and 7,000 allocations. Check a text once,
- * where it enters the program; kel_inet_pton() refuses what is no address, too, for some 710 instructions.
+ * Compiles its pattern on every call, which costs about 3 million instructions and 7,000 allocations. Check a text
+ * once, where it enters the program; kel_inet_pton() refuses what is no address, too, for some 710 instructions.
  *
  * @param str text, or NULL
  * @return KEL_TRUE or KEL_FALSE; "::" alone, leading zeros in a dotted tail, zones ("%eth0") and brackets do not pass
@@ -365,8 +365,8 @@ LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_
  * Sends one whole link-layer frame out of an interface.
  *
  * Asks for the interface's hardware address and index on every call: six system calls before the one that sends, about
- * 1,000 instructions, and milliseconds in the kernel, which takes that long to end a packet socket. To send many frames,
- * fill a record once with kel_addr_fill() and call kel_sendto(): one system call, some 40 instructions.
+ * 1,000 instructions, and milliseconds in the kernel, which takes that long to end a packet socket. To send many
+ * frames, fill a record once with kel_addr_fill() and call kel_sendto(): one system call, some 40 instructions.
  *
  * @param sockfd packet socket, as kel_raw_server_socket_create() gives it
  * @param ifName interface name, at most 15 characters
