@@ -36,13 +36,10 @@ static void accept_forever(int listener)
     }
 }
 
-unsigned short work_acceptor_port()
-{
-    static unsigned short port;
-    if (port != 0) {
-        return port;
-    }
+unsigned short server_port;
 
+void find_server()
+{
     sockaddr_in address = {};
     socklen_t length = sizeof(address);
     address.sin_family = AF_INET;
@@ -63,24 +60,21 @@ unsigned short work_acceptor_port()
         _exit(0);
     }
     close(listener);
-    port = ntohs(address.sin_port);
-    return port;
+    server_port = ntohs(address.sin_port);
 }
 
 static char folder[] = "/tmp/kel-bench-XXXXXX";
 alignas(4096) static char local_path[sizeof(folder) + sizeof("/socket")]; /* for the same reason as the stack */
+const char *path = local_path;
 
-const char *work_local_path()
+void choose_path()
 {
-    if (local_path[0] == '\0') {
-        REQUIRE(mkdtemp(folder) != nullptr);
-        snprintf(local_path, sizeof(local_path), "%s/socket", folder);
-        atexit([] {
-            unlink(local_path);
-            rmdir(folder);
-        });
-    }
-    return local_path;
+    REQUIRE(mkdtemp(folder) != nullptr);
+    snprintf(local_path, sizeof(local_path), "%s/socket", folder);
+    atexit([] {
+        unlink(path);
+        rmdir(folder);
+    });
 }
 
 /* Calls with the stack at the start of a page: string functions take other ways on other alignments. */

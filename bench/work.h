@@ -46,10 +46,13 @@ constexpr unsigned short PORT_IN_TEXT = 9000;
 constexpr int BACKLOG = 5;
 constexpr int DATAGRAM = 64;
 
-/* The port of a TCP server on 127.0.0.1 that accepts and closes, in a process of its own; made by the first call. */
-unsigned short work_acceptor_port();
+/* What several operations need first. A TCP server on 127.0.0.1, in a process of its own, that accepts and closes ...
+ */
+extern unsigned short server_port;
+void find_server();
 
-/* A path for a local socket, in a folder of the program's own. */
-const char *work_local_path();
+/* ... and a path for a local socket, in a folder of the program's own. */
+extern const char *path;
+void choose_path();
 
 #endif

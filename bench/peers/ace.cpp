@@ -38,13 +38,6 @@ static void tcp_server_ipv6()
     tcp_server(IPV6_LOOPBACK, AF_INET6);
 }
 
-static unsigned short server_port;
-
-static void find_server()
-{
-    server_port = work_acceptor_port();
-}
-
 static void tcp_client()
 {
     ACE_INET_Addr address;
@@ -62,13 +55,6 @@ static void udp_server()
     ACE_SOCK_Dgram socket;
     REQUIRE(socket.open(address, AF_INET) == 0);
     socket.close();
-}
-
-static const char *path;
-
-static void choose_path()
-{
-    path = work_local_path();
 }
 
 static void local_server()

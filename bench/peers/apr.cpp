@@ -71,11 +71,9 @@ static void tcp_server_ipv6()
     apr_pool_clear(round_pool);
 }
 
-static apr_port_t server_port;
-
-static void find_server()
+static void start_with_server()
 {
-    server_port = work_acceptor_port();
+    find_server();
     start();
 }
 
@@ -91,11 +89,9 @@ static void udp_server()
     apr_pool_clear(round_pool);
 }
 
-static const char *path;
-
-static void choose_path()
+static void start_with_path()
 {
-    path = work_local_path();
+    choose_path();
     start();
 }
 
@@ -113,7 +109,7 @@ static apr_socket_t *pair[2];
 /* There is no call for a pair: a local server and its client are one. */
 static void open_pair()
 {
-    choose_path();
+    start_with_path();
     apr_socket_t *server = create_listening(lasting, APR_UNIX, path);
     pair[0] = create_connected(lasting, APR_UNIX, path, 0);
     REQUIRE(apr_socket_accept(&pair[1], server, lasting) == APR_SUCCESS);
@@ -232,8 +228,8 @@ static void ipv6_compare()
 
 const Operation operations[] = {
     OPERATION(tcp_server_ipv4, start),          OPERATION(tcp_server_ipv6, start),
-    OPERATION(tcp_client, find_server),         OPERATION(udp_server, start),
-    OPERATION(local_server, choose_path),       OPERATION(send_recv, open_pair),
+    OPERATION(tcp_client, start_with_server),   OPERATION(udp_server, start),
+    OPERATION(local_server, start_with_path),   OPERATION(send_recv, open_pair),
     OPERATION(sendto_recvfrom, open_datagrams), OPERATION(ipv4_from_text, start),
     OPERATION(ipv6_from_text, start),           OPERATION(ipv4_record_from_text, start),
     OPERATION(ipv6_record_from_text, start),    OPERATION(ipv4_to_text, fill_records),

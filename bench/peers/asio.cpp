@@ -36,13 +36,6 @@ static void tcp_server_ipv6()
     serve<tcp>(tcp::endpoint(make_address_v6(IPV6_LOOPBACK), 0));
 }
 
-static unsigned short server_port;
-
-static void find_server()
-{
-    server_port = work_acceptor_port();
-}
-
 static void tcp_client()
 {
     tcp::socket socket(context);
@@ -54,13 +47,6 @@ static void udp_server()
 {
     udp::socket socket(context, udp::endpoint(make_address_v4(IPV4_LOOPBACK), 0));
     socket.close();
-}
-
-static const char *path;
-
-static void choose_path()
-{
-    path = work_local_path();
 }
 
 static void local_server()

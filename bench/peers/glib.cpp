@@ -69,13 +69,6 @@ static void tcp_server_ipv6()
     g_object_unref(create_listening(G_SOCKET_FAMILY_IPV6, fill_record(IPV6_LOOPBACK, 0)));
 }
 
-static guint16 server_port;
-
-static void find_server()
-{
-    server_port = work_acceptor_port();
-}
-
 static void tcp_client()
 {
     g_object_unref(create_connected(G_SOCKET_FAMILY_IPV4, fill_record(IPV4_LOOPBACK, server_port)));
@@ -84,13 +77,6 @@ static void tcp_client()
 static void udp_server()
 {
     g_object_unref(create_udp_server());
-}
-
-static const char *path;
-
-static void choose_path()
-{
-    path = work_local_path();
 }
 
 static void local_server()

@@ -74,13 +74,6 @@ static void tcp_server_ipv6()
     close(fd);
 }
 
-static unsigned short server_port;
-
-static void find_server()
-{
-    server_port = work_acceptor_port();
-}
-
 static void tcp_client()
 {
     int fd = create(AF_INET, SOCK_STREAM);
@@ -95,13 +88,6 @@ static void udp_server()
     sockaddr_in record = ipv4_record(IPV4_LOOPBACK, 0);
     REQUIRE(bind(fd, generic(record), sizeof(record)) == 0);
     close(fd);
-}
-
-static const char *path;
-
-static void choose_path()
-{
-    path = work_local_path();
 }
 
 static void local_server()

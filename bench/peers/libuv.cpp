@@ -65,11 +65,9 @@ static void tcp_server_ipv6()
     serve_tcp(ipv6_record(IPV6_LOOPBACK, 0));
 }
 
-static int server_port;
-
-static void find_server()
+static void start_with_server()
 {
-    server_port = work_acceptor_port();
+    find_server();
     start();
 }
 
@@ -101,11 +99,9 @@ static void udp_server()
     close_endpoint();
 }
 
-static const char *path;
-
-static void choose_path()
+static void start_with_path()
 {
-    path = work_local_path();
+    choose_path();
     start();
 }
 
@@ -247,8 +243,8 @@ static void ipv6_to_text()
 
 const Operation operations[] = {
     OPERATION(tcp_server_ipv4, start),          OPERATION(tcp_server_ipv6, start),
-    OPERATION(tcp_client, find_server),         OPERATION(udp_server, start),
-    OPERATION(local_server, choose_path),       OPERATION(send_recv, open_pair),
+    OPERATION(tcp_client, start_with_server),   OPERATION(udp_server, start),
+    OPERATION(local_server, start_with_path),   OPERATION(send_recv, open_pair),
     OPERATION(sendto_recvfrom, open_datagrams), OPERATION(ipv4_from_text, nullptr),
     OPERATION(ipv6_from_text, nullptr),         OPERATION(ipv4_record_from_text, nullptr),
     OPERATION(ipv6_record_from_text, nullptr),  OPERATION(ipv4_to_text, fill_records),

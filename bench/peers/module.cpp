@@ -22,16 +22,9 @@ static void tcp_server_ipv6()
     kel_close(fd);
 }
 
-static SHORT server_port;
-
-static void find_server()
-{
-    server_port = (SHORT)work_acceptor_port();
-}
-
 static void tcp_client()
 {
-    LONG fd = kel_tcp_client_socket_create(KEL_AF_INET, IPV4_LOOPBACK, server_port);
+    LONG fd = kel_tcp_client_socket_create(KEL_AF_INET, IPV4_LOOPBACK, (SHORT)server_port);
     REQUIRE(fd != KEL_ERROR);
     kel_close(fd);
 }
@@ -41,13 +34,6 @@ static void udp_server()
     LONG fd = kel_udp_server_socket_create(KEL_AF_INET, IPV4_LOOPBACK, 0);
     REQUIRE(fd != KEL_ERROR);
     kel_close(fd);
-}
-
-static const char *path;
-
-static void choose_path()
-{
-    path = work_local_path();
 }
 
 static void local_server()

@@ -59,11 +59,9 @@ static void tcp_server_ipv6()
     PR_Close(socket);
 }
 
-static PRUint16 server_port;
-
-static void find_server()
+static void start_with_server()
 {
-    server_port = work_acceptor_port();
+    find_server();
     start();
 }
 
@@ -80,11 +78,9 @@ static void udp_server()
     PR_Close(open_udp_server());
 }
 
-static const char *path;
-
-static void choose_path()
+static void start_with_path()
 {
-    path = work_local_path();
+    choose_path();
     start();
 }
 
@@ -188,8 +184,8 @@ static void ipv6_to_text()
 
 const Operation operations[] = {
     OPERATION(tcp_server_ipv4, start),          OPERATION(tcp_server_ipv6, start),
-    OPERATION(tcp_client, find_server),         OPERATION(udp_server, start),
-    OPERATION(local_server, choose_path),       OPERATION(send_recv, open_pair),
+    OPERATION(tcp_client, start_with_server),   OPERATION(udp_server, start),
+    OPERATION(local_server, start_with_path),   OPERATION(send_recv, open_pair),
     OPERATION(sendto_recvfrom, open_datagrams), OPERATION(ipv4_from_text, start),
     OPERATION(ipv6_from_text, start),           OPERATION(ipv4_record_from_text, start),
     OPERATION(ipv6_record_from_text, start),    OPERATION(ipv4_to_text, fill_records),

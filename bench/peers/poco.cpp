@@ -53,13 +53,6 @@ static void tcp_server_ipv6()
     serve(ipv6_record(ipv6_loopback, 0));
 }
 
-static unsigned short server_port;
-
-static void find_server()
-{
-    server_port = work_acceptor_port();
-}
-
 static void tcp_client()
 {
     StreamSocket socket(ipv4_record(ipv4_loopback, server_port));
@@ -72,17 +65,18 @@ static void udp_server()
     socket.close();
 }
 
-static std::string path;
+static std::string path_text;
 
-static void choose_path()
+static void choose_path_text()
 {
-    path = work_local_path();
+    choose_path();
+    path_text = path;
 }
 
 static void local_server()
 {
-    unlink(path.c_str());
-    serve(SocketAddress(SocketAddress::UNIX_LOCAL, path));
+    unlink(path);
+    serve(SocketAddress(SocketAddress::UNIX_LOCAL, path_text));
 }
 
 /* ---- Transfers ---- */
@@ -92,7 +86,8 @@ static StreamSocket pair[2];
 /* POCO makes no pairs: a local server and its client are one, too. */
 static void open_pair()
 {
-    SocketAddress address(SocketAddress::UNIX_LOCAL, work_local_path());
+    choose_path_text();
+    SocketAddress address(SocketAddress::UNIX_LOCAL, path_text);
     ServerSocket server;
     server.bind(address);
     server.listen(BACKLOG);
@@ -200,7 +195,7 @@ static void ipv6_compare()
 const Operation operations[] = {
     OPERATION(tcp_server_ipv4, nullptr),        OPERATION(tcp_server_ipv6, nullptr),
     OPERATION(tcp_client, find_server),         OPERATION(udp_server, nullptr),
-    OPERATION(local_server, choose_path),       OPERATION(send_recv, open_pair),
+    OPERATION(local_server, choose_path_text),  OPERATION(send_recv, open_pair),
     OPERATION(sendto_recvfrom, open_datagrams), OPERATION(ipv4_from_text, nullptr),
     OPERATION(ipv6_from_text, nullptr),         OPERATION(ipv4_record_from_text, nullptr),
     OPERATION(ipv6_record_from_text, nullptr),  OPERATION(ipv4_to_text, fill_records),
