@@ -1,0 +1,67 @@
+"""What this machine allows and how fast it is: found out by trying, here, for everything that depends on it.
+
+As a program, machine.py NAME... succeeds where all of "hosts", "sctp" and "ipv6" that are named are to be had.
+"""
+
+import contextlib
+import functools
+import os
+import socket
+import subprocess
+import sys
+import time
+
+USUAL = 0.03  # seconds that an idle machine of today needs for the known piece of work
+
+
+@functools.cache
+def slowness():
+    """How many times longer than usual this machine takes, now: programs are started one after the other."""
+    started = time.monotonic()
+    for _ in range(20):
+        subprocess.run(["true"], check=True)
+    return max(1, (time.monotonic() - started) / USUAL)
+
+
+def patience(seconds):
+    """A limit for what takes far less than so many seconds on an idle machine."""
+    return seconds * slowness()
+
+
+@functools.cache
+def allows_hosts():
+    """Whether network namespaces can be made, reached by name, and entered."""
+    name = f"try{os.getpid()}"
+    quiet = {"check": True, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+    try:
+        subprocess.run(["ip", "netns", "add", name], **quiet)
+        try:
+            subprocess.run(["ip", "-n", name, "link", "set", "lo", "up"], **quiet)
+            subprocess.run(["ip", "netns", "exec", name, "true"], **quiet)
+        finally:
+            subprocess.run(["ip", "netns", "del", name], **quiet)
+    except (OSError, subprocess.CalledProcessError):
+        return False
+    return True
+
+
+@functools.cache
+def has_sctp():
+    """Whether the kernel makes an SCTP socket; asking makes it load what it has."""
+    with contextlib.suppress(OSError), socket.socket(socket.AF_INET, socket.SOCK_STREAM, socket.IPPROTO_SCTP):
+        return True
+    return False
+
+
+@functools.cache
+def has_ipv6():
+    """Whether loopback has an IPv6 address."""
+    with contextlib.suppress(OSError), socket.socket(socket.AF_INET6, socket.SOCK_STREAM) as probe:
+        probe.bind(("::1", 0))
+        return True
+    return False
+
+
+if __name__ == "__main__":
+    asked = {"hosts": allows_hosts, "sctp": has_sctp, "ipv6": has_ipv6}
+    sys.exit(0 if all(asked[name]() for name in sys.argv[1:]) else 1)
