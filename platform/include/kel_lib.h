@@ -5,6 +5,12 @@
 #ifndef KEL_LIB_H
 #define KEL_LIB_H
 
+/*
+ * The macros use extensions of the compilers: a report without arguments, and %m. Marked so, their uses cause no
+ * warnings under -Wpedantic. The formats that programs pass are checked all the same.
+ */
+#pragma GCC system_header
+
 #include <stdio.h> /* the console is standard output, through printf */
 
 #include "kel_module.h"
@@ -17,7 +23,7 @@ extern "C" {
 
 /* ---- Services: supplied by the platform, with the contracts of their standard namesakes ---------------------- */
 
-VOID *KEL_MemSet(VOID *dst, int value, size_t size); /* callers may pass a null dst before they check it */
+VOID *KEL_MemSet(VOID *dst, int value, size_t size); /* does nothing when dst is null: callers may check it later */
 VOID *KEL_MemCpy(VOID *dst, const VOID *src, size_t size);
 int KEL_MemCmp(const VOID *left, const VOID *right, size_t size);
 
@@ -32,9 +38,9 @@ int KEL_Printf(const CHAR *format, ...) __attribute__((format(printf, 1, 2)));
  * The platform's assertion handler: reports a failed assertion and returns, and the caller goes on.
  *
  * @param value 0 when the assertion failed
- * @param file  source file of the assertion
+ * @param file  source file of the assertion; borrowed for the call
  * @param line  source line of the assertion
- * @param code  always 0 as KEL_ASSERT passes it
+ * @param code  0 from KEL_ASSERT(); a caller of its own may pass any number
  */
 void KEL_ASSERT_X(LONG value, const char *file, int line, LONG code);
 
@@ -62,8 +68,19 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
 
 /* ---- Reports: console in colour, then the system log -----------------------------------------------------------
  *
- * Every macro expands in place: function, line and file are those of its use. A macro that takes fmt takes a string
- * literal and the arguments of a printf format. Suppressing a report changes nothing but the output.
+ * Every macro expands in place: function, line and file are those of its use, and a report's console line begins with
+ * "function.line:". fmt is a string literal, followed by the arguments of a printf format. Suppressing a report changes
+ * nothing but the output.
+ *
+ *   macro                        filtered at        console (standard output)             system log
+ *   kel_raw_print(fmt, ...)      never              the text alone                        nothing
+ *   kel_info_print(fmt, ...)     info               blue                                  nothing
+ *   kel_warning_print(fmt, ...)  warning            purple                                SYSLOG_WARNING
+ *   kel_err_print(fmt, ...)      err                red                                   SYSLOG_ERR
+ *   kel_perror(fmt, ...)         err                red, with ": " and the text of errno  SYSLOG_ERR, without errno
+ *   KEL_log(id, level, fmt, ...) never              nothing                               level, under module id
+ *
+ * The others log under the identifier of the print filter. No report ends its line: a line end belongs into fmt.
  */
 
 #define KEL_COLOR_NONE "\033[m"
@@ -71,12 +88,6 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
 #define KEL_COLOR_BLUE "\033[1;34m"
 #define KEL_COLOR_PURPLE "\033[1;35m"
 #define KEL_COLOR_GREEN "\033[1;32m"
-
-#ifdef __clang__
-/* A format without arguments needs the comma taken away, which standard C and C++ learnt only in later editions. */
-#pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Wgnu-zero-variadic-macro-arguments"
-#endif
 
 #define __is_p_(lv, val) kel_info_print_filter_is_filtered(lv, val)
 #define __log_mid module_print_filter.moduleID
@@ -91,12 +102,13 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
 #define KEL_log(module_id, level, content, ...)                                                                        \
     KEL_SysLog(module_id, level, __FILE__, __LINE__, __func__, content, ##__VA_ARGS__)
 
-/* Console only. */
+/* The second printf is never called. GCC checks its format, but not one that begins with a colour of this header. */
 #define kel_info_print(fmt, ...)                                                                                       \
     do {                                                                                                               \
         __print_check(_kel_print_lv_info, __func__, __LINE__)                                                          \
         {                                                                                                              \
             printf(KEL_COLOR_BLUE "%s.%d:" fmt KEL_COLOR_NONE, __func__, __LINE__, ##__VA_ARGS__);                     \
+            (void)sizeof(printf(fmt, ##__VA_ARGS__));                                                                  \
         }                                                                                                              \
     } while (0)
 
@@ -116,11 +128,6 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
  */
 #ifdef __cplusplus
 #define __no_arguments(...) (sizeof(#__VA_ARGS__) == 1)
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat" /* the texts are literals where they are used; %m is the C library's own */
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
 
 static __attribute__((unused, noinline, cold)) void __report_err(const char *func, const char *file, int line,
                                                                  const char *coloured, const char *text)
@@ -147,7 +154,6 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
     }
 }
 
-#pragma GCC diagnostic pop
 #else
 #define __no_arguments(...) 0
 #define __report_err(func, file, line, coloured, text)
@@ -168,8 +174,8 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
     } while (0)
 
 /*
- * An error report that ends in the text of errno, on the console alone. Four prints, not one: errno is read between
- * them, after the caller's text is out. fmt brings no line end and the report adds none.
+ * Four prints, not one: errno is read after the first two, so a failure of theirs is what the report then shows. The
+ * text of errno goes to the console alone.
  */
 #define kel_perror(fmt, ...)                                                                                           \
     do {                                                                                                               \
@@ -189,12 +195,9 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
-#ifdef __clang__
-#pragma clang diagnostic pop
-#endif
+/* ---- Checks: they return from the function that uses them, whether their report is suppressed or not ---------- */
 
-/* ---- Argument checks: they return from the function that uses them, reported or not -------------------------- */
-
+/* Refuses a null pointer: NULL_CHECK(addr) reports "addr is null\r\n" and returns KEL_ERROR. */
 #define NULL_CHECK(p)                                                                                                  \
     do {                                                                                                               \
         if ((p) == NULL) {                                                                                             \
@@ -203,6 +206,7 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
+/* The same in a function that returns a pointer: returns NULL. */
 #define NULL_CHECK_RP(p)                                                                                               \
     do {                                                                                                               \
         if ((p) == NULL) {                                                                                             \
@@ -211,6 +215,7 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
+/* Refuses what cond is true for: RET_CHECK(count > 3, count) reports "count error\r\n" and returns KEL_ERROR. */
 #define RET_CHECK(cond, p)                                                                                             \
     do {                                                                                                               \
         if (cond) {                                                                                                    \
@@ -219,6 +224,10 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
+/*
+ * Hands exp, converted to a LONG, to the platform's assertion handler, which reports a 0. It returns nothing and ends
+ * nothing: code behind a failed assertion runs. Write a comparison; a fraction such as 0.5 would be converted to 0.
+ */
 #define KEL_ASSERT(exp) KEL_ASSERT_X((LONG)(exp), __FILE__, __LINE__, 0)
 
 #ifdef __cplusplus

@@ -2,10 +2,10 @@
  * SCTP: the records and constants that go with the kel_sctp_* functions of kel_socket.h, as RFC 6458 and the kernel
  * define them.
  *
- * This header takes the place of the system's SCTP headers, <netinet/sctp.h> and <linux/sctp.h>. One of those before it
- * is refused here with an error; one after it cannot be refused, and the compiler then reports names as defined twice.
- * An application that wants the system's includes that and kel_socket.h, and not this one; of its longer event record
- * the module hands over the first ten flags. The protocol's number, IPPROTO_SCTP, is that of <netinet/in.h>.
+ * This header takes the place of the system's SCTP headers, <netinet/sctp.h> and <linux/sctp.h>: both together are an
+ * error, in either order. An application that wants the system's includes that and kel_socket.h, and not this one; of
+ * its longer event record the module hands over the first ten flags. The protocol's number, IPPROTO_SCTP, is that of
+ * <netinet/in.h>.
  */
 #if !defined(KEL_SCTP_H) && (defined(_SCTP_H) || defined(__linux_sctp_h__))
 #error "kel_sctp.h takes the place of the system's SCTP header: include one of them, not both"

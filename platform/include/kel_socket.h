@@ -23,9 +23,14 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-/* The C library's <netpacket/packet.h> defines the same record; whichever an application includes first serves. */
+/*
+ * struct sockaddr_ll stands in two headers of the system, <netpacket/packet.h> and <linux/if_packet.h>, which exclude
+ * each other. The first one that a program includes serves. The kernel's has all that the C library's has, so behind it
+ * the C library's is marked as included and adds nothing.
+ */
 #ifndef __NETPACKET_PACKET_H
 #include <linux/if_packet.h>
+#define __NETPACKET_PACKET_H 1
 #endif
 
 #include "kel_types.h"

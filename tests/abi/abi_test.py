@@ -22,7 +22,7 @@ STATIC = os.path.join(BUILD, "platform/kel/socket/libkel_socket.a")
 HOST = os.path.join(BUILD, "host/libkel_host.a")
 CALLS = ["-lsctp", "-ltcmalloc_minimal"]  # what comes with the static library
 EITHER = [[SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]]
-PUBLIC = sorted(h for h in os.listdir(os.path.join(SOURCE, "platform/include")))
+PUBLIC = sorted(h for h in os.listdir(os.path.join(SOURCE, "platform/include")) if h.endswith(".h"))
 COMPILERS = [["gcc-12", "-std=c11"], ["clang-19", "-std=c11"], ["g++-12", "-std=c++17"], ["clang++-19", "-std=c++17"]]
 
 # Everything that the module calls, by its plain name: a program that defines one of them stands in for it.
@@ -80,8 +80,11 @@ class Headers(Case):
                 with self.subTest(header=header, compiler=compiler[0]):
                     suffix = "c" if "c11" in compiler[1] else "cpp"
                     alone = self.write("alone." + suffix, f'#include "{header}"\n#include "{header}"\n')
-                    self.compile(*compiler, "-Wall", "-Wextra", "-Wpedantic", "-Wformat=2", "-Werror", *INCLUDE, "-fsyntax-only",
-                                 alone)
+                    self.compile(*compiler, "-Wall", "-Wextra", "-Wpedantic", "-Wformat=2", "-Werror", *INCLUDE,
+                                 "-fsyntax-only", alone)
+                    # kel_lib.h counts as a system header, about which compilers are silent unless they are asked.
+                    self.compile(*compiler, "-Wall", "-Wextra", "-Wsystem-headers", "-Wno-format-security", "-Werror",
+                                 *INCLUDE, "-fsyntax-only", alone)
 
     def test_stand_in_several_files_of_one_program(self):
         everything = "".join(f'#include "{header}"\n' for header in PUBLIC)
@@ -104,11 +107,18 @@ class Headers(Case):
                 self.compile(*compiler, "-Wall", "-Wextra", "-Werror", *INCLUDE, "-fsyntax-only",
                              "tests/abi/contract.c")
 
+    def test_uses_of_the_report_macros_cause_no_warning(self):
+        for compiler in COMPILERS:
+            with self.subTest(compiler=compiler[0]):
+                self.compile(*compiler, "-x", "c" if "c11" in compiler[1] else "c++", "-Wall", "-Wextra", "-Wpedantic",
+                             "-Wformat=2", "-Wshadow", "-Werror", *INCLUDE, "-fsyntax-only", "tests/abi/reports.c")
+
     def test_formats_are_checked_by_the_compiler(self):
         wrong = [("KEL_SysLog", '0, SYSLOG_ERR, "file", 1, "func", "%s", 1'), ("KEL_Printf", '"%s", 1'),
                  ("KEL_Sprintf", 'text, "%s", 1'), ("KEL_Snprintf", 'text, 9, "%s", 1'),
-                 ("kel_err_print", '"%s", 1'), ("kel_err_print", '"%s"'), ("kel_perror", '"%s", 1'),
-                 ("kel_perror", '"%s"')]
+                 ("kel_raw_print", '"%s", 1'), ("KEL_log", '0, SYSLOG_ERR, "%s", 1')]
+        wrong += [(macro, arguments) for macro in ("kel_info_print", "kel_warning_print", "kel_err_print", "kel_perror")
+                  for arguments in ('"%s", 1', '"%s"')]
         for service, arguments in wrong:
             for compiler in COMPILERS:
                 with self.subTest(service=service, arguments=arguments, compiler=compiler[0]):
@@ -120,7 +130,8 @@ class Headers(Case):
                     self.assertNotEqual(done.returncode, 0)
 
     def test_report_in_inline_functions_of_hardened_programs(self):
-        text = ('#include "kel_lib.h"\ninline LONG use(const void *p) { NULL_CHECK(p); kel_perror("again "); return 0; }\n'
+        text = ('#include "kel_lib.h"\n'
+                'inline LONG use(const void *p) { NULL_CHECK(p); kel_perror("again "); return 0; }\n'
                 'LONG call(void); LONG call(void) { return use(0); }\n')
         for compiler in COMPILERS:
             with self.subTest(compiler=compiler[0]):
@@ -132,14 +143,33 @@ class Headers(Case):
         orders = ['#include <linux/sctp.h>\n#include "kel_socket.h"\n',
                   '#include "kel_socket.h"\n#include <linux/sctp.h>\n',
                   '#include <netpacket/packet.h>\n#include "kel_socket.h"\n',
+                  '#include "kel_socket.h"\n#include <netpacket/packet.h>\n',
                   '#include <linux/if_packet.h>\n#include "kel_socket.h"\n',
-                  '#include "kel_socket.h"\n#include <linux/if_packet.h>\n#include <net/if.h>\n']
+                  '#include "kel_socket.h"\n#include <linux/if_packet.h>\n#include <net/if.h>\n',
+                  '#include "kel_socket.h"\n#include <netpacket/packet.h>\n#include <linux/if_packet.h>\n']
+        before = "#include <stdint.h>\n#include <sys/socket.h>\n"
+        after = ("char sizes[sizeof(struct sockaddr_ll) == 20 && sizeof(kel_sockaddr_t) == 112 ? 1 : -1];\n"
+                 "struct packet_mreq membership;\n")
         for order in orders:
             for compiler in COMPILERS:
                 with self.subTest(order=order, compiler=compiler[0]):
                     suffix = "c" if "c11" in compiler[1] else "cpp"
                     self.compile(*compiler, "-Wall", "-Werror", *INCLUDE, "-fsyntax-only",
-                                 self.write("order." + suffix, "#include <stdint.h>\n#include <sys/socket.h>\n" + order))
+                                 self.write("order." + suffix, before + order + after))
+
+    def test_the_kernels_packet_header_has_all_that_the_c_librarys_has(self):
+        """Behind kel_socket.h, which includes the kernel's, the C library's adds nothing."""
+        values = []
+        with open("/usr/include/netpacket/packet.h", encoding="ascii") as file:
+            names = set(re.findall(r"^#define\s+(PACKET_\w+)", file.read(), flags=re.M))
+        self.assertIn("PACKET_ADD_MEMBERSHIP", names)
+        shown = "".join(f'printf("{name} %d\\n", {name}); ' for name in sorted(names))
+        for header in ('"kel_socket.h"', "<netpacket/packet.h>"):
+            source = self.write("names.c", f"#include {header}\n#include <stdio.h>\n"
+                                f"int main(void) {{ {shown} return 0; }}\n")
+            self.compile("gcc-12", "-std=c11", *INCLUDE, source, "-o", self.path("names"))
+            values.append(run(self.path("names")).stdout)
+        self.assertEqual(*values)
 
 
 class Module(Case):
