@@ -171,6 +171,7 @@ FRAMES = {
 # Programs that start and end: what links them, the least first.
 STARTS = {
     "start_none": "the C library alone",
+    "start_without_sctp": "the module, static, without SCTP",
     "start_tcmalloc_minimal": "tcmalloc, its minimal build",
     "start_tcmalloc": "tcmalloc, its full build",
     "start_static": "the module, static",
