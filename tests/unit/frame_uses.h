@@ -1,0 +1,46 @@
+/*
+ * Uses of every macro of kel_lib.h, as functions in a table. C and C++ expand the macros differently, so frame_uses.inc
+ * defines them in either language: frame_uses_c.c and frame_test.cpp include it, each with a prefix of its own.
+ */
+#ifndef TESTS_UNIT_FRAME_USES_H
+#define TESTS_UNIT_FRAME_USES_H
+
+#include "kel_lib.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Lines that tests look for are not repeated: a function stores its own here, or that of the first of several uses. */
+extern int frame_used_on;
+
+struct frame_uses {
+    const char *prefix; /* of the functions' names */
+    void (*info)(void);
+    void (*warning)(void);
+    void (*err)(void);
+    void (*plain_info)(void); /* plain: a text without arguments */
+    void (*plain_warning)(void);
+    void (*plain_err)(void);
+    void (*plain_perror)(void);
+    void (*perror)(int number);
+    void (*raw)(void);
+    void (*log)(void);
+    ULONG (*log_module)(void);
+    int (*question)(int level, const char *name);
+    BOOL (*print_check)(int level, const char *function, int line);
+    BOOL (*one_statement_each)(BOOL reported);
+    LONG (*check)(const int *argument);
+    LONG (*check_either)(const int *first, const int *second);
+    const int *(*check_rp)(const int *argument);
+    LONG (*check_ret)(LONG count);
+    void (*assertions)(LONG wide);
+};
+
+extern const struct frame_uses frame_uses_c;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
