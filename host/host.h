@@ -52,7 +52,7 @@ LONG host_log_to(const char *name);
 
 /* ---- Registry and assertion -------------------------------------------------------------------------------------- */
 
-/** Number of registered modules, 0 to 256; their identifiers are 0 to that less one. */
+/** Number of registered modules, 0 to 255; their identifiers are 1 to that number. */
 ULONG host_registry_count(void);
 
 /** The record registered under an identifier, or NULL. Its name field holds the name. */

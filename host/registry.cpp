@@ -1,11 +1,11 @@
-/* The module registry: identifiers 0 to 255, in the order of registration. */
+/* The module registry: identifiers 1 to 255, in the order of registration. 0 is the print filter's, in every log. */
 #include "host.h"
 #include "host_prv.h"
 
 #include <pthread.h>
 #include <string.h>
 
-static kel_module_t *records[MODULE_ID_MAX];
+static kel_module_t *records[MODULE_ID_MAX]; /* by identifier; the first stays empty */
 static ULONG record_count;
 static pthread_mutex_t records_lock = PTHREAD_MUTEX_INITIALIZER;
 
@@ -13,10 +13,12 @@ HOST_SERVICE LONG KEL_module_register(const char *name, kel_module_t *record)
 {
     LONG result = KEL_ERROR;
     pthread_mutex_lock(&records_lock);
-    if (!MODULE_ID_IS_ILLEGAL(record_count) && strlen(name) < MODULE_NAME_LEN) {
+    const ULONG id = record_count + 1;
+    if (!MODULE_ID_IS_ILLEGAL(id) && strlen(name) < MODULE_NAME_LEN) {
         strcpy(record->name, name);
-        record->moduleID = record_count;
-        records[record_count++] = record;
+        record->moduleID = id;
+        records[id] = record;
+        record_count = id;
         result = KEL_OK;
     }
     pthread_mutex_unlock(&records_lock);
@@ -35,7 +37,7 @@ ULONG host_registry_count(void)
 kel_module_t *host_registry_record(ULONG id)
 {
     pthread_mutex_lock(&records_lock);
-    kel_module_t *record = id < record_count ? records[id] : nullptr;
+    kel_module_t *record = id <= record_count ? records[id] : nullptr;
     pthread_mutex_unlock(&records_lock);
     return record;
 }

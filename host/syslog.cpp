@@ -20,6 +20,7 @@ namespace
 enum { TO_SYSLOG = -1 };
 
 int target = TO_SYSLOG; /* or a descriptor */
+bool complained;        /* that the target cannot be written */
 pthread_mutex_t target_lock = PTHREAD_MUTEX_INITIALIZER;
 pthread_once_t environment_read = PTHREAD_ONCE_INIT;
 
@@ -38,6 +39,7 @@ LONG choose(const char *name)
     pthread_mutex_lock(&target_lock);
     int former = target;
     target = chosen;
+    complained = false;
     pthread_mutex_unlock(&target_lock);
     if (former != TO_SYSLOG && former != STDERR_FILENO) {
         close(former);
@@ -108,7 +110,12 @@ HOST_SERVICE void KEL_SysLog(ULONG module_id, int level, const char *file, int l
         clock_gettime(CLOCK_REALTIME, &now);
         gmtime_r(&now.tv_sec, &utc);
         strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%SZ", &utc);
-        dprintf(target, "%s %s module %lu %s:%d %s: %s\n", stamp, level_name(level), module_id, file, line, func, text);
+        int length = dprintf(target, "%s %s module %lu %s:%d %s: %s\n", stamp, level_name(level), module_id, file, line,
+                             func, text);
+        if (length < 0 && !complained) {
+            complained = true;
+            fprintf(stderr, "the log cannot be written: %s; its records are lost\n", strerror(errno));
+        }
     }
     pthread_mutex_unlock(&target_lock);
 }

@@ -36,7 +36,7 @@ TEST_F(LivePrimitives, RegistersUnderItsName)
     EXPECT_EQ(socket_module_init(), KEL_OK);
 
     ASSERT_EQ(host_registry_count(), 1U);
-    EXPECT_STREQ(host_registry_record(0)->name, "KEL_socket");
+    EXPECT_STREQ(host_registry_record(1)->name, "KEL_socket");
 }
 
 TEST_F(LivePrimitives, LengthsAreThoseThatTheKernelReturns)

@@ -587,6 +587,24 @@ TEST_F(Log, StaysWhereItWasWhenAFileCannotBeOpened)
     EXPECT_TRUE(syslog_records.empty());
 }
 
+TEST_F(Log, SaysOnceThatItsTargetIsFull)
+{
+    const std::string complaint = "the log cannot be written: No space left on device; its records are lost\n";
+    Output output = child("subject", nullptr, "/dev/full"); /* two records */
+
+    EXPECT_EQ(output.err, complaint);
+    EXPECT_EQ(reported(output.out), "info warning err");
+
+    testing::internal::CaptureStderr();
+    for (const char *target : {"/dev/full", "/dev/full", path.c_str()}) {
+        ASSERT_EQ(host_log_to(target), KEL_OK);
+        KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "text");
+        KEL_SysLog(1, SYSLOG_ERR, "file", 2, "func", "text");
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), complaint + complaint); /* once for each choice */
+    EXPECT_TRUE(matches(lines(), "before\n(" + stamp + "err module 1 file:2 func: text\n){2}")) << lines();
+}
+
 TEST_F(Log, TakesOneLineOfARecordAndAtMost1023Characters)
 {
     ASSERT_EQ(host_log_to(path.c_str()), KEL_OK);
@@ -809,7 +827,7 @@ class Registry : public testing::Test
         memset((void *)&g_module_socket, 0, sizeof(g_module_socket));
     }
 
-    kel_module_t records[257];
+    kel_module_t records[256];
 };
 
 TEST_F(Registry, RefusesANameThatDoesNotFit)
@@ -823,26 +841,37 @@ TEST_F(Registry, RefusesANameThatDoesNotFit)
     EXPECT_EQ(records[0].name, name);
 }
 
-TEST_F(Registry, TakesThe256LegalIdentifiersAndRefusesThe257thModule)
+TEST_F(Registry, TakesTheIdentifiers1To255AndRefusesThe256thModule)
 {
-    for (ULONG id = 0; id < 256; id++) {
+    for (ULONG id = 1; id < 256; id++) {
         EXPECT_EQ(host_registry_record(id), nullptr);
         ASSERT_EQ(KEL_module_register(std::to_string(id).c_str(), &records[id]), KEL_OK);
         EXPECT_EQ(records[id].moduleID, id);
         EXPECT_EQ(records[id].name, std::to_string(id));
         EXPECT_EQ(host_registry_record(id), &records[id]);
-        EXPECT_EQ(host_registry_count(), id + 1);
+        EXPECT_EQ(host_registry_count(), id);
     }
 
-    EXPECT_EQ(KEL_module_register("one more", &records[256]), KEL_ERROR);
-    EXPECT_EQ(host_registry_count(), 256u);
+    EXPECT_EQ(KEL_module_register("one more", &records[0]), KEL_ERROR);
+    EXPECT_EQ(host_registry_count(), 255u);
     EXPECT_EQ(host_registry_record(256), nullptr);
-    EXPECT_EQ(records[256].moduleID, 0u);
-    EXPECT_EQ(records[256].name[0], '\0');
+    EXPECT_EQ(records[0].moduleID, 0u);
+    EXPECT_EQ(records[0].name[0], '\0');
 
     testing::internal::CaptureStdout();
     EXPECT_EQ(socket_module_init(), KEL_ERROR);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "module socket register error \r\n");
+}
+
+TEST_F(Registry, GivesNoModuleTheIdentifierOfThePrintFilter)
+{
+    EXPECT_STREQ(module_print_filter.name, "KEL_print_filter");
+    EXPECT_EQ(module_print_filter.moduleID, 0u);
+
+    ASSERT_EQ(KEL_module_register("first", &records[0]), KEL_OK);
+
+    EXPECT_EQ(records[0].moduleID, 1u);
+    EXPECT_EQ(host_registry_record(0), nullptr);
 }
 
 TEST_F(Registry, ForgetsEveryModuleAndLeavesItsRecord)
@@ -853,11 +882,11 @@ TEST_F(Registry, ForgetsEveryModuleAndLeavesItsRecord)
     host_registry_clear();
 
     EXPECT_EQ(host_registry_count(), 0u);
-    EXPECT_EQ(host_registry_record(0), nullptr);
+    EXPECT_EQ(host_registry_record(1), nullptr);
     EXPECT_STREQ(records[1].name, "b");
-    EXPECT_EQ(records[1].moduleID, 1u);
+    EXPECT_EQ(records[1].moduleID, 2u);
     EXPECT_EQ(KEL_module_register("c", &records[2]), KEL_OK);
-    EXPECT_EQ(records[2].moduleID, 0u);
+    EXPECT_EQ(records[2].moduleID, 1u);
 }
 
 TEST_F(Registry, WritesNameAndIdentifierAlone)
@@ -865,7 +894,7 @@ TEST_F(Registry, WritesNameAndIdentifierAlone)
     memset((void *)&records[0], 0x5a, sizeof(records[0]));
     kel_module_t expected = records[0];
     strcpy(expected.name, "module");
-    expected.moduleID = 0;
+    expected.moduleID = 1;
     Watch watch;
 
     EXPECT_EQ(KEL_module_register("module", &records[0]), KEL_OK);
@@ -876,7 +905,7 @@ TEST_F(Registry, WritesNameAndIdentifierAlone)
 
 TEST_F(Registry, GivesEveryThreadAnIdentifierOfItsOwn)
 {
-    constexpr int threads = 4, each = 256 / threads;
+    constexpr int threads = 3, each = 255 / threads;
     for (int round = 0; round < 50; round++) {
         host_registry_clear();
         std::atomic<int> waiting{threads};
@@ -894,8 +923,8 @@ TEST_F(Registry, GivesEveryThreadAnIdentifierOfItsOwn)
             thread.join();
         }
 
-        ASSERT_EQ(host_registry_count(), 256u);
-        for (int i = 0; i < 256; i++) {
+        ASSERT_EQ(host_registry_count(), 255u);
+        for (int i = 0; i < 255; i++) {
             ASSERT_EQ(host_registry_record(records[i].moduleID), &records[i]);
         }
     }
@@ -906,13 +935,13 @@ TEST_F(Registry, TakesTheSocketModule)
     ASSERT_EQ(KEL_module_register("other", &records[0]), KEL_OK);
     kel_module_t expected = {};
     strcpy(expected.name, "KEL_socket");
-    expected.moduleID = 1;
+    expected.moduleID = 2;
 
     testing::internal::CaptureStdout();
     EXPECT_EQ(socket_module_init(), KEL_OK);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 
-    EXPECT_EQ(host_registry_record(1), &g_module_socket);
+    EXPECT_EQ(host_registry_record(2), &g_module_socket);
     EXPECT_EQ(memcmp((void *)&g_module_socket, (void *)&expected, sizeof(expected)), 0);
 }
 
@@ -946,14 +975,6 @@ TEST(AssertionHandler, IsSilentAboutOneThatHolds)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(host_assertions(), before);
     EXPECT_EQ(watched.size(), 3u);
-}
-
-/* ---- The print filter's record ---------------------------------------------------------------------------------- */
-
-TEST(PrintFilterRecord, CarriesAnIdentifierAndANameOfItsOwn)
-{
-    EXPECT_EQ(module_print_filter.moduleID, 0u);
-    EXPECT_STREQ(module_print_filter.name, "KEL_print_filter");
 }
 
 } // namespace
