@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """What others build against: the headers, the libraries' symbols, and C programs made with gcc alone.
 
-Run by CTest with SOURCE and BUILD in the environment.
+Run by CTest with SOURCE, BUILD and the compilers, CC and CXX, in the environment.
 """
 
 import os
@@ -23,7 +23,7 @@ HOST = os.path.join(BUILD, "host/libkel_host.a")
 CALLS = ["-lsctp", "-ltcmalloc_minimal"]  # what comes with the static library
 EITHER = [[SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]]
 PUBLIC = sorted(h for h in os.listdir(os.path.join(SOURCE, "platform/include")) if h.endswith(".h"))
-COMPILERS = [["gcc-12", "-std=c11"], ["clang-19", "-std=c11"], ["g++-12", "-std=c++17"], ["clang++-19", "-std=c++17"]]
+COMPILERS = [[os.environ["CC"], "-std=c11"], [os.environ["CXX"], "-std=c++17"]]
 
 # Everything that the module calls, by its plain name: a program that defines one of them stands in for it.
 CALLED = set("""
@@ -72,6 +72,14 @@ class Case(unittest.TestCase):
         self.assertEqual(done.returncode, 0, " ".join(command) + "\n" + done.stdout)
         return done
 
+    def build(self, name, port, *libraries):
+        """An example, with another port, built with gcc alone."""
+        with open(os.path.join(SOURCE, f"examples/{name}.c"), encoding="ascii") as file:
+            source = self.write(name + ".c", file.read().replace("9000", f"(SHORT){port}"))
+        self.compile("gcc-12", "-std=c11", "-Wall", "-Wextra", "-Werror", *INCLUDE, source, *libraries, "-o",
+                     self.path(name))
+        return self.path(name)
+
 
 class Headers(Case):
     def test_each_compiles_alone_without_a_warning(self):
@@ -102,10 +110,7 @@ class Headers(Case):
                 self.assertEqual(run(self.path("program")).returncode, 0)
 
     def test_every_value_size_and_offset(self):
-        for compiler in COMPILERS[:2]:
-            with self.subTest(compiler=compiler[0]):
-                self.compile(*compiler, "-Wall", "-Wextra", "-Werror", *INCLUDE, "-fsyntax-only",
-                             "tests/abi/contract.c")
+        self.compile(*COMPILERS[0], "-Wall", "-Wextra", "-Werror", *INCLUDE, "-fsyntax-only", "tests/abi/contract.c")
 
     def test_uses_of_the_report_macros_cause_no_warning(self):
         for compiler in COMPILERS:
@@ -174,12 +179,10 @@ class Headers(Case):
 
 class Module(Case):
     def test_compiles_by_itself_and_calls_plain_names(self):
-        for compiler in ("g++-12", "clang++-19"):
-            for level in ("-O0", "-O2", "-O3"):
-                with self.subTest(compiler=compiler, level=level):
-                    self.compile(compiler, "-std=c++17", level, *INCLUDE, *PRIVATE, "-c", MODULE, "-o",
-                                 self.path("module.o"))
-                    self.assertEqual(symbols(self.path("module.o"), "-u") - COMPILERS_OWN, CALLED)
+        for level in ("-O0", "-O2", "-O3"):
+            with self.subTest(level=level):
+                self.compile(*COMPILERS[1], level, *INCLUDE, *PRIVATE, "-c", MODULE, "-o", self.path("module.o"))
+                self.assertEqual(symbols(self.path("module.o"), "-u") - COMPILERS_OWN, CALLED)
 
     def test_is_delivered_calling_plain_names(self):
         self.assertEqual(symbols(STATIC, "-u") - COMPILERS_OWN, CALLED)
@@ -226,13 +229,6 @@ class Module(Case):
 class CPrograms(Case):
     """Built with gcc alone, against the shared and the static library."""
 
-    def build(self, name, port, *libraries):
-        with open(os.path.join(SOURCE, f"examples/{name}.c"), encoding="ascii") as file:
-            source = self.write(name + ".c", file.read().replace("9000", f"(SHORT){port}"))
-        self.compile("gcc-12", "-std=c11", "-Wall", "-Wextra", "-Werror", *INCLUDE, source, *libraries, "-o",
-                     self.path(name))
-        return self.path(name)
-
     def test_server_and_client_of_the_readme_talk(self):
         for libraries in EITHER:
             with self.subTest(library=libraries[0]):
@@ -267,16 +263,6 @@ class CPrograms(Case):
                 ran = run(self.path("sctp"), env={**os.environ, "KEL_HOST_LOG": self.path("log")})
                 self.assertEqual(ran.returncode, 0)
                 self.assertIn("s_addrs is null", ran.stdout)
-
-    def test_multihomed_server_and_client_talk(self):
-        for libraries in EITHER:
-            with self.subTest(library=libraries[0]):
-                server, client = (self.build(name, 9000, *libraries)
-                                  for name in ("multihomed_server", "multihomed_client"))
-                said = run(os.path.join(SOURCE, "tests/live/guest"), "--timeout", "60", "--", "sh", "-c",
-                           f"{server} & until grep -qs ' 9000 ' /proc/net/sctp/eps; do :; done; {client} && wait $!")
-                self.assertEqual((said.returncode, said.stdout),
-                                 (0, "ipv4 127.0.0.1:9000\nipv4 127.0.0.2:9000\nhello on stream 1\n"))
 
     def test_log_names_the_source_as_the_repository_does(self):
         client = self.build("echo_client", self.free_port(), STATIC, HOST, *CALLS)

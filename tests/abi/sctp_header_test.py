@@ -11,13 +11,15 @@ import re
 import subprocess
 import unittest
 
-from abi_test import CALLED, COMPILERS, INCLUDE, PRIVATE, SOURCE, Case, run
+from abi_test import CALLED, INCLUDE, PRIVATE, SOURCE, Case, run
+
+COMPILERS = [["gcc-12", "-std=c11"], ["clang-19", "-std=c11"], ["g++-12", "-std=c++17"], ["clang++-19", "-std=c++17"]]
+C_COMPILERS = COMPILERS[:2]
 
 OWN = os.path.join(SOURCE, "platform/include/kel_sctp.h")
 KERNEL = "/usr/include/linux/sctp.h"
 LIBRARY = "/usr/include/netinet/sctp.h"
 INCLUSION = {OWN: '"kel_sctp.h"', KERNEL: "<linux/sctp.h>", LIBRARY: "<netinet/sctp.h>"}
-C_COMPILERS = COMPILERS[:2]
 
 # The system's two are read after these, as a program would, and take nothing else for granted.
 BEFORE = "".join(f"#include <{name}>\n" for name in ("stddef.h", "stdint.h", "stdio.h", "sys/socket.h", "netinet/in.h"))
