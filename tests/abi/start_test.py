@@ -6,7 +6,6 @@ BUILD in the environment.
 """
 
 import re
-import shutil
 import unittest
 
 from abi_test import CALLS, HOST, INCLUDE, STATIC, Case, declared_functions, run, symbols
@@ -45,9 +44,8 @@ class NeededLibraries(Case):
     def test_without_sctp_is_the_c_library(self):
         self.check("bfd")
 
-    @unittest.skipUnless(shutil.which("ld.lld"), "lld is not installed")
     def test_without_sctp_is_the_c_library_with_another_linker(self):
-        self.check("lld")
+        self.check("gold")
 
     def test_with_sctp_are_libsctp_and_tcmalloc_as_well(self):
         for suffix in LANGUAGES:
