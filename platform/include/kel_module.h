@@ -14,6 +14,7 @@ extern "C" {
 /* One comparison serves both ends: a negative identifier becomes a huge unsigned one. */
 #define MODULE_ID_IS_ILLEGAL(id) ((ULONG)(LONG)(id) >= MODULE_ID_MAX)
 
+/* Kinds of module. */
 typedef enum module_type_e {
     KEL_MOD_T_NORMAL = 0,
     KEL_MOD_T_HOST = 1,
@@ -26,22 +27,23 @@ typedef enum module_type_e {
 typedef LONG (*KEL_msg_code_handler_ptr)(ULONG *msg);
 typedef KEL_msg_code_handler_ptr KEL_user_task_entry;
 
+/* A module's record. The registry fills it; the socket module neither reads nor writes its own. */
 typedef struct kel_module_s {
     module_type_t modType;
-    LONG commType;
-    ULONG moduleID; /* assigned by the registry */
-    CHAR name[MODULE_NAME_LEN];
-    ULONG queueID;
-    LONG paraCount;
-    VOID *pPara;
-    LONG paraLock;
-    KEL_user_task_entry userTaskEntry;
-    VOID *pHostTask;
+    LONG commType;                     /* communication type*/
+    ULONG moduleID;                    /* 0 to 255, assigned by the registry */
+    CHAR name[MODULE_NAME_LEN];        /* as it was registered, with its NUL */
+    ULONG queueID;                     /* the module's message queue */
+    LONG paraCount;                    /* number of parameters at pPara */
+    VOID *pPara;                       /* parameters; whoever sets it owns them */
+    LONG paraLock;                     /* lock that guards them */
+    KEL_user_task_entry userTaskEntry; /* handler of the module's messages */
+    VOID *pHostTask;                   /* task in which the module runs */
 } kel_module_t;
 
 /**
- * Record of the platform's print filter. Supplied by the platform; its moduleID tags every log record of the
- * diagnostic macros in kel_lib.h, whichever module uses them.
+ * Record of the platform's print filter. Supplied by the platform; its moduleID tags every log record of the report
+ * macros in kel_lib.h, whichever module uses them. KEL_log() alone takes an identifier from its caller.
  */
 extern kel_module_t module_print_filter;
 
@@ -49,7 +51,8 @@ extern kel_module_t module_print_filter;
  * Registers a module with the platform. Supplied by the platform.
  *
  * @param name   the module's name, at most 47 characters; borrowed for the call
- * @param record the module's record with static storage; the registry fills it and keeps its address
+ * @param record the module's record with static storage; the registry fills it, its moduleID above all, and keeps its
+ * address
  * @return KEL_OK, or non-zero when the module could not be registered
  */
 LONG KEL_module_register(const char *name, kel_module_t *record);

@@ -6,6 +6,10 @@
  * error, in either order. An application that wants the system's includes that and kel_socket.h, and not this one; of
  * its longer event record the module hands over the first ten flags. The protocol's number, IPPROTO_SCTP, is that of
  * <netinet/in.h>.
+ *
+ * Numbers are in host byte order, but for those that are marked "network byte order" or "as on the wire", and for the
+ * ports and addresses in a struct sockaddr_storage, which holds a struct sockaddr_in or sockaddr_in6. Times are
+ * milliseconds, sizes and windows bytes, unless marked otherwise.
  */
 #if !defined(KEL_SCTP_H) && (defined(_SCTP_H) || defined(__linux_sctp_h__))
 #error "kel_sctp.h takes the place of the system's SCTP header: include one of them, not both"
@@ -103,42 +107,45 @@ enum sctp_sinfo_flags {
 
 /* ---- Records of the module's functions ------------------------------------------------------------------------- */
 
-/* SCTP_INITMSG: how an association is set up; 0 leaves the kernel's own value. */
+/* SCTP_INITMSG: how an association is set up; 0 leaves the kernel's own value, in each field. */
 struct sctp_initmsg {
-    uint16_t sinit_num_ostreams;
-    uint16_t sinit_max_instreams;
-    uint16_t sinit_max_attempts;
-    uint16_t sinit_max_init_timeo; /* milliseconds */
+    uint16_t sinit_num_ostreams;   /* streams to send on; the peer may allow fewer */
+    uint16_t sinit_max_instreams;  /* streams that the peer may send on */
+    uint16_t sinit_max_attempts;   /* times that the first packet is sent again */
+    uint16_t sinit_max_init_timeo; /* longest wait between two of them, milliseconds */
 };
 
 /* SCTP_EVENTS: which notifications arrive; each flag 0 or 1. The module hands over exactly these ten. */
 struct sctp_event_subscribe {
-    uint8_t sctp_data_io_event; /* fill struct sctp_sndrcvinfo with every message */
-    uint8_t sctp_association_event;
-    uint8_t sctp_address_event;
-    uint8_t sctp_send_failure_event;
-    uint8_t sctp_peer_error_event;
-    uint8_t sctp_shutdown_event;
-    uint8_t sctp_partial_delivery_event;
-    uint8_t sctp_adaptation_layer_event;
-    uint8_t sctp_authentication_event;
-    uint8_t sctp_sender_dry_event;
+    uint8_t sctp_data_io_event;          /* fill struct sctp_sndrcvinfo with every message */
+    uint8_t sctp_association_event;      /* SCTP_ASSOC_CHANGE */
+    uint8_t sctp_address_event;          /* SCTP_PEER_ADDR_CHANGE */
+    uint8_t sctp_send_failure_event;     /* SCTP_SEND_FAILED */
+    uint8_t sctp_peer_error_event;       /* SCTP_REMOTE_ERROR */
+    uint8_t sctp_shutdown_event;         /* SCTP_SHUTDOWN_EVENT */
+    uint8_t sctp_partial_delivery_event; /* SCTP_PARTIAL_DELIVERY_EVENT */
+    uint8_t sctp_adaptation_layer_event; /* SCTP_ADAPTATION_INDICATION */
+    uint8_t sctp_authentication_event;   /* SCTP_AUTHENTICATION_EVENT */
+    uint8_t sctp_sender_dry_event;       /* SCTP_SENDER_DRY_EVENT */
 };
 
 /* What goes with a message. */
 struct sctp_sndrcvinfo {
-    uint16_t sinfo_stream;
-    uint16_t sinfo_ssn;
-    uint16_t sinfo_flags;
-    uint32_t sinfo_ppid; /* as on the wire: no byte order is changed */
-    uint32_t sinfo_context;
-    uint32_t sinfo_timetolive; /* milliseconds, 0 for ever */
-    uint32_t sinfo_tsn;
-    uint32_t sinfo_cumtsn;
+    uint16_t sinfo_stream;     /* from 0 */
+    uint16_t sinfo_ssn;        /* received: number of the message in its stream */
+    uint16_t sinfo_flags;      /* enum sctp_sinfo_flags */
+    uint32_t sinfo_ppid;       /* as on the wire: no byte order is changed */
+    uint32_t sinfo_context;    /* sent: comes back when sending fails */
+    uint32_t sinfo_timetolive; /* sent: milliseconds until the message is given up, 0 for never */
+    uint32_t sinfo_tsn;        /* received: number of its chunk in the association */
+    uint32_t sinfo_cumtsn;     /* received, of an unordered message: the number up to which none is missing */
     sctp_assoc_t sinfo_assoc_id;
 };
 
-/* ---- Notifications: what kel_sctp_recvmsg() delivers with MSG_NOTIFICATION ------------------------------------- */
+/* ---- Notifications: what kel_sctp_recvmsg() delivers with MSG_NOTIFICATION -------------------------------------
+ *
+ * Every record begins with its type (enum sctp_sn_type), flags, and its length in bytes, with what follows the record.
+ */
 
 enum sctp_sn_type {
     SCTP_SN_TYPE_BASE = 1 << 15,
@@ -171,12 +178,12 @@ struct sctp_assoc_change {
     uint16_t sac_type;
     uint16_t sac_flags;
     uint32_t sac_length;
-    uint16_t sac_state; /* enum sctp_sac_state */
-    uint16_t sac_error;
-    uint16_t sac_outbound_streams;
+    uint16_t sac_state;            /* enum sctp_sac_state */
+    uint16_t sac_error;            /* cause that the peer gave, network byte order */
+    uint16_t sac_outbound_streams; /* both numbers only with SCTP_COMM_UP and SCTP_RESTART */
     uint16_t sac_inbound_streams;
     sctp_assoc_t sac_assoc_id;
-    __extension__ uint8_t sac_info[];
+    __extension__ uint8_t sac_info[]; /* causes in the peer's ABORT, as on the wire */
 };
 
 enum sctp_sac_state { SCTP_COMM_UP, SCTP_COMM_LOST, SCTP_RESTART, SCTP_SHUTDOWN_COMP, SCTP_CANT_STR_ASSOC };
@@ -188,7 +195,7 @@ struct sctp_paddr_change {
     uint32_t spc_length;
     struct sockaddr_storage spc_aaddr;
     int spc_state; /* enum sctp_spc_state */
-    int spc_error;
+    int spc_error; /* enum sctp_sn_error */
     sctp_assoc_t spc_assoc_id;
 } __attribute__((packed, aligned(4)));
 
@@ -207,9 +214,9 @@ struct sctp_remote_error {
     uint16_t sre_type;
     uint16_t sre_flags;
     uint32_t sre_length;
-    uint16_t sre_error; /* network byte order */
+    uint16_t sre_error; /* cause, network byte order */
     sctp_assoc_t sre_assoc_id;
-    __extension__ uint8_t sre_data[];
+    __extension__ uint8_t sre_data[]; /* the cause's parameters as on the wire */
 };
 
 /* SCTP_SEND_FAILED (sctp_send_failure_event) */
@@ -217,10 +224,10 @@ struct sctp_send_failed {
     uint16_t ssf_type;
     uint16_t ssf_flags; /* enum sctp_ssf_flags */
     uint32_t ssf_length;
-    uint32_t ssf_error;
-    struct sctp_sndrcvinfo ssf_info;
+    uint32_t ssf_error;              /* cause, network byte order in its lower 16 bits */
+    struct sctp_sndrcvinfo ssf_info; /* as it was sent */
     sctp_assoc_t ssf_assoc_id;
-    __extension__ uint8_t ssf_data[];
+    __extension__ uint8_t ssf_data[]; /* the message */
 };
 
 enum sctp_ssf_flags { SCTP_DATA_UNSENT, SCTP_DATA_SENT };
@@ -238,7 +245,7 @@ struct sctp_pdapi_event {
     uint16_t pdapi_type;
     uint16_t pdapi_flags;
     uint32_t pdapi_length;
-    uint32_t pdapi_indication;
+    uint32_t pdapi_indication; /* SCTP_PARTIAL_DELIVERY_ABORTED */
     sctp_assoc_t pdapi_assoc_id;
     uint32_t pdapi_stream;
     uint32_t pdapi_seq;
@@ -251,7 +258,7 @@ struct sctp_adaptation_event {
     uint16_t sai_type;
     uint16_t sai_flags;
     uint32_t sai_length;
-    uint32_t sai_adaptation_ind;
+    uint32_t sai_adaptation_ind; /* the number that the peer set */
     sctp_assoc_t sai_assoc_id;
 };
 
@@ -262,7 +269,7 @@ struct sctp_authkey_event {
     uint32_t auth_length;
     uint16_t auth_keynumber;
     uint16_t auth_altkeynumber;
-    uint32_t auth_indication;
+    uint32_t auth_indication; /* SCTP_AUTH_NEW_KEY ... */
     sctp_assoc_t auth_assoc_id;
 };
 
@@ -305,8 +312,9 @@ typedef enum sctp_sn_error {
     SCTP_PEER_FAULTY
 } sctp_sn_error_t;
 
-/* ---- Records of the options; times are milliseconds ------------------------------------------------------------ */
+/* ---- Records of the options ------------------------------------------------------------------------------------ */
 
+/* Times before something is sent again: the first one, and their bounds. */
 struct sctp_rtoinfo {
     sctp_assoc_t srto_assoc_id;
     uint32_t srto_initial;
@@ -316,11 +324,11 @@ struct sctp_rtoinfo {
 
 struct sctp_assocparams {
     sctp_assoc_t sasoc_assoc_id;
-    uint16_t sasoc_asocmaxrxt;
-    uint16_t sasoc_number_peer_destinations;
-    uint32_t sasoc_peer_rwnd;
-    uint32_t sasoc_local_rwnd;
-    uint32_t sasoc_cookie_life;
+    uint16_t sasoc_asocmaxrxt;               /* failures in a row that end the association */
+    uint16_t sasoc_number_peer_destinations; /* read only, as are the two windows */
+    uint32_t sasoc_peer_rwnd;                /* what the peer can take */
+    uint32_t sasoc_local_rwnd;               /* what this end can take */
+    uint32_t sasoc_cookie_life;              /* milliseconds */
 };
 
 struct sctp_setpeerprim {
@@ -334,7 +342,7 @@ struct sctp_prim {
 } __attribute__((packed, aligned(4)));
 
 struct sctp_setadaptation {
-    uint32_t ssb_adaptation_ind;
+    uint32_t ssb_adaptation_ind; /* any number; the peer gets it in SCTP_ADAPTATION_INDICATION */
 };
 
 enum sctp_spp_flags {
@@ -355,35 +363,35 @@ enum sctp_spp_flags {
 
 struct sctp_paddrparams {
     sctp_assoc_t spp_assoc_id;
-    struct sockaddr_storage spp_address;
-    uint32_t spp_hbinterval;
-    uint16_t spp_pathmaxrxt;
-    uint32_t spp_pathmtu;
-    uint32_t spp_sackdelay;
-    uint32_t spp_flags; /* enum sctp_spp_flags */
-    uint32_t spp_ipv6_flowlabel;
-    uint8_t spp_dscp;
+    struct sockaddr_storage spp_address; /* the path; all zero for every path */
+    uint32_t spp_hbinterval;             /* milliseconds between heartbeats */
+    uint16_t spp_pathmaxrxt;             /* failures in a row that make the path inactive */
+    uint32_t spp_pathmtu;                /* bytes */
+    uint32_t spp_sackdelay;              /* milliseconds */
+    uint32_t spp_flags;                  /* enum sctp_spp_flags */
+    uint32_t spp_ipv6_flowlabel;         /* the lower 20 bits */
+    uint8_t spp_dscp;                    /* the upper 6 bits */
 } __attribute__((packed, aligned(4)));
 
 struct sctp_sack_info {
     sctp_assoc_t sack_assoc_id;
-    uint32_t sack_delay;
-    uint32_t sack_freq;
+    uint32_t sack_delay; /* milliseconds */
+    uint32_t sack_freq;  /* packets that one acknowledgement answers */
 };
 
 struct sctp_assoc_value {
     sctp_assoc_t assoc_id;
-    uint32_t assoc_value;
+    uint32_t assoc_value; /* unit as the option says: bytes (SCTP_MAXSEG), packets (SCTP_MAX_BURST) */
 };
 
 struct sctp_authchunk {
-    uint8_t sauth_chunk;
+    uint8_t sauth_chunk; /* type of chunk */
 };
 
 struct sctp_authkey {
     sctp_assoc_t sca_assoc_id;
     uint16_t sca_keynumber;
-    uint16_t sca_keylength;
+    uint16_t sca_keylength; /* bytes at sca_key */
     __extension__ uint8_t sca_key[];
 };
 
@@ -394,7 +402,7 @@ struct sctp_authkeyid {
 
 struct sctp_hmacalgo {
     uint32_t shmac_num_idents;
-    __extension__ uint16_t shmac_idents[];
+    __extension__ uint16_t shmac_idents[]; /* 1 is SHA-1, 3 is SHA-256 */
 };
 
 struct sctp_authchunks {
@@ -410,33 +418,33 @@ struct sctp_assoc_ids {
 
 struct sctp_paddrthlds {
     sctp_assoc_t spt_assoc_id;
-    struct sockaddr_storage spt_address;
-    uint16_t spt_pathmaxrxt;
-    uint16_t spt_pathpfthld;
+    struct sockaddr_storage spt_address; /* the path; all zero for every path */
+    uint16_t spt_pathmaxrxt;             /* failures in a row that make the path inactive */
+    uint16_t spt_pathpfthld;             /* failures in a row that make it potentially failed */
 };
 
 struct sctp_sndinfo {
-    uint16_t snd_sid;
-    uint16_t snd_flags; /* enum sctp_sinfo_flags */
-    uint32_t snd_ppid;  /* as on the wire */
-    uint32_t snd_context;
+    uint16_t snd_sid;     /* stream */
+    uint16_t snd_flags;   /* enum sctp_sinfo_flags */
+    uint32_t snd_ppid;    /* as on the wire */
+    uint32_t snd_context; /* comes back when sending fails */
     sctp_assoc_t snd_assoc_id;
 };
 
 struct sctp_event {
     sctp_assoc_t se_assoc_id;
     uint16_t se_type; /* enum sctp_sn_type */
-    uint8_t se_on;
+    uint8_t se_on;    /* 0 or 1 */
 };
 
 struct sctp_paddrinfo {
     sctp_assoc_t spinfo_assoc_id;
     struct sockaddr_storage spinfo_address;
     int32_t spinfo_state; /* enum sctp_spinfo_state */
-    uint32_t spinfo_cwnd;
+    uint32_t spinfo_cwnd; /* bytes */
     uint32_t spinfo_srtt; /* in ticks of the kernel */
-    uint32_t spinfo_rto;
-    uint32_t spinfo_mtu;
+    uint32_t spinfo_rto;  /* milliseconds */
+    uint32_t spinfo_mtu;  /* bytes */
 } __attribute__((packed, aligned(4)));
 
 enum sctp_spinfo_state {
@@ -450,13 +458,13 @@ enum sctp_spinfo_state {
 
 struct sctp_status {
     sctp_assoc_t sstat_assoc_id;
-    int32_t sstat_state; /* enum sctp_sstat_state */
-    uint32_t sstat_rwnd;
-    uint16_t sstat_unackdata;
-    uint16_t sstat_penddata;
+    int32_t sstat_state;      /* enum sctp_sstat_state */
+    uint32_t sstat_rwnd;      /* bytes that the peer can take */
+    uint16_t sstat_unackdata; /* chunks */
+    uint16_t sstat_penddata;  /* chunks that wait to be read */
     uint16_t sstat_instrms;
     uint16_t sstat_outstrms;
-    uint32_t sstat_fragmentation_point;
+    uint32_t sstat_fragmentation_point; /* bytes of the largest message that goes out in one chunk */
     struct sctp_paddrinfo sstat_primary;
 };
 

@@ -5,14 +5,26 @@
  * What every function has in common:
  *
  *   - Descriptors, flags, backlogs, option levels and option names travel as LONG and reach the system cut to int.
- *     sockfd is an open descriptor, of this module or of the system. Ports are in host byte order, 0 to 65535, in the
- *     16 bits of a SHORT: port 40000 is (SHORT)40000.
- *   - Where a null pointer is refused, it is reported first ("addr is null\r\n", error level) and KEL_ERROR returned.
+ *     sockfd is an open descriptor, of this module or of the system. No descriptor that the module returns is
+ *     close-on-exec: programs that the process starts inherit it, unless fcntl(2) sets FD_CLOEXEC.
+ *   - Ports are in host byte order, 0 to 65535, in the 16 bits of a SHORT: port 40000 is (SHORT)40000. In records,
+ *     ports and addresses are in network byte order.
+ *   - Address texts are numeric: names of hosts are refused. So are zones ("fe80::1%eth0"), and a link-local address
+ *     gets no scope: bind(2) and connect(2) refuse it (EINVAL), sendto(2) picks an interface. Set sin6_scope_id in a
+ *     record to name one.
+ *   - A null pointer that is refused is reported ("addr is null\r\n", error level), and KEL_ERROR returned. Functions
+ *     that hand a pointer on leave it to the next one to refuse it: an endpoint has created its socket by then, and
+ *     closes it.
  *   - A failure is KEL_ERROR. errno is what the failed call left: the module never sets, saves or restores it, so a
- *     report, or a close after it, may have changed it where one is named.
+ *     report, or a close after it, may have changed it where one is named. A null pointer or a text that is no address
+ *     fails without a call, and errno stays as it was: an endpoint's report then ends in a text that has nothing to do
+ *     with it, as in "connet tcp socket: Success".
  *   - "Reported" names the texts of an error report: on the console behind function and line and, null pointers apart,
  *     in front of the text of errno; in the system log alone. The print filter may suppress a report; the result stays
  *     the same.
+ *   - A success may leave a record unwritten, in part or wholly: clear it first. Of a local peer that is bound to no
+ *     path, kel_accept(), kel_getpeername() and kel_getsockname() write the family alone, and kel_recvfrom() nothing.
+ *     On a TCP or local stream socket, kel_recvfrom() never writes the record.
  *   - A call blocks as the system's does.
  *   - Records and buffers belong to the caller, and no pointer is kept. Any function may run on several threads.
  */
@@ -94,7 +106,7 @@ LONG kel_sizeof_socket(const kel_sockaddr_t *addr);
  * once, where it enters the program; kel_inet_pton() refuses what is no address, too, for some 340 instructions.
  *
  * @param str text, or NULL
- * @return KEL_TRUE or KEL_FALSE; leading zeros pass ("192.168.001.010"), blanks do not
+ * @return KEL_TRUE or, for NULL too, KEL_FALSE; leading zeros pass ("192.168.001.010"), blanks do not
  */
 BOOL kel_is_ipv4_addr(CHAR *str);
 
@@ -105,7 +117,8 @@ BOOL kel_is_ipv4_addr(CHAR *str);
  * once, where it enters the program; kel_inet_pton() refuses what is no address, too, for some 710 instructions.
  *
  * @param str text, or NULL
- * @return KEL_TRUE or KEL_FALSE; "::" alone, leading zeros in a dotted tail, zones ("%eth0") and brackets do not pass
+ * @return KEL_TRUE or, for NULL too, KEL_FALSE; "::" alone, leading zeros in a dotted tail, zones ("%eth0") and
+ *         brackets do not pass
  */
 BOOL kel_is_ipv6_addr(char *str);
 
@@ -133,7 +146,8 @@ LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst);
 const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen_t size);
 
 /**
- * Describes a record in one line: "ipv4 10.1.2.3:5000", "ipv6 ::1:80", "file /run/app", "ifindex 2,protocol 0x3".
+ * Describes a record in one line: "ipv4 10.1.2.3:5000", "ipv6 ::1:80", "file /run/app", "ifindex 2,protocol 0x3". An
+ * abstract local name, which begins with a NUL, is shown as "file ".
  *
  * @param addr record of any family; must not be null
  * @param str  receives the line, at most 99 characters of it, and NULs up to size; must not be null
@@ -147,7 +161,9 @@ CHAR *kel_addr_showstr(kel_sockaddr_t *addr, CHAR *str, LONG size);
 /**
  * Tells whether two records name the same endpoint.
  *
- * Compared are port and address (IPv4, IPv6), path (local) or protocol and interface (packet), and nothing else.
+ * Compared are port and address (IPv4, IPv6), path (local) or protocol and interface (packet), and nothing else: not
+ * the scope of an IPv6 address, nor what stands behind the first NUL of a path. Abstract local names begin with one, so
+ * any two of them are the same here.
  *
  * @param addr1   record; a local path must end in a NUL
  * @param addr2   record; likewise
@@ -169,10 +185,12 @@ LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPor
  * @param family   its family; for a family that is none of the four the record stays zero and the result is KEL_OK, and
  *                 the system call that gets the record refuses it
  * @param port     KEL_AF_INET, KEL_AF_INET6: host byte order
- * @param addrStr  KEL_AF_INET, KEL_AF_INET6: numeric address, required. KEL_AF_UNIX: path, required; 107 characters
- *                 fit with their NUL, a longer one is cut to 108 without one
+ * @param addrStr  KEL_AF_INET, KEL_AF_INET6: numeric address, required; the wildcards are "0.0.0.0" and "::".
+ *                 KEL_AF_UNIX: path, required; 107 characters fit with their NUL, a longer one is cut to 108 without
+ *                 one. An empty path is an abstract name of 107 NULs
  * @param protocol KEL_AF_PACKET: link-layer protocol in host byte order (3 is every protocol)
- * @param ifName   KEL_AF_PACKET: interface name, cut to 16 characters
+ * @param ifName   KEL_AF_PACKET: interface name, required; its first 15 characters count, so a longer name finds the
+ *                 interface that is called by its beginning
  * @return KEL_OK, or KEL_ERROR: a required text is null, the address is none (the assertion handler is called, nothing
  *         else is reported), or the interface is unknown (not reported, socket closed)
  *
@@ -184,8 +202,8 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
 /**
  * Reads the hardware address of a network interface, through a packet socket of its own.
  *
- * @param ifName interface name, cut to 15 characters
- * @param addr   receives 6 bytes
+ * @param ifName interface name; its first 15 characters count
+ * @param addr   receives 6 bytes, whatever kind of interface it is
  * @return KEL_OK or KEL_ERROR; a failure leaves addr untouched. Needs the raw-socket privilege (CAP_NET_RAW)
  *
  * Reported: "ifName is null\r\n", "addr is null\r\n",
@@ -257,8 +275,10 @@ LONG kel_bind(LONG sockfd, kel_sockaddr_t *my_addr);
 /**
  * Binds a socket to a local address given in parts, as kel_addr_fill() takes them.
  *
- * @param addrStr numeric address or path; NULL is the wildcard for KEL_AF_INET and KEL_AF_INET6
- * @return KEL_OK or KEL_ERROR. For KEL_AF_PACKET and an unknown interface sockfd has been closed
+ * @param addrStr numeric address or path; NULL is the wildcard for KEL_AF_INET and KEL_AF_INET6, refused for
+ *                KEL_AF_UNIX and not looked at for KEL_AF_PACKET
+ * @return KEL_OK or KEL_ERROR. For KEL_AF_PACKET and an unknown interface sockfd has been closed and must not be closed
+ *         again
  *
  * Reported: what kel_addr_fill() reports.
  */
@@ -276,7 +296,7 @@ LONG kel_listen(LONG sockfd, LONG maxClient);
 /**
  * Takes one connection from a listening socket; blocks as accept(2) does.
  *
- * @param addr receives the peer's address; required
+ * @param addr receives the peer's address, of an unnamed local peer the family alone; required
  * @return the connection's descriptor, which the caller closes; KEL_ERROR with errno as accept(2) sets it (not
  *         reported)
  *
@@ -288,7 +308,8 @@ LONG kel_accept(LONG sockfd, kel_sockaddr_t *addr);
  * Connects a socket to a peer.
  *
  * @param con_addr record with family, port and address filled
- * @return KEL_OK or KEL_ERROR
+ * @return KEL_OK or KEL_ERROR. On a descriptor that does not block, a connection that is under way is an error too,
+ *         reported, with EINPROGRESS in errno
  *
  * Reported: "con_addr is null\r\n", "connect :". See connect(2).
  */
@@ -309,7 +330,7 @@ LONG kel_connect_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *a
 /**
  * Tells the peer's address.
  *
- * @param addr receives it; a null one is the system's to refuse (EFAULT)
+ * @param addr receives it, of an unnamed local peer the family alone; null is refused by the system (EFAULT)
  * @return KEL_OK, or KEL_ERROR with errno as getpeername(2) sets it (not reported)
  */
 LONG kel_getpeername(LONG sockfd, kel_sockaddr_t *addr);
@@ -317,7 +338,7 @@ LONG kel_getpeername(LONG sockfd, kel_sockaddr_t *addr);
 /**
  * Tells the local address.
  *
- * @param addr receives it; a null one is the system's to refuse (EFAULT)
+ * @param addr receives it, of an unnamed local socket the family alone; null is refused by the system (EFAULT)
  * @return KEL_OK, or KEL_ERROR with errno as getsockname(2) sets it (not reported)
  */
 LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr);
@@ -347,7 +368,8 @@ LONG kel_send(LONG sockfd, const VOID *buf, size_t len, LONG flags);
  *
  * @param buf      receives at most len bytes
  * @param flags    MSG_* flags
- * @param src_addr receives the sender's address
+ * @param src_addr receives the sender's address; not written on a TCP or local stream socket, nor for a local sender
+ *                 that is not bound
  * @return bytes received, as a 32-bit count, or KEL_ERROR. See recvfrom(2).
  *
  * Reported: "buf is null\r\n", "src_addr is null\r\n".
@@ -358,8 +380,8 @@ LONG kel_recvfrom(LONG sockfd, void *buf, size_t len, LONG flags, kel_sockaddr_t
  * Sends a datagram.
  *
  * @param buf       len bytes
- * @param flags     MSG_* flags
- * @param dest_addr record with family, port and address filled
+ * @param flags     MSG_* flags; on a TCP socket, without MSG_NOSIGNAL, a peer that has gone raises SIGPIPE
+ * @param dest_addr record with family, port and address filled; a connected local stream refuses any (EISCONN)
  * @return bytes sent, as a 32-bit count, or KEL_ERROR. See sendto(2).
  *
  * Reported: "buf is null\r\n", "dest_addr is null\r\n".
@@ -374,7 +396,7 @@ LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_
  * frames, fill a record once with kel_addr_fill() and call kel_sendto(): one system call, some 40 instructions.
  *
  * @param sockfd packet socket, as kel_raw_server_socket_create() gives it
- * @param ifName interface name, at most 15 characters
+ * @param ifName interface name; more than 15 characters are refused (ENODEV)
  * @param buf    the frame with its link-layer header, len bytes
  * @param flags  MSG_* flags
  * @return bytes sent or KEL_ERROR. Needs the raw-socket privilege
@@ -387,7 +409,8 @@ LONG kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, size_t len
 /* ---- TCP and UDP endpoints ------------------------------------------------------------------------------------
  *
  * Every constructor returns a descriptor that the caller ends with kel_close(), or KEL_ERROR with nothing left open.
- * It reports the step that failed, after what the step itself reports.
+ * It reports the step that failed, after what the step itself reports. The socket comes first: a null text or one that
+ * is no address fails the second step without a call of the system, so its report ends in the errno of before.
  */
 
 /**
@@ -395,7 +418,8 @@ LONG kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, size_t len
  *
  * @param family    KEL_AF_INET or KEL_AF_INET6; an IPv6 socket takes no IPv4 traffic
  * @param addrStr   numeric address, or NULL for every local address of the family
- * @param port      host byte order; 0 lets the system choose, kel_getsockname() tells
+ * @param port      host byte order; 0 lets the system choose, kel_getsockname() tells. One on which another socket
+ *                  listens fails (EADDRINUSE)
  * @param maxClient not used: the backlog is always 5
  *
  * Reported: "create tcp socket", "bind tcp socket", "listen tcp socket".
@@ -406,7 +430,7 @@ LONG kel_tcp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHOR
  * Creates a TCP socket that is connected to a server.
  *
  * @param family  KEL_AF_INET or KEL_AF_INET6
- * @param addrStr numeric address of the server
+ * @param addrStr numeric address of the server; NULL is refused ("addrStr is null\r\n")
  * @param port    its port, host byte order
  *
  * Reported: "create tcp socket", "connet tcp socket" (spelled so).
@@ -428,7 +452,8 @@ LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr,
  *
  * @param family  KEL_AF_INET or KEL_AF_INET6
  * @param addrStr numeric address, or NULL for every local address of the family
- * @param port    host byte order; 0 lets the system choose
+ * @param port    host byte order; 0 lets the system choose. One that another socket of this module is bound to
+ *                succeeds, and the datagrams go to the newer socket from then on: SO_REUSEADDR allows it
  *
  * Reported, with the TCP texts: "create tcp socket", "bind tcp socket".
  */
@@ -438,7 +463,7 @@ LONG kel_udp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHOR
  * Creates a UDP socket, neither bound nor connected, and fills the server's record for kel_sendto().
  *
  * @param family    KEL_AF_INET or KEL_AF_INET6
- * @param s_addrStr numeric address of the server; required when s_addr is given
+ * @param s_addrStr numeric address of the server; required when s_addr is given, not looked at otherwise
  * @param s_port    its port, host byte order
  * @param s_addr    receives the server's record, or NULL
  *
@@ -456,12 +481,17 @@ LONG kel_udp_client_socket_create(kel_domain_t family, const CHAR *s_addrStr, SH
 LONG kel_udp_client_socket_create_bind(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr,
                                        kel_sockaddr_t *my_addr);
 
-/* ---- Local-domain endpoints: descriptors and failures as above ------------------------------------------------ */
+/* ---- Local-domain endpoints: descriptors and failures as above ------------------------------------------------
+ *
+ * A path has at most 107 characters. A longer one is cut to 108, and the file of the cut name is what is bound or
+ * connected to.
+ */
 
 /**
  * Creates a local datagram socket.
  *
- * @param local_path path to bind to, at most 107 characters; a file that exists there makes the bind fail
+ * @param local_path path to bind to; a file that exists there makes the bind fail, NULL is refused
+ *                   ("addrStr is null\r\n")
  * @param isbind     zero: nothing is bound and local_path not used
  *
  * Reported: "create unix socket", "bind unix socket".
@@ -471,8 +501,9 @@ LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind);
 /**
  * Creates a local stream socket that listens on a path.
  *
- * @param local_path path, at most 107 characters. Whatever file stands there is removed first; the socket's own file
- *                   stays when the descriptor is closed
+ * @param local_path path. Whatever file stands there is removed first; the socket's own file stays when the descriptor
+ *                   is closed. Of a path that is too long the whole name is removed, the cut one is not: the next start
+ *                   fails. NULL is refused ("addrStr is null\r\n"), behind the removal, which leaves EFAULT in errno
  * @param maxClient  backlog, passed on unchanged
  *
  * Reported: "create unix socket", "bind unix socket", "listen unix socket".
@@ -482,7 +513,7 @@ LONG kel_unix_tcp_server_socket_create(const CHAR *local_path, LONG maxClient);
 /**
  * Creates a local stream socket that is connected to a server.
  *
- * @param local_path the server's path
+ * @param local_path the server's path; NULL is refused ("addrStr is null\r\n")
  *
  * Reported: "socket failed", "connect failed".
  */
@@ -497,7 +528,7 @@ LONG kel_unix_tcp_client_socket_create(const CHAR *local_path);
  * of it may be waiting when the call returns.
  *
  * @param protocol link-layer protocol in host byte order (3 is every protocol)
- * @param ifName   interface name
+ * @param ifName   interface name, of which the first 15 characters count; NULL is refused ("ifName is null\r\n")
  * @return the descriptor, or KEL_ERROR. Needs the raw-socket privilege. When the interface is unknown the descriptor's
  *         number is closed twice: a thread that opens descriptors meanwhile may lose one
  *
@@ -509,9 +540,13 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
  *
  * The records and constants are in kel_sctp.h. Lists of addresses are arrays of records, or of numeric texts, of one
  * family: that of the first record decides how all of them are read, and a mixed list is not noticed. Counts are not
- * checked: a negative one finds no memory and fails; of records there may be 0, of texts at least 1. Temporary lists
- * come from tc_malloc() and are gone when a call returns. A kernel without SCTP refuses to create the sockets
- * (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many).
+ * checked: a negative one finds no memory and fails; of records there may be 0, of texts at least 1. A text of a list
+ * that is NULL is refused ("addrStr is null\r\n"). Temporary lists come from tc_malloc() and are gone when a call
+ * returns.
+ *
+ * A kernel without SCTP refuses to create the sockets (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many). The
+ * one-to-many server goes on without one, so its reports are "sctp bindx : Bad file descriptor" and
+ * "bind sctp socket: Bad file descriptor".
  */
 
 typedef int sctp_assoc_t; /* association identifier, 32 bits; one-to-one sockets have one, and ignore it */
@@ -590,7 +625,7 @@ LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **
  *              fails with EMSGSIZE
  * @param sinfo stream, identifiers and association, which a one-to-many socket needs; passed on unchecked
  * @param flags as for send(2); without MSG_NOSIGNAL, sending where there is no association ends the process (SIGPIPE)
- * @return bytes sent or KEL_ERROR; errno as sendmsg(2) left it
+ * @return bytes sent, 0 with SCTP_ABORT, or KEL_ERROR; errno as sendmsg(2) left it
  *
  * Reported: "msg is null\r\n", "sctp send ". See sctp_send(3).
  */
@@ -601,11 +636,11 @@ LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_s
  *
  * @param msg        message; passed on unchecked
  * @param len        its bytes; more than the send buffer (SO_SNDBUF) holds is EMSGSIZE, none is EINVAL but with
- * SCTP_EOF
+ *                   SCTP_EOF
  * @param to         a peer's record of KEL_AF_INET or KEL_AF_INET6, with its port; must not be null
  * @param ppid       payload protocol identifier as it appears on the wire: no byte order is changed, use htonl(3)
  * @param flags      of enum sctp_sinfo_flags; 32 bits of it
- * @param stream_no  stream, 0 to 65535: cut to 16 bits
+ * @param stream_no  stream, 0 to 65535: cut to 16 bits; one that the association does not have is EINVAL
  * @param timetolive milliseconds until the message is given up, 0 for never; 32 bits of it
  * @param context    handed back when sending fails (SCTP_SEND_FAILED); 32 bits of it
  * @return bytes sent or KEL_ERROR; errno as sendmsg(2) left it
@@ -659,8 +694,8 @@ LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id);
 LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, socklen_t *size);
 
 /**
- * Make an SCTP server: bound to all local addresses, listening, its options set. From a one-to-one server, kel_accept()
- * takes each association as a descriptor; a one-to-many server carries all its associations itself.
+ * Make an SCTP server: bound to each address of its list, listening, its options set. From a one-to-one server,
+ * kel_accept() takes each association as a descriptor; a one-to-many server carries all its associations itself.
  *
  * @param family    KEL_AF_INET or KEL_AF_INET6
  * @param addrs     local records, with their ports. Null is the wildcard at port for a one-to-one server, whatever

@@ -8,7 +8,7 @@ typedef void VOID;
 typedef int BOOL;
 typedef char CHAR;
 typedef unsigned char UCHAR;
-typedef short int SHORT;         /* ports and protocol numbers: 16 bits, signed */
+typedef short int SHORT;         /* ports and protocol numbers, host byte order: 16 bits, signed */
 typedef long int LONG;           /* descriptors, lengths, results: 64 bits */
 typedef long unsigned int ULONG; /* module identifiers: 64 bits */
 

@@ -20,7 +20,8 @@ enum _tag_SYSLOG_LEVEL {
 /**
  * Writes one record to the system log. Supplied by the platform.
  *
- * @param module_id identifier under which the record is filed, as the registry assigned it
+ * @param module_id identifier under which the record is filed, 0 to 255; the report macros of kel_lib.h pass that of
+ *                  the print filter
  * @param level     one of enum _tag_SYSLOG_LEVEL
  * @param file      source file of the caller; borrowed for the call, as are func and format
  * @param line      source line of the caller
