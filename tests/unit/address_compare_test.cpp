@@ -121,6 +121,15 @@ TEST(AddressComparison, HoldsAnIpv4AddressAndItsMappedFormForDifferent)
     EXPECT_EQ(recording.trace(), sys::Trace{});
 }
 
+TEST(AddressComparison, HoldsAnyTwoAbstractLocalNamesForTheSame)
+{
+    kel_sockaddr_t first = blank(KEL_AF_UNIX), second = first;
+    strcpy(first.un.sun_path + 1, "one");
+    strcpy(second.un.sun_path + 1, "two");
+
+    EXPECT_EQ(kel_sock_addr_cmp(&first, &second, 0), KEL_OK);
+}
+
 TEST(AddressComparison, LooksAtThePortFirstUnlessToldToIgnoreIt)
 {
     struct {
