@@ -25,7 +25,10 @@ int sctp_recvmsg(int sd, void *msg, size_t len, struct sockaddr *from, socklen_t
 int sctp_peeloff(int sd, sctp_assoc_t assoc_id);
 int sctp_opt_info(int sd, sctp_assoc_t id, int opt, void *arg, socklen_t *size);
 
-/* The set-ups: external, but for the endpoints alone, which have checked the arguments. The ports are not used. */
+/*
+ * The set-ups are external symbols, but the endpoints alone call them and have checked the arguments. port and s_port
+ * are not used. This one sets the two options that every endpoint gets.
+ */
 LONG __kel_set_sock_op_sctp(LONG sockfd, const struct sctp_initmsg *initmsg, const struct sctp_event_subscribe *events);
 
 /* Turns a descriptor into a server. It stays the caller's, and open, whatever happens. */

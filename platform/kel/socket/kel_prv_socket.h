@@ -20,8 +20,10 @@ extern "C" {
 #define PATTERN_IPV6_TAIL_FIELD "([0-9]|[1-9][0-9]|1[0-9]{2}|2[0-4][0-9]|25[0-5])"
 #define PATTERN_IPV6_TAIL PATTERN_IPV6_TAIL_FIELD "(\\." PATTERN_IPV6_TAIL_FIELD "){3}"
 
-/* Eight groups; then by the place of the compression, first without and then with a dotted tail. "::" alone matches
- * none of them: the unspecified address is no address here, do not add it. */
+/*
+ * Eight groups; then by the place of the compression, first without and then with a dotted tail. "::" alone matches
+ * none of them: kel_is_ipv6_addr refuses the unspecified address.
+ */
 #define PATTERN_IPV6                                                                                                   \
     "^("                                                                                                               \
     "((" PATTERN_IPV6_GROUP ":){7}" PATTERN_IPV6_GROUP ")|"                                                            \

@@ -24,8 +24,12 @@
  *                             kel_sctp_client_one2one_create{,_bind}, kel_sctp_client_one2one_str_create,
  *                             kel_sctp_client_one2many_create{,_bind}, kel_sctp_client_one2many_str_create
  *
- * Primitives are silent about a failed system call, connect and the options of kel_socket apart, while the association
- * calls report one, receiving apart; endpoints report every step that fails, also where the step has reported before.
+ * A null argument is reported where it is checked. A call of the system or of libsctp that fails is reported so:
+ *
+ *   Primitives .............. only connect, the options in kel_socket, and the interface's queries for kel_raw_sendto
+ *   SCTP calls .............. each, but not receiving
+ *   Endpoints ............... each step, also one that has reported itself
+ *
  * Nothing here sets, saves or restores errno. There is no state between calls.
  *
  * Functions that are flattened have all that they call of the module compiled into them, so that an endpoint costs
@@ -283,7 +287,7 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
     LONG ret = KEL_ERROR;
     int index = 0;
 
-    /* Cleared before it is checked, on purpose: a null record is the memory service's to tolerate. */
+    /* Cleared before it is checked: a null record reaches the memory service, which has to tolerate it. */
     KEL_MemSet(my_addr, 0, sizeof(*my_addr));
     NULL_CHECK(my_addr);
 
@@ -324,7 +328,7 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
         my_addr->raw.sll_family = (sa_family_t)family;
         my_addr->raw.sll_protocol = htons((uint16_t)protocol);
         my_addr->raw.sll_ifindex = index;
-        /* 0 on this target: the low byte of the network-order 6. Raw packet sockets do not use it; not a plain 6. */
+        /* The low byte of 6 in network order, which is 0 on this target. Raw packet sockets do not use it. */
         my_addr->raw.sll_halen = (unsigned char)htons(6);
         break;
 
@@ -462,7 +466,7 @@ LONG kel_connect(LONG sockfd, kel_sockaddr_t *con_addr)
     NULL_CHECK(con_addr);
 
     if (connect((int)sockfd, &con_addr->sa, (socklen_t)kel_sizeof_socket(con_addr)) != 0) {
-        kel_perror("connect :"); /* two colons on the console: readers of logs search for them */
+        kel_perror("connect :"); /* the report adds a colon: the console shows "connect :: " and the text of errno */
         return KEL_ERROR;
     }
 
@@ -515,7 +519,7 @@ LONG kel_recvfrom(LONG sockfd, void *buf, size_t len, LONG flags, kel_sockaddr_t
     NULL_CHECK(buf);
     NULL_CHECK(src_addr);
 
-    /* Datagrams are counted in 32 bits, here and in kel_sendto: a count that is -1 in them is a failure. */
+    /* Counted in 32 bits, here and in kel_sendto: what reads as -1 in them is a failure. */
     socklen_t length = sizeof(*src_addr);
     int count = (int)recvfrom((int)sockfd, buf, len, (int)flags, &src_addr->sa, &length);
     if (count == -1) {
@@ -580,7 +584,7 @@ LONG kel_tcp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHOR
         return KEL_ERROR;
     }
 
-    /* Five, whatever the caller asks for: maxClient stays in the signature for its callers, do not pass it on. */
+    /* The backlog is five, whatever the caller asks for. */
     (void)maxClient;
     if (kel_listen(sockfd, 5) == KEL_ERROR) {
         kel_perror("listen tcp socket");
@@ -601,7 +605,7 @@ LONG kel_tcp_client_socket_create(kel_domain_t family, const CHAR *addrStr, SHOR
     }
 
     if (kel_connect_str(sockfd, family, port, addrStr) == KEL_ERROR) {
-        kel_perror("connet tcp socket"); /* spelled so: people and scripts search logs for it */
+        kel_perror("connet tcp socket"); /* spelled so, here and below, as the header says */
         kel_close(sockfd);
         return KEL_ERROR;
     }
@@ -640,7 +644,7 @@ LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr,
     return sockfd;
 }
 
-/* The UDP endpoints report in the TCP words: "tcp" in their texts is no slip to mend. */
+/* The UDP endpoints report with the texts of the TCP ones; the function's name in front tells them apart. */
 
 [[gnu::flatten]]
 LONG kel_udp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port)
@@ -778,7 +782,10 @@ LONG kel_unix_tcp_client_socket_create(const CHAR *local_path)
 [[gnu::flatten]]
 LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName)
 {
-    /* As it is: only the bind puts it into network order. Until then it names the protocol of the swapped bytes. */
+    /*
+     * In host order, where the system expects network order: only the bind puts it right. Until then the socket
+     * receives the protocol of the swapped bytes.
+     */
     LONG sockfd = kel_socket(KEL_AF_PACKET, KEL_SOCK_RAW, protocol);
     if (sockfd == KEL_ERROR) {
         kel_perror("create raw socket");
@@ -797,8 +804,8 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName)
 /* ---- SCTP address lists: records of one family, packed for the library and back ---------------------------------- */
 
 /*
- * The request for a list of count elements: the signed product, whatever the count. A negative one reaches the
- * allocator as such, which cannot meet it; nor can it what stands for a product of more than 64 bits.
+ * The bytes of a list: count times element, as a signed product. Of a negative count it is a request that the allocator
+ * cannot meet; SIZE_MAX is another, for a product of more than 64 bits.
  */
 static size_t __list_size(LONG count, LONG element)
 {
@@ -810,7 +817,7 @@ static size_t __list_size(LONG count, LONG element)
     return (size_t)size;
 }
 
-/* The first record's family is that of the list and its length that of every entry: a mixed list is not looked for. */
+/* The first record decides the family of the list and the length of every entry: the others' families are not read. */
 static struct sockaddr *__kel_addr_transfer2_addr(kel_sockaddr_t *addrs, LONG addrcnt)
 {
     NULL_CHECK_RP(addrs);
@@ -871,7 +878,10 @@ static kel_sockaddr_t *__addr_transfer2_kel_addr(struct sockaddr *addrs, LONG ad
     return records;
 }
 
-/* Without texts, one record for the wildcard of the family, whatever the count. Bad text is the assertion's to show. */
+/*
+ * Without texts, one record for the wildcard of the family, whatever the count. Text that is no address is reported by
+ * the assertion in kel_addr_fill alone.
+ */
 static kel_sockaddr_t *__str_transfer2kel_addr(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr,
                                                LONG addrcnt)
 {
@@ -910,7 +920,7 @@ LONG kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **add
     struct sockaddr *list = NULL;
     LONG count = sctp_getpaddrs((int)sockfd, assoc_id, &list);
     if (count == -1) {
-        kel_perror("sctp_opt_info "); /* the name of the option call, here and below: readers of logs know it */
+        kel_perror("sctp_opt_info "); /* as kel_sctp_opt_info reports: addresses are fetched as an option, too */
         return KEL_ERROR;
     }
 
@@ -991,7 +1001,7 @@ LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **add
         return KEL_ERROR;
     }
 
-    /* The caller's count, also for the one wildcard record: who binds the wildcard passes 1. */
+    /* The caller's count, also for the one wildcard record: a caller that binds the wildcard has to pass 1. */
     LONG ret = kel_sctp_bindx(sockfd, records, addrcnt, flags);
     tc_free(records);
 
@@ -1068,7 +1078,7 @@ LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, 
     /* A cast, not &from->sa: a null record goes on to the library as it is. */
     int count = sctp_recvmsg((int)sockfd, msg, len, reinterpret_cast<struct sockaddr *>(from), &length, sinfo, &flags);
     if (count == -1) {
-        return KEL_ERROR; /* silent, unlike the calls around it: receivers poll */
+        return KEL_ERROR; /* silent: on a descriptor that does not block, receiving always ends in a failure */
     }
 
     *msg_flags = flags;
@@ -1148,7 +1158,7 @@ LONG __sctp_server_create(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, SHOR
         return KEL_ERROR;
     }
 
-    /* After the listen, not before the bind: the order stays. */
+    /* Behind the listen: an association that is set up in between has the kernel's own values. */
     struct sctp_event_subscribe own;
     if (__kel_set_sock_op_sctp(sockfd, initmsg, __choose_events(events, &own)) != 0) {
         kel_perror("set_sock_op_sctp");
@@ -1158,7 +1168,7 @@ LONG __sctp_server_create(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, SHOR
     return KEL_OK;
 }
 
-/* The local bind of the clients. A failure is kel_sctp_bindx's to report: the kernel then chooses the addresses. */
+/* The local bind of the clients. When it fails, kel_sctp_bindx reports it and the kernel chooses the addresses. */
 static void __bind_local_list(LONG sockfd, kel_sockaddr_t *my_addrs, LONG my_addrcnt)
 {
     if (my_addrs != NULL && my_addrcnt != 0) {
@@ -1172,7 +1182,7 @@ LONG __sctp_one2one_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, 
 {
     (void)s_port;
 
-    /* Descriptor 0 counts as a failure and stays open, in all but the one-to-many server: do not make this -1. */
+    /* Descriptor 0 counts as a failure and stays open. The one-to-many server alone returns it. */
     LONG sockfd = kel_socket(family, KEL_SOCK_STREAM, IPPROTO_SCTP);
     if (!(sockfd > 0)) {
         kel_perror("create sctp socket ");
@@ -1224,7 +1234,7 @@ LONG __sctp_one2many_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs,
     return sockfd;
 }
 
-/* ---- SCTP endpoints: the failure of a client is reported twice, and is meant to be ------------------------------- */
+/* ---- SCTP endpoints: a client that fails is reported twice, by its set-up and under its own name ----------------- */
 
 LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
@@ -1240,7 +1250,7 @@ LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, 
     kel_sockaddr_t wildcard;
     if (addrs == NULL) {
         KEL_MemSet(&wildcard, 0, sizeof(wildcard));
-        /* Not tested: the bind judges what has been filled. */
+        /* Not tested: a record that could not be filled fails the bind. */
         (void)kel_addr_fill(sockfd, &wildcard, family, port, family == KEL_AF_INET6 ? IPV6_ANY_STR : IPV4_ANY_STR, 0,
                             NULL);
         addrs = &wildcard;
@@ -1260,7 +1270,7 @@ LONG kel_sctp_server_one2many_create(kel_domain_t family, kel_sockaddr_t *addrs,
 {
     NULL_CHECK(initmsg);
 
-    /* Not tested: a socket that failed fails the bind, which reports, and -1 is closed. A null list has no wildcard. */
+    /* Not tested: -1 fails the bind, which is reported, and is closed like a descriptor. A null list fails it, too. */
     LONG sockfd = kel_socket(family, KEL_SOCK_SEQPACKET, IPPROTO_SCTP);
 
     if (__sctp_server_create(sockfd, addrs, addrcnt, port, maxClient, initmsg, events) != 0) {
@@ -1396,7 +1406,7 @@ LONG kel_sctp_client_one2many_str_create(kel_domain_t family, CHAR **s_addrStr, 
     NULL_CHECK(s_addrStr);
     NULL_CHECK(initmsg);
 
-    /* Converted though nobody uses them: bad text is to fail here, before there is a socket. */
+    /* Converted, but not used: text that is no address fails here, before there is a socket. */
     kel_sockaddr_t *records = __str_transfer2kel_addr(0, family, s_port, s_addrStr, s_addrcnt);
     if (records == NULL) {
         return KEL_ERROR;
