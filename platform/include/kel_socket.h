@@ -530,7 +530,7 @@ LONG kel_unix_tcp_client_socket_create(const CHAR *local_path);
  * @param protocol link-layer protocol in host byte order (3 is every protocol)
  * @param ifName   interface name, of which the first 15 characters count; NULL is refused ("ifName is null\r\n")
  * @return the descriptor, or KEL_ERROR. Needs the raw-socket privilege. When the interface is unknown the descriptor's
- *         number is closed twice: a thread that opens descriptors meanwhile may lose one
+ *         number is closed twice, which leaves EBADF in errno: a thread that opens descriptors meanwhile may lose one
  *
  * Reported: "create raw socket", "bind raw socket".
  */

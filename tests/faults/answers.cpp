@@ -12,7 +12,7 @@ using Answers = std::vector<sys::Answer>;
 
 constexpr long beyond_32_bits = 1L << 32;
 
-/* What the pages do not know of. The usual result and the unknown failure are added in front. */
+/* Results that no manual page names. The usual result and the error that no page names are added in front. */
 std::map<std::string, Answers> by_hand()
 {
     const Answers plain = {{-2}, {1}}; /* negative but not -1; not zero but no failure either */

@@ -117,7 +117,7 @@ class Walk
             return choose(call, most == 1 ? 1 : 2, [](size_t taken) { return sys::Answer{(long)taken}; });
         }
         const auto &list = answers(call);
-        most = list.size() > 1 ? soon : most; /* where nothing is to be chosen, nothing changes */
+        most = list.size() > 1 ? soon : most; /* a call with one answer does not count */
         const sys::Answer answer = choose(call, std::min(list.size(), most),
                                           [&](size_t taken) { return taken == 0 ? sys::Answer{usual} : list[taken]; });
         const size_t number = path[depth - 1].taken;
@@ -150,7 +150,7 @@ class Walk
     template <typename Answering> sys::Answer choose(const std::string &call, size_t count, Answering answering)
     {
         if (depth < path.size() && path[depth].call != call) {
-            path.resize(depth); /* other calls than before on the same path: no model does that, and so it shows */
+            path.resize(depth); /* not the calls of the last time: the comparison with the model shows it */
         }
         if (depth == path.size()) {
             path.push_back({call, 0, count, {0, 0}});
@@ -165,8 +165,8 @@ class Walk
         return how_far == Depth::Once ? 1 : how_far == Depth::Brief ? brief_answers : SIZE_MAX;
     }
 
-    /* Whatever unlink answers, and on a descriptor that only looks odd, the calls that follow are the same: few answers
-     * for each show that. */
+    /* The answer of unlink, and a descriptor that is odd but valid, have no influence on the calls that follow: few
+     * answers for each of them show that. */
     static bool makes_no_difference(const std::string &call, long usual, long result)
     {
         return result != usual && (call == "unlink" || (call == "socket" && result != -1));
@@ -392,7 +392,7 @@ void name_the_crash(int, siginfo_t *, void *)
 {
     const std::string text = "\nCrashed in " + running->function + "(" + running->arguments +
                              "): " + shown(walking->path) +
-                             "\n"; /* allocates: at worst the crash stays without its name */
+                             "\n"; /* allocates memory: if that crashes as well, the name is lost */
     (void)!write(STDERR_FILENO, text.data(), text.size());
     sigaction(SIGSEGV, &former_action, nullptr); /* the faulting instruction runs again */
 }

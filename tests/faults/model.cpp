@@ -230,7 +230,7 @@ void Model::reports(const Report &report)
                               : how == SuppressedByName ? Filtered::ByName
                                                         : Filtered::No;
 
-    /* Looking up a line means to read the source: once is enough. */
+    /* Kept, since looking up a line reads the whole source. */
     using Key = std::tuple<const char *, const char *, int, const CHAR *, Reported, int>;
     static std::map<Key, sys::Trace> known;
     auto [place, is_new] =
@@ -669,7 +669,7 @@ bool Model::step(const char *function, const char *text, LONG result, LONG fd)
     return result != KEL_ERROR;
 }
 
-/* Only with a port, and it may fail. */
+/* The local bind of the clients: only with a port. Its result makes no difference. */
 void Model::binds_local(LONG fd, kel_sockaddr_t *my_addr)
 {
     if (my_addr != nullptr && number_of(my_addr) != 0) {
@@ -897,7 +897,7 @@ LONG Model::lists(const char *function, const char *call, const char *release, L
     return count;
 }
 
-/* Nothing is looked at. */
+/* The pointer goes to the allocator unchecked. */
 LONG Model::unlists(const char *function, kel_sockaddr_t *addrs)
 {
     gives_back(function, addrs != nullptr && addrs == fetched.data() ? fetched_block : name_of(addrs));
@@ -1126,7 +1126,7 @@ LONG Model::closed(LONG fd)
     return KEL_ERROR;
 }
 
-/* A server on whatever came of its socket. */
+/* An SCTP server on its socket, or on what kel_socket gave instead of one. */
 LONG Model::serves(LONG fd, kel_sockaddr_t *addrs, LONG addrcnt, LONG maxClient, struct sctp_initmsg *initmsg,
                    struct sctp_event_subscribe *events)
 {
@@ -1151,7 +1151,7 @@ LONG Model::kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *
     return serves(fd, addrs, addrcnt, maxClient, initmsg, events);
 }
 
-/* Without a descriptor it goes on all the same. */
+/* The descriptor is not tested: without one, the bind fails. */
 LONG Model::kel_sctp_server_one2many_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT,
                                             LONG maxClient, struct sctp_initmsg *initmsg,
                                             struct sctp_event_subscribe *events)
@@ -1198,7 +1198,7 @@ LONG Model::one2one_client(const char *function, kel_domain_t family, kel_sockad
                 __sctp_one2one_client_create(family, s_addrs, s_addrcnt, 0, initmsg, events, id, my_addrs, my_addrcnt));
 }
 
-/* The peer's records have to be there, and that is all. */
+/* The peer's records must not be null, but are not used. */
 LONG Model::one2many_client(const char *function, kel_domain_t family, kel_sockaddr_t *s_addrs,
                             struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, kel_sockaddr_t *my_addrs,
                             LONG my_addrcnt)

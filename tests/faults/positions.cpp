@@ -13,7 +13,7 @@ namespace
 /* The module's own declaration of unlink. */
 const std::map<std::string, std::string> other_names = {{"__unlink_path", "unlink"}};
 
-/* Words with a parenthesis behind them that no stand-in has to see. */
+/* Words in front of a parenthesis that are no call of the system or the platform. */
 const std::set<std::string> harmless = {
     "if",    "for",   "while",  "switch", "return",           "sizeof",
     "htons", "ntohs", "memset", "memcpy", "__builtin_expect", "__builtin_mul_overflow"};

@@ -76,7 +76,7 @@ int take_list(const char *call, struct sockaddr *list)
     return (int)answered(call, release(list), 0);
 }
 
-/* There is nothing to go through to: without a kernel that knows SCTP the real library only fails. */
+/* Calls of libsctp do not go through: on a kernel without SCTP the real ones only fail. */
 void demand_recording(const char *name)
 {
     if (!recording()) {
@@ -121,7 +121,10 @@ using namespace sys;
 
 extern "C" {
 
-/* The trace shows what was asked for, as a signed number, and the block's number; a block ends where it was to end. */
+/*
+ * The trace shows the size as a signed number, and the block's number. The block is no longer than was asked for, so a
+ * sanitizer sees a write behind it.
+ */
 void *tc_malloc(size_t size) noexcept
 {
     if (!recording()) {
@@ -214,7 +217,7 @@ int sctp_recvmsg(int sd, void *msg, size_t len, struct sockaddr *from, socklen_t
                               text("%d, %s, %zu, %s, %u, %s, %d", sd, pointer(msg).c_str(), len, pointer(from).c_str(),
                                    *fromlen, pointer(sinfo).c_str(), *msg_flags),
                               (long)len);
-    *msg_flags = received_flags; /* also by a call that fails: the module must not pass them on then */
+    *msg_flags = received_flags; /* by a call that fails, too: the module must keep them to itself then */
     if (count != -1) {
         fill_peer(from, fromlen);
     }

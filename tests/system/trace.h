@@ -7,7 +7,7 @@
 namespace sys
 {
 
-/* While the stand-in itself works, what it calls is its own affair. */
+/* Whether a Recording lives. While none does, calls go through to the system and are not traced. */
 bool recording();
 
 std::string text(const char *format, ...) __attribute__((format(printf, 1, 2)));

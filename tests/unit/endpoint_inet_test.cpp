@@ -414,7 +414,7 @@ class LocalBind : public testing::TestWithParam<LocalAddress>
 TEST_P(LocalBind, ThatFailsIsIgnoredInSilence)
 {
     expect_bound_first({{"bind", sys::fail(EADDRINUSE)}}, "-1 errno 98");
-    EXPECT_EQ(errno, GetParam().length == 0 ? 0 : EADDRINUSE); /* not put back */
+    EXPECT_EQ(errno, GetParam().length == 0 ? 0 : EADDRINUSE); /* as the local bind left it */
 }
 
 TEST_P(LocalBind, ComesBeforeEverythingElse)

@@ -72,7 +72,7 @@ TEST(PacketEndpoint, LeavesTheErrnoOfTheLastCallThatFailed)
         EXPECT_EQ(errno, EIO);
     }
     {
-        /* The second close as the system answers it: its error is the one that is left, and the report is earlier. */
+        /* The second close fails as on the real system: its errno is left, while the report before it shows ENODEV. */
         sys::Recording recording(failing({{"ioctl", sys::fail(ENODEV)}, {"close", sys::fail(EBADF), 2}}));
         EXPECT_EQ(packet_socket(), KEL_ERROR);
         EXPECT_EQ(errno, EBADF);

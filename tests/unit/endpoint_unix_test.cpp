@@ -82,7 +82,7 @@ const std::vector<FailureCase> failures = {
      in_order({stream, unlinked, filled, with_path("bind", "-1 errno 13")}),
      server_step("bind unix socket", EACCES),
      {closed}},
-    /* The null path has been to unlink before the check, and is checked all the same. */
+    /* unlink gets the null path first; the check behind it refuses it all the same. */
     {"StreamServerNullPath",
      [] { return kel_unix_tcp_server_socket_create(NULL, 7); },
      {{"unlink", sys::fail(EFAULT)}},
@@ -188,7 +188,7 @@ TEST(LocalStreamServer, IgnoresAnUnlinkThatFails)
 
     EXPECT_EQ(stream_server(), 70);
 
-    EXPECT_EQ(errno, ENOENT); /* not put back */
+    EXPECT_EQ(errno, ENOENT); /* as unlink left it */
     EXPECT_EQ(recording.trace(),
               in_order({stream, "unlink(/run/app) = -1 errno 2", filled, with_path("bind", "0"), "listen(70, 7) = 0"}));
 }

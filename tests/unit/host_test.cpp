@@ -511,7 +511,7 @@ INSTANTIATE_TEST_SUITE_P(Host, FilterEnvironment, testing::ValuesIn(filter_varia
 TEST(FilterEnvironment, NamesOneLine)
 {
     testing::internal::CaptureStdout();
-    subject(); /* tells its lines */
+    subject(); /* stores the lines of its reports */
     testing::internal::GetCapturedStdout();
 
     Output output = child("subject", ("subject." + std::to_string(warning_line)).c_str(), "/dev/null");
@@ -740,7 +740,7 @@ TEST_F(Log, KeepsTheLinesOfManyThreadsWhole)
 std::string records_of_subject(const std::string &before_warning, const std::string &before_err)
 {
     testing::internal::CaptureStdout();
-    subject(); /* tells its lines */
+    subject(); /* stores the lines of its reports */
     testing::internal::GetCapturedStdout();
     const std::string place = " module 0 tests/unit/host_test.cpp:";
     return before_warning + place + std::to_string(warning_line) + " subject: warning\n" + before_err + place +

@@ -335,13 +335,13 @@ std::vector<FailureCase> failing_steps()
 
 INSTANTIATE_TEST_SUITE_P(SctpSteps, Failure, in_every_way(failing_steps()), filtered_name<FailureCase>);
 
-/* The function that reports that there is no socket, and first of all. */
+/* The function whose report comes first when there is no socket. */
 const char *creator(const Endpoint &endpoint)
 {
     return serves(endpoint) ? "kel_sctp_server_one2one_create" : endpoint.setup;
 }
 
-/* The one-to-many servers do not test their socket: theirs is the bind's failure, and they close what they have not. */
+/* The one-to-many servers do not test their socket: the bind of -1 fails and is reported, and -1 is closed. */
 std::vector<Part> no_socket(const Endpoint &endpoint, const AddressSet &set, int error)
 {
     if (!takes_any_socket(endpoint)) {

@@ -496,7 +496,7 @@ TEST(TextsToRecords, WithoutMemoryFailInSilence)
     }
 }
 
-/* The conversion says nothing: the assertion is all there is to see. */
+/* The conversion reports nothing: the assertion alone shows the bad text. */
 TEST(TextsToRecords, StopAtTheFirstBadOne)
 {
     for (const AddressSet &set : address_sets()) {
