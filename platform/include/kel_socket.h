@@ -12,16 +12,16 @@
  *   - Address texts are numeric: names of hosts are refused. So are zones ("fe80::1%eth0"), and a link-local address
  *     gets no scope: bind(2) and connect(2) refuse it (EINVAL), sendto(2) picks an interface. Set sin6_scope_id in a
  *     record to name one.
- *   - A null pointer that is refused is reported ("addr is null\r\n", error level), and KEL_ERROR returned. Functions
- *     that hand a pointer on leave it to the next one to refuse it: an endpoint has created its socket by then, and
- *     closes it.
- *   - A failure is KEL_ERROR. errno is what the failed call left: the module never sets, saves or restores it, so a
- *     report, or a close after it, may have changed it where one is named. A null pointer or a text that is no address
- *     fails without a call, and errno stays as it was: an endpoint's report then ends in a text that has nothing to do
- *     with it, as in "connet tcp socket: Success".
- *   - "Reported" names the texts of an error report: on the console behind function and line and, null pointers apart,
- *     in front of the text of errno; in the system log alone. The print filter may suppress a report; the result stays
- *     the same.
+ *   - A null pointer that is refused is reported ("addr is null\r\n", error level), and KEL_ERROR returned. A function
+ *     that only hands a pointer on leaves the check to the one that uses it: an endpoint has created its socket by
+ *     then, and closes it again.
+ *   - A failure is KEL_ERROR. errno is what the failed call left, unless a report or a close behind it has changed it:
+ *     the module never sets, saves or restores it. A null pointer or a text that is no address fails without a call,
+ *     and errno stays as it was: an endpoint's report then ends in words that have nothing to do with the failure, as
+ *     in "connet tcp socket: Success".
+ *   - "Reported" names the texts of error reports. On the console, function and line stand in front of the text and,
+ *     null pointers apart, the words of errno behind it; the system log gets the text alone. The print filter may
+ *     suppress a report; the result stays the same.
  *   - A success may leave a record unwritten, in part or wholly: clear it first. Of a local peer that is bound to no
  *     path, kel_accept(), kel_getpeername() and kel_getsockname() write the family alone, and kel_recvfrom() nothing.
  *     On a TCP or local stream socket, kel_recvfrom() never writes the record.
@@ -106,7 +106,8 @@ LONG kel_sizeof_socket(const kel_sockaddr_t *addr);
  * once, where it enters the program; kel_inet_pton() refuses what is no address, too, for some 340 instructions.
  *
  * @param str text, or NULL
- * @return KEL_TRUE or, for NULL too, KEL_FALSE; leading zeros pass ("192.168.001.010"), blanks do not
+ * @return KEL_TRUE or, for NULL too, KEL_FALSE; leading zeros pass ("192.168.001.010"), though kel_inet_pton() refuses
+ *         them; blanks do not
  */
 BOOL kel_is_ipv4_addr(CHAR *str);
 
@@ -117,8 +118,8 @@ BOOL kel_is_ipv4_addr(CHAR *str);
  * once, where it enters the program; kel_inet_pton() refuses what is no address, too, for some 710 instructions.
  *
  * @param str text, or NULL
- * @return KEL_TRUE or, for NULL too, KEL_FALSE; "::" alone, leading zeros in a dotted tail, zones ("%eth0") and
- *         brackets do not pass
+ * @return KEL_TRUE or, for NULL too, KEL_FALSE; "::" alone does not pass, though kel_inet_pton() takes it; nor do
+ *         leading zeros in a dotted tail, zones ("%eth0") and brackets
  */
 BOOL kel_is_ipv6_addr(char *str);
 
@@ -583,7 +584,7 @@ LONG kel_sctp_freeladdrs(kel_sockaddr_t *addrs);
  * Add local addresses to an endpoint, or remove them.
  *
  * @param addrs   records of KEL_AF_INET or KEL_AF_INET6, with their ports, which have to be the same or 0 behind the
- *                first; of another family, the call fails without a report
+ *                first; records of another family fail without a report
  * @param family  KEL_AF_INET or KEL_AF_INET6
  * @param port    of every text, host byte order
  * @param addrStr numeric addresses; NULL is the wildcard, and addrcnt has to be 1 then
@@ -600,8 +601,8 @@ LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **add
 /**
  * Set up one association with a peer that has several addresses. Blocks until the peer has answered or was given up.
  *
- * @param addrs   the peer's records of KEL_AF_INET or KEL_AF_INET6, with their ports, which have to be the same; of
- *                another family, the call fails without a report
+ * @param addrs   the peer's records of KEL_AF_INET or KEL_AF_INET6, with their ports, which have to be the same;
+ *                records of another family fail without a report
  * @param family  KEL_AF_INET or KEL_AF_INET6
  * @param port    of every text, host byte order
  * @param addrStr numeric addresses; NULL is refused, there is no wildcard peer
@@ -643,7 +644,7 @@ LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_s
  * @param stream_no  stream, 0 to 65535: cut to 16 bits; one that the association does not have is EINVAL
  * @param timetolive milliseconds until the message is given up, 0 for never; 32 bits of it
  * @param context    handed back when sending fails (SCTP_SEND_FAILED); 32 bits of it
- * @return bytes sent or KEL_ERROR; errno as sendmsg(2) left it
+ * @return bytes sent, 0 with SCTP_ABORT, or KEL_ERROR; errno as sendmsg(2) left it
  *
  * Reported: "sctp sendmsg ". See sctp_sendmsg(3).
  */
