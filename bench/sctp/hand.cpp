@@ -183,7 +183,7 @@ static void sctp_sendmsg_recvmsg()
     sockaddr_in from;
     socklen_t length = sizeof(from);
     sctp_sndrcvinfo information;
-    int flags;
+    int flags = 0; /* read, too: what is in it goes to recvmsg */
     REQUIRE(sctp_sendmsg(client, message, sizeof(message), generic(peer), sizeof(peer[0]), 0, 0, 0, 0, 0) == MESSAGE);
     REQUIRE(sctp_recvmsg(accepted, message, sizeof(message), generic(&from), &length, &information, &flags) == MESSAGE);
 }
