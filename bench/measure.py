@@ -1,11 +1,12 @@
 #!/usr/bin/python3
-"""Measures operations of the peers' programs: what they cost, counted and timed.
+"""Measures operations of the peers' programs: what they cost, counted and timed. Works on the host and in the guest.
 
-measure.py FILE PROGRAM... writes {operation: {peer: figures}} to FILE as JSON. Works on the host and inside the guest.
+measure.py KIND TASKS FILE takes "counts" or "times" of what TASKS lists, as JSON: [operation, programs, repetitions]
+each. Every result is a line of FILE as soon as it is there; a task that fails leaves a line that says why.
 
-Counts are taken twice, with fewer and with more repetitions, and the difference is divided by the repetitions between
-them: start-up and end cancel. Times are taken in rounds in which every peer has its turn, and each is divided by the
-first program's of the same round: what disturbs the machine disturbs all of them alike.
+Counts are those of some repetitions less those of fewer, divided by the repetitions between them: what frames them
+cancels. Times are taken in rounds in which every peer has its turn, and each is divided by the first program's of the
+same round: what disturbs the machine disturbs all of them alike.
 """
 
 import collections
@@ -18,10 +19,14 @@ import subprocess
 import sys
 import tempfile
 
-FEW, MANY = 40, 240  # repetitions under callgrind
-ROUNDS = 15
-ROUND_NS = 20e6  # how long one peer's turn is to take
-LIMIT = 120  # seconds for one run of a program
+ROOT = os.path.dirname(os.path.dirname(os.path.realpath(__file__)))
+sys.path.insert(0, os.path.join(ROOT, "tools"))
+
+from machine import patience
+
+FEWER = 6  # times, beside the repetitions that are counted
+ROUNDS = 11
+ROUND_NS = 10e6  # how long one peer's turn is to take
 
 ALLOCATING = re.compile(r"(tc_)?(malloc|calloc|realloc|memalign|posix_memalign|aligned_alloc)|operator new(\[\])?\(.*")
 LOCKING = re.compile(r"(__)?pthread_(mutex_(try)?lock|rwlock_(try)?(rd|wr)lock|spin_(try)?lock)")
@@ -31,10 +36,14 @@ class Failure(Exception):
     """One sentence that says what could not be measured."""
 
 
-def run(command, **options):
-    done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=LIMIT, **options)
+# What may go wrong with one thing that is measured, and leaves all others as they are.
+FAILURES = (Failure, subprocess.SubprocessError, OSError)
+
+
+def run(command):
+    done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=patience(60))
     if done.returncode != 0:
-        raise Failure(f"{' '.join(command)} ended with {done.returncode}:\n{done.stderr.strip()[-2000:]}")
+        raise Failure(f"{' '.join(command)} ended with {done.returncode}: {' '.join(done.stderr.split())[-500:]}")
     return done.stdout
 
 
@@ -51,7 +60,7 @@ def plain(symbol):
 
 
 def read_profile(path):
-    """Instructions, locked instructions, calls that allocate and calls that lock, in a whole run."""
+    """Instructions, locked instructions, calls that allocate and calls that lock, in a part of a run."""
     counts = collections.Counter()
     function = callee = ""
     with open(path, encoding="utf-8", errors="replace") as profile:
@@ -76,34 +85,27 @@ def read_profile(path):
     return counts
 
 
-def profile(program, operation, count):
+def profile(program, operation, repetitions):
+    """What a repetition costs. The first two parts are the start, and what the first repetitions bring."""
+    fewer = repetitions // FEWER
     with tempfile.TemporaryDirectory(prefix="kel-bench-") as folder:
-        command = ["valgrind", "--tool=callgrind", "--collect-bus=yes", "--compress-strings=no", "--compress-pos=no"]
-        command += [f"--callgrind-out-file={folder}/%p", f"--log-file={folder}/log-%p", program, operation, str(count)]
-        process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-        _, complaint = process.communicate(timeout=LIMIT)
-        if process.returncode != 0:
-            raise Failure(f"{' '.join(command)} ended with {process.returncode}:\n{complaint.decode()[-2000:]}")
-        return read_profile(f"{folder}/{process.pid}")
-
-
-def counts(program, operation):
-    few, many = (profile(program, operation, count) for count in (FEW, MANY))
+        command = ["valgrind", "--tool=callgrind", "--dump-before=bench_mark", "--collect-bus=yes"]
+        command += ["--compress-strings=no", "--compress-pos=no", f"--callgrind-out-file={folder}/%p"]
+        run([*command, f"--log-file={folder}/log-%p", program, operation, str(fewer), str(repetitions)])
+        # The acceptor that some operations connect to is a process of its own and comes to no mark.
+        names = os.listdir(folder)
+        few, many = (read_profile(f"{folder}/{name}") for part in (".3", ".4") for name in names if name.endswith(part))
     keys = ("instructions", "locked_instructions", "allocations", "locks")
-    return {key: (many[key] - few[key]) / (MANY - FEW) for key in keys}
-
-
-# ---- System calls
+    return {key: (many[key] - few[key]) / (repetitions - fewer) for key in keys}
 
 
 def system_calls(program, operation):
-    """Those of one repetition, which the driver does between two marks. The first thread does the work; the acceptor
-    that some operations connect to is a process of its own and not seen."""
+    """Those of one repetition. The first thread does the work; the acceptor is not seen, nor is the driver's clock."""
     with tempfile.TemporaryDirectory(prefix="kel-bench-") as folder:
-        run(["strace", "-o", f"{folder}/trace", program, operation, "2"])
+        run(["strace", "-e", "trace=!clock_gettime", "-o", f"{folder}/trace", program, operation, "1", "1"])
         with open(f"{folder}/trace", encoding="utf-8", errors="replace") as file:
             lines = file.readlines()
-    begin, end = (place for place, line in enumerate(lines) if line.startswith("write(-1,"))
+    *_, begin, end = (place for place, line in enumerate(lines) if line.startswith("write(-1,"))
     calls = (re.match(r"(\w+)\(", line) for line in lines[begin + 1:end])
     return [shown_call(call[1], call.string) for call in calls if call]
 
@@ -115,37 +117,37 @@ def shown_call(name, text):
     return name
 
 
+def counts(operation, programs, repetitions):
+    (program,) = programs
+    figures = {**profile(program, operation, repetitions), "system_calls": system_calls(program, operation)}
+    return {peer_of(program): figures}
+
+
 # ---- Times
 
 
-def timed(program, operation, count):
-    return int(run([program, operation, str(count)]))
+def quartiles(values):
+    return [float(f"{value:.4g}") for value in statistics.quantiles(values, n=4)]
 
 
-def times(programs, operation):
-    """Every peer's time as a multiple of the first one's: quartiles over the rounds, and its median in nanoseconds."""
-    repetitions = {}
-    for program in programs:
-        trial = max(timed(program, operation, 50), 1)
-        repetitions[program] = max(10, min(200000, int(50 * ROUND_NS / trial)))
+def times(operation, programs, _):
+    """Of every peer in nanoseconds, and as a multiple of the first one's."""
+
+    def timed(program, count):
+        return int(run([program, operation, "5", str(count)])) / count
+
+    repetitions = {program: max(10, min(200000, int(ROUND_NS / timed(program, 20)))) for program in programs}
     rounds = []
-    for first in range(ROUNDS):
-        turn = {}
-        for place in range(len(programs)):  # a different neighbour in front of it every time
-            program = programs[(first + place) % len(programs)]
-            turn[program] = timed(program, operation, repetitions[program]) / repetitions[program]
-        rounds.append(turn)
-    figures = {}
-    for program in programs:
-        ratios = [turn[program] / turn[programs[0]] for turn in rounds]
-        low, middle, high = statistics.quantiles(ratios, n=4)
-        figures[program] = {
-            "ns": statistics.median(turn[program] for turn in rounds),
-            "ratio": middle,
-            "ratio_low": low,
-            "ratio_high": high,
+    for first in range(ROUNDS):  # a different neighbour in front of each every time
+        turn = programs[first % len(programs):] + programs[:first % len(programs)]
+        rounds.append({program: timed(program, repetitions[program]) for program in turn})
+    return {
+        peer_of(program): {
+            "ns": quartiles([turn[program] for turn in rounds]),
+            "ratio": quartiles([turn[program] / turn[programs[0]] for turn in rounds]),
         }
-    return figures
+        for program in programs
+    }
 
 
 # ---- All of it
@@ -156,41 +158,30 @@ def progress(text):
     print(f"  {text:<76}", end=end, file=sys.stderr, flush=True)
 
 
-def measure(programs, timing=True):
-    """Counts and times of every operation of the programs, each compared with the first that has it."""
-    operations = {}
-    for program in programs:
-        for operation in run([program, "--list"]).split():
-            operations.setdefault(operation, []).append(program)
+KINDS = {"counts": (counts, os.cpu_count()), "times": (times, 1)}  # how many at a time
 
-    results = {operation: {peer_of(program): {} for program in able} for operation, able in operations.items()}
-    tasks = [(operation, program) for operation, able in operations.items() for program in able]
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        counted = {pool.submit(counts, program, operation): (operation, program) for operation, program in tasks}
-        for done, future in enumerate(concurrent.futures.as_completed(counted), 1):
-            operation, program = counted[future]
-            results[operation][peer_of(program)].update(future.result())
-            progress(f"{done}/{len(tasks)} counted: {operation}, {peer_of(program)}")
 
-    for done, (operation, program) in enumerate(tasks, 1):
-        results[operation][peer_of(program)]["system_calls"] = system_calls(program, operation)
-        progress(f"{done}/{len(tasks)} traced: {operation}, {peer_of(program)}")
-
-    for done, (operation, able) in enumerate(operations.items() if timing else (), 1):
-        for program, figures in times(able, operation).items():
-            results[operation][peer_of(program)].update(figures)
-        progress(f"{done}/{len(operations)} timed: {operation}")
-    return results
+def perform(kind, tasks, keep):
+    """Does the tasks and hands each result to keep(): kind, operation, {peer: figures}; a failure has its own kind."""
+    take, workers = KINDS[kind]
+    with concurrent.futures.ThreadPoolExecutor(workers) as pool:
+        doing = {pool.submit(take, *task): task for task in tasks}
+        for done, future in enumerate(concurrent.futures.as_completed(doing), 1):
+            operation, programs, _ = doing[future]
+            what = f"{kind} of {operation}, {peer_of(programs[0]) if len(programs) == 1 else 'all peers'}"
+            try:
+                keep(kind, operation, future.result())
+                progress(f"{done}/{len(doing)} {what}")
+            except FAILURES as failure:
+                keep("failed", what, str(failure))
 
 
 def main():
-    target, *programs = sys.argv[1:]
-    try:
-        results = measure(programs, timing="KEL_BENCH_NO_TIMES" not in os.environ)
-    except (Failure, subprocess.TimeoutExpired) as failure:
-        sys.exit(f"measure.py: {failure}")
-    with open(target, "w", encoding="utf-8") as file:
-        json.dump(results, file, indent=1)
+    kind, tasks, results = sys.argv[1:]
+    with open(tasks, encoding="utf-8") as file:
+        listed = json.load(file)
+    with open(results, "w", encoding="utf-8", buffering=1) as file:
+        perform(kind, listed, lambda *result: print(json.dumps(result), file=file))
 
 
 if __name__ == "__main__":

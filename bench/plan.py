@@ -1,235 +1,144 @@
-"""What ./run bench measures, on whom, and what has to hold.
+"""What ./run bench measures, and the counts that are held: a row for each operation.
 
-Names are those of the programs: bench_PEER OPERATION COUNT. Titles are those of docs/performance.md.
+Names are those of the programs' own tables, titles those of docs/performance.md. The programs and their order come from
+bench/CMakeLists.txt.
 """
 
-import dataclasses
+import typing
+
+ROOM = 0.02  # what a count may be above the one that stands here
 
 
-@dataclasses.dataclass(frozen=True)
-class Peer:
+class Row(typing.NamedTuple):
+    """An operation and, of each of the module's programs that do it, in their order, its user instructions."""
+
     title: str
-    folder: str = ""  # of its program, below the folder of the benchmarks
-    packages: tuple = ()  # whose versions are told
-    objects: tuple = ()  # the shared objects whose size is told
-    bare: bool = False  # its transfers hand the arguments to the system unseen
+    counts: tuple
+    allocations: int = 0
+    system_calls: int | None = None  # their number, where nobody does the same by hand
+    locks: bool = False  # whether it may
 
-
-# ---- On the host, the reference first. What a library looks at before a transfer stands beside it.
-
-REFERENCE = "hand_options"
-MODULE = ("module_static", "module_shared")
-PEERS = {
-    REFERENCE: Peer("by hand, options"),
-    "hand": Peer("by hand"),
-    "module_static": Peer("module, static"),
-    "module_shared": Peer("module, shared"),
-    # The socket's state, which says whether it may have to wait.
-    "apr": Peer("APR", packages=("libapr1",), objects=("libapr-1.so.0",)),
-    # Whether the thread was interrupted.
-    "nspr": Peer("NSPR", packages=("libnspr4",), objects=("libnspr4.so",)),
-    # The socket's type and state, the buffer and the record.
-    "glib": Peer(
-        "GLib",
-        packages=("libglib2.0-0",),
-        objects=("libgio-2.0.so.0", "libgobject-2.0.so.0", "libglib-2.0.so.0"),
-    ),
-    # Nothing: its methods are inline, around the system's call.
-    "ace": Peer("ACE", packages=("libace-7.0.8",), objects=("libACE-7.0.8.so",), bare=True),
-    # The handle's type and state, the number of buffers, the record's family.
-    "libuv": Peer("libuv", packages=("libuv1",), objects=("libuv.so.1",)),
-    # The descriptor; its code is in its headers, so there is no object.
-    "asio": Peer("Asio", packages=("libasio-dev",)),
-    # The descriptor.
-    "poco": Peer(
-        "POCO",
-        packages=("libpoconet80", "libpocofoundation80"),
-        objects=("libPocoNet.so.80", "libPocoFoundation.so.80"),
-    ),
-}
-LIBRARIES = tuple(PEERS)[4:]
 
 ENDPOINTS = {
-    "tcp_server_ipv4": "TCP server, IPv4",
-    "tcp_server_ipv6": "TCP server, IPv6",
-    "tcp_client": "TCP client",
-    "udp_server": "UDP server",
-    "local_server": "local server",
+    "tcp_server_ipv4": Row("TCP server, IPv4", (386, 388, 466, 340)),
+    "tcp_server_ipv6": Row("TCP server, IPv6", (350, 352, 430, 303)),
+    "tcp_client": Row("TCP client", (380, 382, 460, 314)),
+    "udp_server": Row("UDP server", (375, 377, 455, 323)),
+    "local_server": Row("local server", (221, 223, 338, 140)),
 }
 TRANSFERS = {
-    "send_recv": "send, recv",
-    "sendto_recvfrom": "sendto, recvfrom",
+    "send_recv": Row("send, recv", (40, 42, 40, 40)),
+    "sendto_recvfrom": Row("sendto, recvfrom", (63, 65, 63, 49)),
 }
 ADDRESSES = {
-    "ipv4_from_text": "IPv4 from text",
-    "ipv6_from_text": "IPv6 from text",
-    "ipv4_record_from_text": "IPv4 record from text",
-    "ipv6_record_from_text": "IPv6 record from text",
-    "ipv4_to_text": "IPv4 to text",
-    "ipv6_to_text": "IPv6 to text",
-    "ipv4_line": "IPv4 line of text",
-    "ipv6_line": "IPv6 line of text",
-    "ipv4_compare": "IPv4 comparison",
-    "ipv6_compare": "IPv6 comparison",
+    "ipv4_from_text": Row("IPv4 from text", (341, 342, 341, 326)),
+    "ipv6_from_text": Row("IPv6 from text", (713, 714, 713, 695)),
+    "ipv4_record_from_text": Row("IPv4 record from text", (396, 397, 436, 369)),
+    "ipv6_record_from_text": Row("IPv6 record from text", (768, 769, 808, 739)),
+    "ipv4_to_text": Row("IPv4 to text", (1853, 1854, 1853, 1849)),
+    "ipv6_to_text": Row("IPv6 to text", (4386, 4387, 4386, 4380)),
+    "ipv4_line": Row("IPv4 line of text", (3023, 3024, 3094, 3016)),
+    "ipv6_line": Row("IPv6 line of text", (5505, 5506, 5576, 5498)),
+    "ipv4_compare": Row("IPv4 comparison", (52, 53, 97, 22)),
+    "ipv6_compare": Row("IPv6 comparison", (56, 57, 101, 28)),
 }
-OPERATIONS = {**ENDPOINTS, **TRANSFERS, **ADDRESSES}
-
-# What a library has no call for.
-NO_LINE = "text of the address alone, none with the port"
-NO_COMPARISON = "no comparison of addresses"
-ABSENT = {
-    (peer, operation): reason
-    for peer in ("nspr", "libuv")
-    for reason, operations in (
-        (NO_LINE, ("ipv4_line", "ipv6_line")),
-        (NO_COMPARISON, ("ipv4_compare", "ipv6_compare")),
-    )
-    for operation in operations
+# Lists of addresses are converted in memory from tcmalloc, and libsctp makes some of its own.
+SCTP = {
+    "sctp_sendmsg_recvmsg": Row("sendmsg, recvmsg", (202, 204)),
+    "sctp_server_one2one": Row("one-to-one server", (435, 437), 1),
+    "sctp_server_one2many": Row("one-to-many server", (429, 431), 1),
+    "sctp_server_one2one_str": Row("one-to-one server, from texts", (1202, 1204), 2),
+    "sctp_server_one2many_str": Row("one-to-many server, from texts", (1196, 1198), 2),
+    "sctp_client_one2one": Row("one-to-one client", (458, 460), 1),
+    "sctp_client_one2one_bind": Row("one-to-one client, bound", (685, 687), 2),
+    "sctp_client_one2one_str": Row("one-to-one client, from texts", (1225, 1227), 2),
+    "sctp_client_one2many": Row("one-to-many client", (159, 161)),
+    "sctp_client_one2many_bind": Row("one-to-many client, bound", (405, 407), 1),
+    "sctp_client_one2many_str": Row("one-to-many client, from texts", (927, 929), 1),
+    "sctp_getpaddrs": Row("a peer's addresses", (311, 313), 2),
 }
-
-# Where the work is not quite the same: peers, operations, and in which way.
-FOOTNOTES = (
-    (("apr", "glib", "ace", "asio", "poco"), ("ipv4_line", "ipv6_line"), "address and port, without the family's name"),
-    (("apr", "glib"), ("ipv4_compare", "ipv6_compare"), "without the ports"),
-    (("asio",), tuple(ENDPOINTS), "told that one thread uses it, which spares it most of its locks"),
-)
-
-# ---- In the guest: SCTP, whose operations have a reference of their own
-
-SCTP_REFERENCE = "sctp_hand"
-SCTP_MODULE = ("sctp_module_static", "sctp_module_shared")
-SCTP_PEERS = {
-    SCTP_REFERENCE: Peer("by hand, options", "sctp"),
-    "sctp_module_static": Peer("module, static", "sctp"),
-    "sctp_module_shared": Peer("module, shared", "sctp"),
-}
-SCTP_OPERATIONS = {
-    "sctp_sendmsg_recvmsg": "sendmsg, recvmsg",
-    "sctp_server_one2one": "one-to-one server",
-    "sctp_server_one2many": "one-to-many server",
-    "sctp_server_one2one_str": "one-to-one server, from texts",
-    "sctp_server_one2many_str": "one-to-many server, from texts",
-    "sctp_client_one2one": "one-to-one client",
-    "sctp_client_one2one_bind": "one-to-one client, bound",
-    "sctp_client_one2one_str": "one-to-one client, from texts",
-    "sctp_client_one2many": "one-to-many client",
-    "sctp_client_one2many_bind": "one-to-many client, bound",
-    "sctp_client_one2many_str": "one-to-many client, from texts",
-    "sctp_getpaddrs": "a peer's addresses",
-}
-# Lists of addresses are converted in memory from tcmalloc, and libsctp makes some of its own. Nothing else allocates.
-ALLOCATIONS = {
-    "sctp_server_one2one": 1,
-    "sctp_server_one2many": 1,
-    "sctp_server_one2one_str": 2,
-    "sctp_server_one2many_str": 2,
-    "sctp_client_one2one": 1,
-    "sctp_client_one2one_bind": 2,
-    "sctp_client_one2one_str": 2,
-    "sctp_client_one2many_bind": 1,
-    "sctp_client_one2many_str": 1,
-    "sctp_getpaddrs": 2,
-    # For any number of addresses.
-    "bindx": 1,
-    "bindx_str": 2,
-    "getladdrs": 2,
-    "server_one2one": 1,
-    "server_one2one_str": 2,
-    "client_one2one": 1,
-}
-
-# ---- Growth: an operation's name ends in the number of addresses or threads
-
-GROWTH = Peer("growth by addresses", "growth")
+# By the number of addresses: with one of them, and with the most.
 LISTS = {
-    "bindx": "`kel_sctp_bindx`",
-    "bindx_str": "`kel_sctp_bindx_str`",
-    "getladdrs": "`kel_sctp_getladdrs`",
-    "server_one2one": "`kel_sctp_server_one2one_create`",
-    "server_one2one_str": "`kel_sctp_server_one2one_str_create`",
-    "client_one2one": "`kel_sctp_client_one2one_create`",
+    "bindx": Row("`kel_sctp_bindx`", (258, 2148), 1),
+    "bindx_str": Row("`kel_sctp_bindx_str`", (741, 24054), 2),
+    "getladdrs": Row("`kel_sctp_getladdrs`", (303, 798), 2),
+    "server_one2one": Row("`kel_sctp_server_one2one_create`", (405, 2295), 1),
+    "server_one2one_str": Row("`kel_sctp_server_one2one_str_create`", (908, 24221), 2),
+    "client_one2one": Row("`kel_sctp_client_one2one_create`", (428, 2318), 1),
 }
 LIST_LENGTHS = (1, 2, 4, 8, 16, 32, 64)
-
-THREADS = Peer("growth by threads", "growth")
-THREAD_COUNTS = (1, 2, 4, 8, 16)
-
-# ---- What the module's contract fixes
-
-FIXED = Peer("fixed costs", "fixed")
-PATTERNS = {
-    "is_ipv4_match": "`kel_is_ipv4_addr`, an IPv4 text",
-    "is_ipv4_mismatch": "`kel_is_ipv4_addr`, an IPv6 text",
-    "is_ipv6_match": "`kel_is_ipv6_addr`, an IPv6 text",
-    "is_ipv6_mismatch": "`kel_is_ipv6_addr`, an IPv4 text",
-}
-FRAMES = {
-    "raw_sendto": "`kel_raw_sendto`, by interface",
-    "raw_sendto_record": "`kel_sendto`, with a record filled once",
-}
-
-# Programs that start and end: what links them, the least first.
-STARTS = {
-    "start_none": "the C library alone",
-    "start_without_sctp": "the module, static, without SCTP",
-    "start_tcmalloc_minimal": "tcmalloc, its minimal build",
-    "start_tcmalloc": "tcmalloc, its full build",
-    "start_static": "the module, static",
-    "start_shared": "the module, shared",
-}
-
-# ---- Every program and its operations
-
-
-def numbered(names, numbers):
-    return tuple(f"{name}_{number}" for name in names for number in numbers)
-
-
-def programs():
-    """{name: (peer, operations)} of all that are measured."""
-    planned = {
-        name: (peer, tuple(operation for operation in OPERATIONS if (name, operation) not in ABSENT))
-        for name, peer in PEERS.items()
-    }
-    planned |= {name: (peer, tuple(SCTP_OPERATIONS)) for name, peer in SCTP_PEERS.items()}
-    planned["growth_addresses"] = (GROWTH, numbered(LISTS, LIST_LENGTHS))
-    planned["growth_threads"] = (THREADS, numbered(("threads",), THREAD_COUNTS))
-    planned["fixed"] = (FIXED, (*PATTERNS, *FRAMES))
-    return planned
-
-
-# ---- Limits: user instructions for one operation of the static module
-
-LIMITS = {
-    "tcp_server_ipv4": 410,
-    "tcp_server_ipv6": 375,
-    "tcp_client": 400,
-    "udp_server": 400,
-    "local_server": 250,
-    "send_recv": 41,
-    "sendto_recvfrom": 66,
-    "ipv4_record_from_text": 400,
-    "ipv6_record_from_text": 770,
-    "ipv4_line": 3060,
-    "ipv4_compare": 55,
-    "ipv6_compare": 57,  # IPv4 is asked for first
-}
-# Nearly all of these is the C library's own conversion: the limit is a share above the reference.
-LIMIT_SHARE = 1.05
-SHARE_LIMITED = ("ipv4_from_text", "ipv6_from_text", "ipv4_to_text", "ipv6_to_text", "ipv6_line")
-
-# The shared library may cost this many instructions more, and where it is given its own limit, that one.
-SHARED_LIBRARY_EXTRA = 4
-SHARED_LIBRARY_LIMITS = {"send_recv": 43}
-
-LIBRARY_BYTES = 49151  # stripped
-LIBRARY_RELOCATIONS = 84
-LIBRARY_NEEDED = ("libc.so.6", "libsctp.so.1", "libtcmalloc_minimal.so.4")
-
 # The largest distance from the least-squares line, as a share of the value. The C library copies in steps, which show
 # in the lists that are read.
 STRAIGHT = 0.03
-FLAT = 0.02  # a thread's cost, from that of a single one
+
+# A TCP server in each of so many threads; the others' costs are held to a single one's. In a program with threads the C
+# library locks what marks a call that may be cancelled.
+THREADS = Row("threads", (424,), locks=True)
+THREAD_COUNTS = (1, 2, 4, 8, 16)
+
+PATTERNS = {
+    "is_ipv4_match": Row("`kel_is_ipv4_addr`, an IPv4 text", (235134,), 633, 0),
+    "is_ipv4_mismatch": Row("`kel_is_ipv4_addr`, an IPv6 text", (181187,), 425, 0),
+    "is_ipv6_match": Row("`kel_is_ipv6_addr`, an IPv6 text", (3413157,), 7790, 0),
+    "is_ipv6_mismatch": Row("`kel_is_ipv6_addr`, an IPv4 text", (2940705,), 6886, 0),
+    "is_ipv4_match_utf8": Row("`kel_is_ipv4_addr`, an IPv4 text, UTF-8", (662919,), 876, 0),
+    "is_ipv4_mismatch_utf8": Row("`kel_is_ipv4_addr`, an IPv6 text, UTF-8", (586133,), 665, 0),
+    "is_ipv6_match_utf8": Row("`kel_is_ipv6_addr`, an IPv6 text, UTF-8", (6978259,), 13095, 0),
+    "is_ipv6_mismatch_utf8": Row("`kel_is_ipv6_addr`, an IPv4 text, UTF-8", (6239566,), 12181, 0),
+}
+FRAMES = {
+    "raw_sendto": Row("`kel_raw_sendto`, by interface", (938,), 0, 7),
+    "raw_sendto_record": Row("`kel_sendto`, with a record filled once", (36,), 0, 1),
+}
+
+
+# ---- Who does them, and where
+
+
+class Part(typing.NamedTuple):
+    """Operations, and the groups of programs that do them. The first program is the reference of the times, and one by
+    hand that of the system calls."""
+
+    rows: dict
+    groups: tuple
+    counted: str  # "host" or "guest"
+    timed: tuple  # one of these, both, or none
+    repetitions: int = 60  # that are counted
+
+
+def lengths(name, row):
+    """A row for each number of addresses; the first and the last are held to their counts, all to the line."""
+    counts = {LIST_LENGTHS[0]: row.counts[:1], LIST_LENGTHS[-1]: row.counts[1:]}
+    return {f"{name}_{n}": row._replace(counts=counts.get(n, ())) for n in LIST_LENGTHS}
+
+
+LISTED = {name: row for each in LISTS.items() for name, row in lengths(*each).items()}
+THREADED = {f"threads_{n}": THREADS if n == 1 else THREADS._replace(counts=()) for n in THREAD_COUNTS}
+HOST = Part({**ENDPOINTS, **TRANSFERS, **ADDRESSES}, ("hand", "module", "library"), "host", ("host",))
+PARTS = (
+    HOST,
+    Part(THREADED, ("threads",), "host", ("host",), 1200),  # to make a thread never takes quite the same
+    Part(PATTERNS, ("fixed",), "host", ("host",), 24),  # millions of instructions each
+    Part(SCTP, ("sctp_hand", "sctp_module"), "guest", ("guest",)),
+    Part(FRAMES, ("fixed",), "guest", ("guest", "host")),
+    Part(LISTED, ("addresses",), "guest", ()),
+)
+BY_HAND = ("hand", "sctp_hand")
+MODULE = ("module", "sctp_module", "addresses", "threads", "fixed")  # the groups that are judged
+
+# Programs that start and end, the least first: what links them, and the instructions of those that link the module.
+STARTS = {
+    "start_none": ("the C library alone", None),
+    "start_without_sctp": ("the module, static, without SCTP", 133593),
+    "start_tcmalloc_minimal": ("tcmalloc, its minimal build", None),
+    "start_tcmalloc": ("tcmalloc, its full build", None),
+    "start_static": ("the module, static", 6298674),
+    "start_shared": ("the module, shared", 6285941),
+}
+
+# The shared library, without symbols.
+LIBRARY = {"bytes": 42320, "relocations": 52, "constructors": 0}
+LIBRARY_NEEDED = ("libc.so.6", "libsctp.so.1", "libtcmalloc_minimal.so.4")
 
 # Whose instructions are shown, with the reasons for each in performance.md.in.
 SHOWN = ("kel_send", "kel_recvfrom", "kel_sizeof_socket")

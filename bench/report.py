@@ -1,20 +1,24 @@
-"""Writes results down: docs/performance.md out of performance.md.in, and docs/performance.svg."""
+"""Writes results down: performance.md out of performance.md.in, and performance.svg."""
 
 import collections
 import os
+import re
 import string
 import subprocess
 import tempfile
+import textwrap
 
 import judge
 import measure
 import plan
 
+import picture  # from tools/, where measure looks
+
 HERE = os.path.dirname(os.path.realpath(__file__))
 TEMPLATE = os.path.join(HERE, "performance.md.in")
 PLOT = os.path.join(HERE, "performance.gnuplot")
 
-MARKS = "¹²³⁴⁵"
+MARKS = "¹²³⁴⁵⁶⁷⁸⁹"
 NONE = "–"
 MISSING = "missing"
 
@@ -29,21 +33,24 @@ def grouped(number):
     return f"{number:,.0f}"
 
 
-def quartiles(low, middle, high, form):
+def spread(values, scale=1):
+    """Median and quartiles, as they jitter: see settled()."""
+    low, middle, high = (value / scale for value in values)
+    form = ",.0f" if middle >= 100 else ".1f" if middle >= 10 else ".2f"
     return f"{middle:{form}} [{low:{form}}, {high:{form}}]"
 
 
-def cells(results, operation, peers, show):
+def titles(build, peers):
+    return [build.titles[peer] for peer in peers]
+
+
+def cells(build, section, operation, peers, show):
     """The figures of these peers for an operation, as show() writes each."""
-    figures = results["operations"].get(operation, {})
+    figures = section.get(operation, {})
     return [
-        NONE if (peer, operation) in plan.ABSENT else show(figures[peer]) if peer in figures else MISSING
+        show(figures[peer]) if peer in figures else MISSING if peer in build.able.get(operation, ()) else NONE
         for peer in peers
     ]
-
-
-def titles(peers):
-    return [peer.title for peer in peers.values()]
 
 
 def show_instructions(figures):
@@ -51,45 +58,55 @@ def show_instructions(figures):
 
 
 def show_ratio(figures):
-    return quartiles(figures["ratio_low"], figures["ratio"], figures["ratio_high"], ".2f")
+    return spread(figures["ratio"])
+
+
+def show_microseconds(figures):
+    return spread(figures["ns"], 1000)
 
 
 # ---- Operations of the host
 
 
-def mark(peer, operation):
+def notes_of(build):
+    """{note: titles of its peers}, in the order of the tables."""
+    found = {}
+    for operation in plan.HOST.rows:
+        for peer in build.peers(*plan.HOST.groups):
+            if note := build.notes.get((peer, operation)):
+                found.setdefault((peer in build.able[operation], note), {})[build.titles[peer]] = None
+    return found
+
+
+def mark(build, peer, operation):
     """The footnote's, where there is one."""
-    notes = zip(MARKS, plan.FOOTNOTES)
-    return "".join(sign for sign, (peers, operations, _) in notes if peer in peers and operation in operations)
+    noted = [note for able, note in notes_of(build) if able]
+    note = build.notes.get((peer, operation))
+    return MARKS[noted.index(note)] if note in noted else ""
 
 
-def instructions(results):
-    rows = []
-    for operation, title in plan.OPERATIONS.items():
-        costs = cells(results, operation, plan.PEERS, show_instructions)
-        costs = [cost + mark(peer, operation) for cost, peer in zip(costs, plan.PEERS)]
-        limits = [judge.limit(results, peer, operation) for peer in plan.MODULE]
-        shown = " / ".join(NONE if most is None else grouped(most) for most in dict.fromkeys(limits))
-        rows.append([title, *costs[:4], shown, *costs[4:]])
-    heads = titles(plan.PEERS)
-    return table(["", *heads[:4], "limits", *heads[4:]], rows)
+def instructions(build, results):
+    peers, rows = build.peers(*plan.HOST.groups), []
+    for operation, row in plan.HOST.rows.items():
+        costs = cells(build, results["counts"], operation, peers, show_instructions)
+        rows.append([row.title, *(cost + mark(build, peer, operation) for cost, peer in zip(costs, peers))])
+    return table(["", *titles(build, peers)], rows)
 
 
-def footnotes():
-    notes = [f"{sign} {text}" for sign, (_, _, text) in zip(MARKS, plan.FOOTNOTES)]
-    reasons = collections.defaultdict(dict)  # dicts, as sets that keep their order
-    for (peer, _), reason in plan.ABSENT.items():
-        reasons[reason][plan.PEERS[peer].title] = None
-    notes += [f"{NONE} {' and '.join(peers)}: {reason}" for reason, peers in reasons.items()]
-    return "; ".join(notes) + "."
+def footnotes(build, _):
+    notes = notes_of(build)
+    lines = [f"{sign} {note}" for sign, note in zip(MARKS, (note for able, note in notes if able))]
+    lines += [f"{NONE} {' and '.join(who)}: {note}" for (able, note), who in notes.items() if not able]
+    return "; ".join(lines) + "."
 
 
-def times(results):
-    peers = {name: peer for name, peer in plan.PEERS.items() if name != plan.REFERENCE}
+def times(build, results):
+    peers = build.peers(*plan.HOST.groups)[1:]
     rows = [
-        [title, *cells(results, operation, peers, show_ratio)] for operation, title in plan.OPERATIONS.items()
+        [row.title, *cells(build, results["times host"], operation, peers, show_ratio)]
+        for operation, row in plan.HOST.rows.items()
     ]
-    return table(["", *titles(peers)], rows)
+    return table(["", *titles(build, peers)], rows)
 
 
 def difference(calls, reference):
@@ -99,20 +116,21 @@ def difference(calls, reference):
     return " ".join(parts) or ("" if calls == reference else "in another order")
 
 
-def system_calls(results):
+def system_calls(build, results):
+    peers = build.peers(*plan.HOST.groups)
     operations = {**plan.ENDPOINTS, **plan.TRANSFERS}
     columns = []
     for operation in operations:
-        reference = results["operations"].get(operation, {}).get(plan.REFERENCE, {}).get("system_calls", [])
+        reference = results["counts"].get(operation, {}).get(peers[0], {}).get("system_calls", [])
 
         def show(figures):
             calls = figures["system_calls"]
             return f"{len(calls)} {difference(calls, reference)}".strip()
 
-        column = cells(results, operation, plan.PEERS, show)
+        column = cells(build, results["counts"], operation, peers, show)
         column[0] = f"{len(reference)} {', '.join(reference)}"
         columns.append([entry.replace("setsockopt ", "") for entry in column])
-    return table(["", *operations.values()], zip(titles(plan.PEERS), *columns))
+    return table(["", *(row.title for row in operations.values())], zip(titles(build, peers), *columns))
 
 
 def show_hidden(figures):
@@ -120,101 +138,111 @@ def show_hidden(figures):
     return " / ".join(map(str, counts)) if any(counts) else NONE
 
 
-def hidden(results):
+def hidden(build, results):
     """Of those that have any, and the operations in which they do."""
-    columns = {title: cells(results, name, plan.PEERS, show_hidden) for name, title in plan.OPERATIONS.items()}
+    peers = build.peers(*plan.HOST.groups)
+    columns = {
+        row.title: cells(build, results["counts"], name, peers, show_hidden) for name, row in plan.HOST.rows.items()
+    }
     columns = {title: column for title, column in columns.items() if set(column) != {NONE}}
-    rows = [row for row in zip(titles(plan.PEERS), *columns.values()) if set(row[1:]) != {NONE}]
+    rows = [row for row in zip(titles(build, peers), *columns.values()) if set(row[1:]) != {NONE}]
     return table(["", *columns], rows)
 
 
 # ---- SCTP, growth, fixed costs
 
 
-def sctp(results):
-    module = {name: plan.SCTP_PEERS[name] for name in plan.SCTP_MODULE}
+def sctp(build, results):
+    by_hand, modules = build.peers("sctp_hand"), build.peers("sctp_module")
     rows = []
-    for operation, title in plan.SCTP_OPERATIONS.items():
-        row = [title, *cells(results, operation, plan.SCTP_PEERS, show_instructions)]
-        row += cells(results, operation, module, lambda figures: f"{figures['allocations']:.0f}")[:1]
-        rows.append(row + cells(results, operation, module, show_ratio))
-    head = ["", *titles(plan.SCTP_PEERS), "allocations, module", *(f"time, {title}" for title in titles(module))]
+    for operation, row in plan.SCTP.items():
+        shown = cells(build, results["counts"], operation, by_hand + modules, show_instructions)
+        rows.append([row.title, *shown, *cells(build, results["times guest"], operation, modules, show_ratio)])
+    head = ["", *titles(build, by_hand + modules), *(f"time, {title}" for title in titles(build, modules))]
     return table(head, rows)
 
 
-def growth(results):
+def growth(build, results):
     rows = []
-    for name, title in plan.LISTS.items():
-        points = judge.growth(results, name)
-        if points:
-            base, slope, distance = judge.line(points)
-            rows.append([title, grouped(base), f"{slope:.1f}", f"{distance:.1%}"])
-        else:
-            rows.append([title, *[MISSING] * 3])
-    return table(["", "the call", "each address", "farthest from the line"], rows)
+    for name, row in plan.LISTS.items():
+        points = judge.growth(build, results, name)
+        base, slope, distance = judge.line(points) if points else [float("nan")] * 3
+        rows.append([row.title, grouped(base), f"{slope:.1f}", f"{distance:.1%}", row.allocations])
+    return table(["", "the call", "each address", "farthest from the line", "allocations"], rows)
 
 
-def threads(results):
-    costs = judge.thread_costs(results)
+def threads(build, results):
+    costs = judge.thread_costs(build, results)
     rows = [["instructions", *(grouped(cost) for _, cost in costs)], ["µs"]]
     for count, _ in costs:
-        figures = results["operations"][f"threads_{count}"]["growth_threads"]
-        rows[1].append(f"{figures['ns'] / 1000 / count:.1f}" if "ns" in figures else NONE)
+        rows[1] += cells(build, results["times host"], f"threads_{count}", build.peers("threads"),
+                         lambda figures, count=count: spread(figures["ns"], 1000 * count))
     return table(["threads", *(n for n, _ in costs)], rows)
 
 
-def fixed(results):
-    def microseconds(figures):
-        return grouped(figures["ns"] / 1000) if "ns" in figures else NONE
-
-    shows = (
-        show_instructions,
-        lambda figures: grouped(figures["allocations"]),
-        lambda figures: len(figures["system_calls"]),
-        microseconds,
-    )
+def fixed(build, results):
     rows = []
-    for operation, title in {**plan.PATTERNS, **plan.FRAMES}.items():
-        rows.append([title, *(cells(results, operation, ("fixed",), show)[0] for show in shows)])
-    return table(["", "instructions", "allocations", "system calls", "µs"], rows)
+    for part in (plan.PATTERNS, plan.FRAMES):
+        for operation, row in part.items():
+            shows = (show_instructions, lambda figures: grouped(figures["allocations"]),
+                     lambda figures: len(figures["system_calls"]))
+            peers, shown = build.peers("fixed"), [row.title]
+            for show in shows:
+                shown += cells(build, results["counts"], operation, peers, show)
+            shown += cells(build, results["times host"], operation, peers, show_microseconds)
+            inside = cells(build, results["times guest"], operation, peers, show_microseconds)
+            rows.append(shown + (inside if part is plan.FRAMES else [NONE]))
+    return table(["", "instructions", "allocations", "system calls", "µs", "µs, user-mode kernel"], rows)
 
 
-def starts(results):
+def starts(_, results):
     rows = []
-    for name, title in plan.STARTS.items():
-        figures = results["startup"].get(name)
+    for name, (title, _) in plan.STARTS.items():
+        figures = results.get("starts", {}).get(name)
         if figures is None:
             rows.append([title, *[MISSING] * 4])
             continue
-        span = figures["microseconds"]
-        rows.append(
-            [
-                title,
-                grouped(figures["instructions"]),
-                quartiles(*(span[key] / 1000 for key in ("lower_quartile", "median", "upper_quartile")), ".1f"),
-                grouped(figures["private_kib"]),
-                len(figures["objects"]),
-            ]
-        )
+        span = [figures["microseconds"][key] for key in ("lower_quartile", "median", "upper_quartile")]
+        shown = [grouped(figures["instructions"]), spread(span, 1000), grouped(figures["private_kib"])]
+        rows.append([title, *shown, len(figures["objects"])])
     return table(["a program with", "instructions", "ms", "private KiB", "shared objects"], rows)
 
 
-# ---- Sizes, instructions
+# ---- Sizes, code, kelcat
 
 
-def sizes(results):
+def sizes(build, results):
     rows = []
-    for peer in ("module_shared", *plan.LIBRARIES):
-        figures = results["sizes"].get(peer)
-        if figures is not None and peer != "asio":
+    for peer in ("module_shared", *build.peers("library")):
+        figures = results.get("sizes", {}).get(peer, {})
+        if "objects" in figures:
             objects = " + ".join(f"`{name}`" for name in figures["objects"])
             counts = (grouped(figures[key]) for key in ("bytes", "relocations", "constructors"))
             rows.append([objects, *counts, ", ".join(figures["needed"])])
     return table(["", "bytes", "relocations", "constructors", "needs"], rows)
 
 
+def headers(build, results):
+    """Libraries that are headers alone, and what each adds."""
+    added = ((peer, figures.get("headers")) for peer, figures in results.get("sizes", {}).items())
+    return "; ".join(f"{build.titles[peer]} {grouped(size)}" for peer, size in added if size is not None) or MISSING
+
+
+def kelcat(_, results):
+    rows, rates = [], results.get("kelcat", {})
+    tools = list(next(iter(rates.values()), ()))
+    for title, taken in rates.items():
+        rows.append([title, *(spread(measure.quartiles(taken[tool])) if tool in taken else MISSING for tool in tools)])
+    return table(["", *tools], rows)
+
+
 def code(results, function):
-    return "\n".join(("```", f"{function}:", *results["disassembly"][function], "```"))
+    return "\n".join(("```", f"{function}:", *results.get("code", {}).get(function, [MISSING]), "```"))
+
+
+def versions(_, results):
+    told = ", ".join(f"{name} {version}" for name, version in results.get("versions", {}).items())
+    return textwrap.fill(told, 120, break_on_hyphens=False)
 
 
 def verdict(faults):
@@ -226,53 +254,126 @@ def verdict(faults):
 # ---- The page
 
 
-def page(results, faults):
+TABLES = (versions, instructions, footnotes, times, system_calls, hidden, sctp, growth, threads, fixed, starts, sizes,
+          headers, kelcat)
+
+
+def in_words(number):
+    return f"{number / 1e6:.1f} million" if number > 1e6 else grouped(number)
+
+
+def told(build, results):
+    """Counts that sentences tell: ${OPERATION__PEER}, and of the library that takes the least."""
+    found = {}
+    for operation, figures in results["counts"].items():
+        costs = {peer: figures[peer]["instructions"] for peer in figures}
+        costs["least_library"] = min((costs[peer] for peer in build.peers("library") if peer in costs), default=0)
+        found |= {f"{operation}__{peer}": in_words(cost) for peer, cost in costs.items()}
+    return collections.defaultdict(lambda: MISSING, found)
+
+
+def page(build, results, faults):
     with open(TEMPLATE, encoding="utf-8") as file:
         template = string.Template(file.read())
-    values = {
-        "versions": ", ".join(f"{name} {version}" for name, version in results["versions"].items()),
-        "asio_bytes": grouped(results["sizes"]["asio"]["bytes"]) if "asio" in results["sizes"] else MISSING,
-        "rounds": measure.ROUNDS,
-        "footnotes": footnotes(),
-        "verdict": verdict(faults),
-        "library_bytes": grouped(plan.LIBRARY_BYTES),
-        "library_relocations": plan.LIBRARY_RELOCATIONS,
-        "library_needed": ", ".join(plan.LIBRARY_NEEDED),
-        "straight": f"{plan.STRAIGHT:.0%}",
-        "flat": f"{plan.FLAT:.0%}",
+    text = template.substitute(
+        told(build, results) | {make.__name__: make(build, results) for make in TABLES},
         **{function: code(results, function) for function in plan.SHOWN},
-    }
-    tables = (instructions, times, system_calls, hidden, sctp, growth, threads, fixed, starts, sizes)
-    values |= {make.__name__: make(results) for make in tables}
-    return template.substitute(values)
+        rounds=measure.ROUNDS,
+        verdict=verdict(faults),
+        room=f"{plan.ROOM:.0%}",
+        straight=f"{plan.STRAIGHT:.0%}",
+    )
+    title, opening, rest = text.split("\n\n", 2)  # the numbers in it have moved the ends of its lines
+    return "\n\n".join((title, textwrap.fill(opening, 120), rest))
+
+
+JITTER = re.compile(r"([\d,.]+) \[([\d,.]+), ([\d,.]+)\]")
+
+
+def settled(old, new):
+    """The new page, with the old one's times where both runs agree: each one's median lies between the other's
+    quartiles. Counts from 100,000 on, which an allocator's state moves a little, agree within a half per cent. A
+    table's line is known by the heading above it and its first cell."""
+
+    def lines(text):
+        heading = ""
+        for line in text.splitlines():
+            heading = line if line.startswith("#") else heading
+            yield (heading, line.split("|")[1] if line.startswith("|") else line), line
+
+    def agree(one, other):
+        large = [float(cell.replace(",", "")) for cell in (one, other) if re.fullmatch(r" [\d,]{7,} ", cell)]
+        if len(large) == 2:
+            return abs(large[0] - large[1]) < large[0] / 200
+        found = [JITTER.fullmatch(cell.strip()) for cell in (one, other)]
+        if not all(found):
+            return False
+        (a, low_a, high_a), (b, low_b, high_b) = ([float(text.replace(",", "")) for text in m.groups()] for m in found)
+        return low_a <= b <= high_a and low_b <= a <= high_b
+
+    before, result = dict(lines(old)), []
+    for key, line in lines(new):
+        fresh, kept = line.split("|"), before.get(key, "").split("|")
+        if len(fresh) == len(kept) > 1:
+            line = "|".join(one if agree(one, other) else other for one, other in zip(kept, fresh))
+        result.append(line)
+    return "\n".join(result) + "\n"
+
+
+def shown(build, results):
+    """The tables that a reader waits for, their columns aligned."""
+    parts = []
+    for make in (instructions, sctp, fixed, kelcat):
+        rows = [[cell.strip() for cell in line.strip("|").split("|")] for line in make(build, results).splitlines()]
+        del rows[1]
+        widths = [max(map(len, column)) for column in zip(*rows)]
+        parts.append("\n".join("  ".join([first.ljust(widths[0]), *map(str.rjust, rest, widths[1:])])
+                               for first, *rest in rows))
+    return "\n\n".join(parts)
 
 
 # ---- The picture
 
 
-def write_data(results, folder):
-    """What performance.gnuplot reads: a row for each group or point, of complete results."""
+def write_data(build, results, folder):
+    """What performance.gnuplot reads: a row for each group or point."""
 
     def write(name, lines):
         with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
             for line in lines:
                 print(*line, sep="\t", file=file)
 
-    def costs(operation, peers):
-        return [judge.instructions(results, peer, operation) for peer in peers]
-
+    # The delivered stand-ins and link-time optimisation have their columns in the table.
+    peers = [*build.peers("hand"), *build.peers("module")[:2], *build.peers("library")]
     operations = {**plan.ENDPOINTS, **plan.TRANSFERS}
-    bars = [[title, *costs(operation, plan.PEERS)] for operation, title in operations.items()]
-    write("operations", [["", *titles(plan.PEERS)], *bars])
+    bars = (
+        [row.title, *(judge.instructions(results, peer, operation) for peer in peers)]
+        for operation, row in operations.items()
+    )
+    write("operations", [["", *titles(build, peers)], *bars])
     texts = [name for name in plan.LISTS if name.endswith("_str")]
     for file, names in (("texts", texts), ("records", [name for name in plan.LISTS if name not in texts])):
-        lines = (dict(judge.growth(results, name)) for name in names)
-        points = zip(plan.LIST_LENGTHS, *(line.values() for line in lines))
-        write(file, [["", *names], *points])
-    write("threads", judge.thread_costs(results))
+        lines = [dict(judge.growth(build, results, name)) for name in names]
+        write(file, [["", *names], *([n, *(line.get(n) for line in lines)] for n in plan.LIST_LENGTHS)])
+    write("threads", judge.thread_costs(build, results))
+    return {"bars": len(peers), "groups": len(operations), "records": len(plan.LISTS) - len(texts), "texts": len(texts)}
 
 
-def picture(results, path):
+def draw(build, results, path):
     with tempfile.TemporaryDirectory(prefix="kel-bench-") as folder:
-        write_data(results, folder)
-        subprocess.run(["gnuplot", "-e", f"folder='{folder}'; picture='{path}'", PLOT], check=True)
+        numbers = write_data(build, results, folder)
+        values = [f"{name}={number}" for name, number in numbers.items()]
+        values += [f"folder='{folder}'", f"picture='{path}'"]
+        subprocess.run(["gnuplot", "-e", "; ".join(values), PLOT], check=True)
+    picture.follow_scheme(path)
+
+
+def write(build, results, faults, folder):
+    path = os.path.join(folder, "performance.md")
+    text = page(build, results, faults)
+    if os.path.exists(path):
+        with open(path, encoding="utf-8") as file:
+            text = settled(file.read(), text)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)
+    draw(build, results, os.path.join(folder, "performance.svg"))

@@ -1,6 +1,7 @@
-"""What binutils tell of shared objects and programs: sizes, what loading them takes, and the code of a function."""
+"""What the tools tell of shared objects, programs and packages: sizes, what loading takes, code, versions."""
 
 import os
+import platform
 import re
 import subprocess
 import tempfile
@@ -34,13 +35,33 @@ def together(objects):
 
 
 def loaded_objects(program):
-    """{name: path} of the shared objects that come with a program."""
-    return dict(re.findall(r"^\s*(\S+) => (/\S+)", output("ldd", program), re.MULTILINE))
+    """{name: path} of the shared objects that a program names, the compiler's and the C library's own apart."""
+    named = re.findall(r"\(NEEDED\).*\[(.*)\]", output("readelf", "-dW", program))
+    paths = dict(re.findall(r"^\s*(\S+) => (/\S+)", output("ldd", program), re.MULTILINE))
+    return {name: paths[name] for name in named if not re.match(r"lib(c|m|gcc_s|stdc\+\+)\.so", name)}
 
 
 def code_and_data(program):
     text, data = output("size", program).splitlines()[1].split()[:2]
     return int(text) + int(data)
+
+
+def of_libraries(build):
+    """{peer: figures}, and what one that is headers alone adds to the program by hand."""
+    sizes = {"module_shared": {**shared_object(build.library, compilers_own=0), "objects": ["libkel_socket.so.1"]}}
+    for peer in build.peers("library"):
+        program = build.programs[peer]
+        objects = {name: shared_object(path) for name, path in loaded_objects(program).items()}
+        if objects:
+            sizes[peer] = {**together(objects), "objects": list(objects)}
+        else:
+            sizes[peer] = {"headers": code_and_data(program) - code_and_data(build.programs["hand"])}
+    return sizes
+
+
+def versions(packages):
+    lines = output("dpkg-query", "-W", "-f", "${Package} ${Version}\n", *packages).splitlines()
+    return {"Linux": platform.release().split("-")[0], **dict(line.split() for line in lines)}
 
 
 def disassembly(path, function):

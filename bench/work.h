@@ -2,14 +2,12 @@
 #ifndef BENCH_WORK_H
 #define BENCH_WORK_H
 
-/*
- * One operation of a peer. The names are those of the table in bench/plan.py; a peer leaves out what it has no call
- * for, and the plan says so.
- */
+/* One operation of a peer, by its name in bench/plan.py. */
 struct Operation {
     const char *name;
     void (*prepare)();          /* once, not counted: opens what the operation needs; or null */
-    void (*repeat)(long count); /* counted */
+    void (*repeat)(long count); /* counted; null where the peer has no call for it */
+    const char *note = nullptr; /* in which way the work is not quite the same, or why there is none */
 };
 
 /* The peer's operations; one without a name is the last. */
@@ -24,7 +22,14 @@ template <void (*Once)()> void repeat(long count)
 }
 
 /* A line of a peer's table: the function's name is the operation's. */
-#define OPERATION(name, prepare) {#name, prepare, repeat<name>}
+#define OPERATION(name, prepare, ...) {#name, prepare, repeat<name>, ##__VA_ARGS__}
+#define NO_OPERATION(name, reason) {#name, nullptr, nullptr, reason}
+
+/* Notes that several peers give. */
+#define WITHOUT_FAMILY "address and port, without the family's name"
+#define WITHOUT_PORTS "without the ports"
+#define NO_LINE "text of the address alone, none with the port"
+#define NO_COMPARISON "no comparison of addresses"
 
 /* Ends the program with a message when something that must hold does not. A measurement of failures is none. */
 #define REQUIRE(condition) ((condition) ? (void)0 : work_failed(#condition, __FILE__, __LINE__))
@@ -50,6 +55,10 @@ constexpr int DATAGRAM = 64;
  */
 extern unsigned short server_port;
 void find_server();
+
+/* ... a port that nobody has, for a library that goes about it in another way where the system is to choose one ... */
+extern unsigned short free_port;
+void choose_port();
 
 /* ... and a path for a local socket, in a folder of the program's own. */
 extern const char *path;

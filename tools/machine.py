@@ -62,6 +62,14 @@ def has_ipv6():
     return False
 
 
+@functools.cache
+def allows_frames():
+    """Whether packet sockets are to be had, for which it takes a privilege."""
+    with contextlib.suppress(OSError), socket.socket(socket.AF_PACKET, socket.SOCK_RAW):
+        return True
+    return False
+
+
 if __name__ == "__main__":
     asked = {"hosts": allows_hosts, "sctp": has_sctp, "ipv6": has_ipv6}
     sys.exit(0 if all(asked[name]() for name in sys.argv[1:]) else 1)

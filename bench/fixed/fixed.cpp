@@ -7,6 +7,7 @@
 #include "kel_socket.h"
 
 #include <linux/if_ether.h>
+#include <locale.h>
 
 /* ---- Patterns: every text is of one family, and none of the other ---- */
 
@@ -31,6 +32,12 @@ static void is_ipv6_match()
 static void is_ipv6_mismatch()
 {
     REQUIRE(kel_is_ipv6_addr(ipv4_text) == KEL_FALSE);
+}
+
+/* The same in a locale whose characters may take several bytes. */
+static void choose_utf8()
+{
+    REQUIRE(setlocale(LC_ALL, "C.UTF-8") != nullptr);
 }
 
 /* ---- Frames: by name of the interface, and with a record that was filled once ---- */
@@ -61,8 +68,15 @@ static void raw_sendto_record()
 }
 
 const Operation operations[] = {
-    OPERATION(is_ipv4_match, nullptr),  OPERATION(is_ipv4_mismatch, nullptr),
-    OPERATION(is_ipv6_match, nullptr),  OPERATION(is_ipv6_mismatch, nullptr),
-    OPERATION(raw_sendto, open_sender), OPERATION(raw_sendto_record, open_sender),
+    OPERATION(is_ipv4_match, nullptr),
+    OPERATION(is_ipv4_mismatch, nullptr),
+    OPERATION(is_ipv6_match, nullptr),
+    OPERATION(is_ipv6_mismatch, nullptr),
+    {"is_ipv4_match_utf8", choose_utf8, repeat<is_ipv4_match>},
+    {"is_ipv4_mismatch_utf8", choose_utf8, repeat<is_ipv4_mismatch>},
+    {"is_ipv6_match_utf8", choose_utf8, repeat<is_ipv6_match>},
+    {"is_ipv6_mismatch_utf8", choose_utf8, repeat<is_ipv6_mismatch>},
+    OPERATION(raw_sendto, open_sender),
+    OPERATION(raw_sendto_record, open_sender),
     {nullptr, nullptr, nullptr},
 };

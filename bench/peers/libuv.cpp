@@ -248,5 +248,7 @@ const Operation operations[] = {
     OPERATION(sendto_recvfrom, open_datagrams), OPERATION(ipv4_from_text, nullptr),
     OPERATION(ipv6_from_text, nullptr),         OPERATION(ipv4_record_from_text, nullptr),
     OPERATION(ipv6_record_from_text, nullptr),  OPERATION(ipv4_to_text, fill_records),
-    OPERATION(ipv6_to_text, fill_records),      {nullptr, nullptr, nullptr},
+    OPERATION(ipv6_to_text, fill_records),      NO_OPERATION(ipv4_line, NO_LINE),
+    NO_OPERATION(ipv6_line, NO_LINE),           NO_OPERATION(ipv4_compare, NO_COMPARISON),
+    NO_OPERATION(ipv6_compare, NO_COMPARISON),  {nullptr, nullptr, nullptr},
 };
