@@ -5,48 +5,57 @@
 #include <cstdlib>
 #include <cstring>
 
-std::string frame_text(unsigned long number, const std::string &frame, bool outgoing, unsigned protocol)
+#include "channel.h"
+
+const char frame_format[] =
+    "Frames are hexadecimal text both ways: '#' comments, then lines of an offset and up to 16 bytes,\n"
+    "\"0010  08 00 45 ...\"; offset 0 begins the next frame. packet: receives, or sends with --send-only.\n"
+    "It shows incoming frames; with -v, unless --raw, the machine's own too, marked \"out\".\n";
+
+size_t frame_text(char *text, unsigned long number, const char *frame, size_t size, bool outgoing, unsigned protocol)
 {
-    char piece[80];
-    snprintf(piece, sizeof(piece), "# %lu: %zu bytes %s, protocol 0x%04x", number, frame.size(),
-             outgoing ? "out" : "in", protocol);
-    std::string text = piece;
-    for (size_t i = 0; i < frame.size(); i++) {
+    static const char digits[] = "0123456789abcdef";
+    char *end =
+        text + sprintf(text, "# %lu: %zu bytes %s, protocol 0x%04x", number, size, outgoing ? "out" : "in", protocol);
+    for (size_t i = 0; i < size; i++) {
         if (i % 16 == 0) {
-            snprintf(piece, sizeof(piece), "\n%04zx ", i);
-            text += piece;
+            end += sprintf(end, "\n%04zx ", i);
         }
-        snprintf(piece, sizeof(piece), " %02x", (unsigned)(unsigned char)frame[i]);
-        text += piece;
+        const unsigned char byte = (unsigned char)frame[i];
+        *end++ = ' ';
+        *end++ = digits[byte >> 4];
+        *end++ = digits[byte & 15];
     }
-    return text + '\n';
+    *end++ = '\n';
+    return (size_t)(end - text);
 }
 
-bool FrameReader::take(const std::string &text, std::deque<std::string> *frames)
+size_t FrameReader::take(const char *text, size_t size, std::string *complete)
 {
-    for (char character : text) {
-        if (character != '\n') {
-            line += character;
-        } else if (!take_line(frames)) {
-            return false;
+    size_t used = 0;
+    while (used < size && complete->empty() && wrong.empty()) {
+        const char *start = text + used;
+        const char *end = static_cast<const char *>(memchr(start, '\n', size - used));
+        line.append(start, end != nullptr ? (size_t)(end - start) : size - used);
+        used = end != nullptr ? (size_t)(end - text) + 1 : size;
+        if (end != nullptr) {
+            take_line(complete);
         }
     }
-    return true;
+    return used;
 }
 
-bool FrameReader::finish(std::deque<std::string> *frames)
+void FrameReader::finish(std::string *complete)
 {
-    if (!line.empty() && !take_line(frames)) {
-        return false;
+    if (!line.empty()) {
+        take_line(complete);
     }
-    if (!frame.empty()) {
-        frames->push_back(std::move(frame));
-        frame.clear();
+    if (complete->empty() && wrong.empty()) {
+        complete->swap(frame);
     }
-    return true;
 }
 
-bool FrameReader::take_line(std::deque<std::string> *frames)
+bool FrameReader::take_line(std::string *complete)
 {
     std::string text;
     text.swap(line);
@@ -64,8 +73,7 @@ bool FrameReader::take_line(std::deque<std::string> *frames)
         return refuse("does not begin with an offset such as 0000");
     }
     if (offset == 0 && !frame.empty()) {
-        frames->push_back(std::move(frame));
-        frame.clear();
+        complete->swap(frame);
     }
     if (offset != frame.size()) {
         return refuse("has an offset that is neither 0 nor where the frame goes on");

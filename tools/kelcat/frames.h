@@ -2,29 +2,29 @@
 #ifndef KELCAT_FRAMES_H
 #define KELCAT_FRAMES_H
 
-#include <deque>
 #include <string>
 
-/* A comment line, then lines of an offset and 16 bytes. */
-std::string frame_text(unsigned long number, const std::string &frame, bool outgoing, unsigned protocol);
+/* A comment line, then lines of an offset and 16 bytes; returns the length. A frame of 64 KiB makes less than 256 KiB.
+ */
+size_t frame_text(char *text, unsigned long number, const char *frame, size_t size, bool outgoing, unsigned protocol);
 
 class FrameReader
 {
   public:
-    /* Takes the next piece of text and appends every frame that it completes; false when a line is wrong. */
-    bool take(const std::string &text, std::deque<std::string> *frames);
+    /* Takes text up to where it completes a frame, which it puts into the empty one, and returns how much. */
+    size_t take(const char *text, size_t size, std::string *complete);
 
-    /* The text has ended: so has the last frame. */
-    bool finish(std::deque<std::string> *frames);
+    /* The text has ended: so has the frame. To be called until it completes no more. */
+    void finish(std::string *complete);
 
-    /* What is wrong, with the number of the line. */
+    /* What is wrong, with the number of the line; empty: nothing. */
     const std::string &error() const
     {
         return wrong;
     }
 
   private:
-    bool take_line(std::deque<std::string> *frames);
+    bool take_line(std::string *complete);
     bool refuse(const char *why);
 
     std::string line;

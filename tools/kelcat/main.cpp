@@ -1,15 +1,11 @@
 /* kelcat: the socket module on the command line. */
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "arguments.h"
-#include "endpoint.h"
 #include "host.h"
-#include "progress.h"
-#include "relay.h"
+#include "pump.h"
 #include "signals.h"
 
 /* A standard descriptor that the caller closed must not become the socket's: read, it ends; written, it fails. */
@@ -22,45 +18,48 @@ static void fill_standard_descriptors()
     }
 }
 
-/*
- * The module prints its reports to standard output. The data gets that one for itself, under another number, and the
- * reports go to standard error, each as one piece.
- */
-static int take_standard_output()
+static std::unique_ptr<Channel> make_channel(const Options &options)
 {
-    static char reports[64 * 1024];
-    int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    setvbuf(stdout, reports, _IOFBF, sizeof(reports));
-    return output;
+    switch (options.transport) {
+    case Tcp:
+    case UnixStream:
+        return make_stream(options);
+    case Udp:
+    case UnixDatagram:
+        return make_datagram(options);
+    case Sctp:
+        return make_sctp(options);
+    default:
+        return make_packet(options);
+    }
 }
 
-static int run(const Arguments &arguments, int output)
+static int run(const Options &options)
 {
-    Endpoint endpoint(arguments);
-    int status = endpoint.open();
-    return status != 0 ? status : relay(arguments, endpoint, output);
+    const std::unique_ptr<Channel> channel = make_channel(options);
+    const int status = channel->open();
+    return status != 0 ? status : pump(options, *channel);
 }
 
 int main(int argc, char **argv)
 {
     fill_standard_descriptors();
-    Arguments arguments = parse_arguments(argc, argv);
+    const Options options = parse_options(argc, argv);
     signals_install();
-    int output = take_standard_output();
-
-    if (!arguments.verbose) {
+    keep_reports();
+    if (!options.verbose) {
         host_filter_add("*", HOST_EVERY_LEVEL);
     }
-    if (output == -1 || socket_module_init() != KEL_OK) {
-        say("cannot start: %s", output == -1 ? strerror(errno) : "the module is refused");
+    if (socket_module_init() != KEL_OK) {
+        say("cannot start: the module is refused");
         return 1;
     }
 
-    int status = run(arguments, output);
-    if (close(output) != 0 && status == 0) {
+    int status = run(options);
+    if (close(STDOUT_FILENO) != 0 && status == 0) {
         say("cannot write to standard output: %s", strerror(errno));
         status = 3;
     }
+    show_reports();
     return status;
 }

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "progress.h"
+#include "channel.h"
 
 namespace
 {
@@ -80,8 +80,14 @@ bool association_status(LONG sockfd, sctp_assoc_t id, struct sctp_status *status
     return kel_getsockopt(sockfd, SOL_SCTP, SCTP_STATUS, status, &size) == 0;
 }
 
-Paths::Paths(bool verbose, LONG socket) : wanted(verbose), sockfd(socket), start(now_seconds())
+Paths::Paths(bool verbose) : wanted(verbose)
 {
+}
+
+void Paths::watch(LONG socket)
+{
+    sockfd = socket;
+    start = now_seconds();
 }
 
 void Paths::line(const char *format, ...)
@@ -116,7 +122,7 @@ void Paths::notification(const union sctp_notification &told)
 
 double Paths::due() const
 {
-    return wanted && association != 0 ? next : -1;
+    return wanted && association != 0 ? next : never;
 }
 
 std::string Paths::state_of(const kel_sockaddr_t &address, const struct sctp_status &status)

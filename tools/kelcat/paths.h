@@ -24,12 +24,15 @@ bool association_status(LONG sockfd, sctp_assoc_t id, struct sctp_status *status
 class Paths
 {
   public:
-    Paths(bool verbose, LONG socket);
+    explicit Paths(bool verbose);
+
+    /* The transfer begins. */
+    void watch(LONG socket);
 
     void up(const struct sctp_assoc_change &change);
     void notification(const union sctp_notification &told);
 
-    /* Says what has changed. The kernel does not tell all of it: to be called at due() too; negative: never. */
+    /* Says what has changed. The kernel does not tell all of it: to be called at due(), too. */
     void look(double now);
     double due() const;
 
@@ -38,8 +41,8 @@ class Paths
     void line(const char *format, ...) __attribute__((format(printf, 2, 3)));
 
     const bool wanted;
-    const LONG sockfd;
-    const double start;
+    LONG sockfd = KEL_ERROR;
+    double start = 0;
     sctp_assoc_t association = 0; /* 0: not up */
     double next = 0;
     std::string latest;                                     /* notification */

@@ -1,28 +1,17 @@
 #include "progress.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
-#include <stdio_ext.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace
-{
+#include "channel.h"
+#include "say.h"
 
-bool line_shown;
-
-void clear_line()
-{
-    if (line_shown) {
-        fputs("\r\033[K", stderr);
-        line_shown = false;
-    }
-}
-
-std::string amount(double bytes)
+static std::string amount(double bytes)
 {
     static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
     size_t unit = 0;
@@ -35,57 +24,36 @@ std::string amount(double bytes)
     return text;
 }
 
-} // namespace
-
-void say_list(const char *format, va_list args)
-{
-    clear_line();
-    if (__fpending(stdout) != 0) {
-        putchar('\n');
-        fflush(stdout);
-    }
-    fputs("kelcat: ", stderr);
-    vfprintf(stderr, format, args);
-    fputc('\n', stderr);
-    fflush(stderr);
-}
-
-void say(const char *format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    say_list(format, args);
-    va_end(args);
-}
-
-double now_seconds()
-{
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return (double)now.tv_sec + (double)now.tv_nsec / 1e9;
-}
-
-Progress::Progress(bool quiet, int output)
-    : wanted(!quiet && isatty(STDERR_FILENO)), typed(isatty(STDIN_FILENO)), shown(isatty(output)), start(now_seconds()),
-      next(start + 1)
+Progress::Progress(bool quiet)
+    : wanted(!quiet && isatty(STDERR_FILENO)), typed(isatty(STDIN_FILENO)), shown(isatty(STDOUT_FILENO)),
+      start(now_seconds()), next(start + 1)
 {
     struct stat status;
     off_t offset = lseek(STDIN_FILENO, 0, SEEK_CUR);
     if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode) && offset >= 0 && offset < status.st_size) {
         input_size = (uint64_t)(status.st_size - offset);
     }
+    past[0] = {start, 0, 0};
 }
 
 Progress::~Progress()
 {
-    clear_line();
-    fflush(stderr);
+    show_line(nullptr);
+}
+
+/* Text of the user's own is on the terminal from now on. */
+void Progress::hide_if(bool on_terminal)
+{
+    if (wanted && on_terminal) {
+        wanted = false;
+        show_line(nullptr);
+    }
 }
 
 void Progress::input(uint64_t bytes)
 {
     input_bytes += bytes;
-    wanted = wanted && !typed;
+    hide_if(typed);
 }
 
 void Progress::sent(uint64_t bytes)
@@ -96,36 +64,40 @@ void Progress::sent(uint64_t bytes)
 void Progress::received(uint64_t bytes)
 {
     received_bytes += bytes;
-    wanted = wanted && !shown;
+    hide_if(shown);
 }
 
 double Progress::due() const
 {
-    return wanted ? next : 0;
+    return wanted ? next : never;
 }
 
 void Progress::show(double now)
 {
-    if (!wanted) {
-        clear_line();
-        return;
-    }
-    if (now < next) {
+    if (now < due()) {
         return;
     }
     next = now + 0.25;
 
-    std::string rate = amount((double)(sent_bytes + received_bytes) / (now - start));
-    fprintf(stderr, "\rsent %s, received %s, %s/s", amount((double)sent_bytes).c_str(),
-            amount((double)received_bytes).c_str(), rate.c_str());
+    const Moment present = {now, sent_bytes + received_bytes, input_bytes};
+    const Moment since = past[count + 1 < moments ? 0 : (count + 1) % moments];
+    past[++count % moments] = present;
+    const double seconds = now - since.time;
+
+    std::string line = "sent " + amount((double)sent_bytes) + ", received " + amount((double)received_bytes) + ", " +
+                       amount((double)(present.moved - since.moved) / seconds) + "/s";
     if (input_size != 0 && input_bytes != 0) {
-        double part = input_bytes < input_size ? (double)input_bytes / (double)input_size : 1;
-        long left = lround((now - start) * (1 - part) / part);
-        fprintf(stderr, ", %.0f %%, %ld:%02ld left", part * 100, left / 60, left % 60);
+        char text[64];
+        const uint64_t rest = input_size - std::min(input_size, input_bytes);
+        snprintf(text, sizeof(text), ", %.0f %%", 100 - 100 * (double)rest / (double)input_size);
+        line += text;
+        if (present.input != since.input) {
+            const long left = lround((double)rest * seconds / (double)(present.input - since.input));
+            snprintf(text, sizeof(text), ", %ld:%02ld left", left / 60, left % 60);
+            line += text;
+        }
     }
-    fputs("\033[K", stderr);
-    fflush(stderr);
-    line_shown = true;
+    show_line(line.c_str());
 }
 
 void Progress::total() const

@@ -1,36 +1,37 @@
-/* What kelcat tells on standard error: sentences, and a progress line that is rewritten in place. */
+/* The progress line, and the closing line of -v. */
 #ifndef KELCAT_PROGRESS_H
 #define KELCAT_PROGRESS_H
 
-#include <cstdarg>
+#include <cstddef>
 #include <cstdint>
-
-/*
- * One sentence behind "kelcat: ", and a line end. A progress line makes room for it, and what the module has reported
- * by then, without a line end of its own, stands in front of it.
- */
-void say(const char *format, ...) __attribute__((format(printf, 1, 2)));
-void say_list(const char *format, va_list args) __attribute__((format(printf, 1, 0)));
-
-/* Seconds of a clock that nobody sets. */
-double now_seconds();
 
 /* Shown on a terminal, from the second second on, and not among what is typed and shown on the terminal itself. */
 class Progress
 {
   public:
-    Progress(bool quiet, int output);
+    explicit Progress(bool quiet);
     ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
 
     void input(uint64_t bytes); /* read from standard input */
     void sent(uint64_t bytes);
     void received(uint64_t bytes);
 
-    double due() const; /* when to call show() next; 0: never */
+    double due() const; /* when to call show() next */
     void show(double now);
-    void total() const; /* the closing line of -v */
+    void total() const;
 
   private:
+    void hide_if(bool on_terminal);
+
+    struct Moment {
+        double time;
+        uint64_t moved; /* sent and received */
+        uint64_t input;
+    };
+    static const size_t moments = 21; /* with four in a second: those of the last five seconds */
+
     bool wanted;
     bool typed; /* standard input is a terminal */
     bool shown; /* standard output is one */
@@ -40,6 +41,8 @@ class Progress
     uint64_t input_size = 0; /* 0: not known */
     uint64_t sent_bytes = 0;
     uint64_t received_bytes = 0;
+    Moment past[moments];
+    size_t count = 0;
 };
 
 #endif

@@ -6,6 +6,7 @@
 #define KELCAT_SIGNALS_H
 
 #include <poll.h>
+#include <string>
 
 /* A signal that the caller of the program had ignored stays ignored; SIGPIPE is ignored from now on. */
 void signals_install();
@@ -16,13 +17,17 @@ int signals_poll(struct pollfd *fds, nfds_t count, double seconds);
 /* The number of a signal that has come since the last call, or 0. */
 int signals_take();
 
-/* While one lives, a signal ends the program at once. For a connect, which may take minutes and leaves nothing behind.
+/*
+ * While one lives, a signal ends the program at once, and so does the timeout, with a sentence. For a connect, which
+ * may take minutes and leaves nothing behind.
  */
 class SignalsExit
 {
   public:
-    SignalsExit();
+    SignalsExit(const std::string &endpoint, double timeout); /* seconds; 0: none */
     ~SignalsExit();
+    SignalsExit(const SignalsExit &) = delete;
+    SignalsExit &operator=(const SignalsExit &) = delete;
 };
 
 #endif

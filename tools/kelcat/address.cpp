@@ -1,0 +1,233 @@
+#include "address.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <net/if.h>
+#include <netdb.h>
+
+#include "say.h"
+
+const char *transport_name(Transport transport)
+{
+    switch (transport) {
+    case Tcp:
+        return "tcp";
+    case Udp:
+        return "udp";
+    case Sctp:
+        return "sctp";
+    case UnixStream:
+        return "unix";
+    case UnixDatagram:
+        return "unix-dgram";
+    default:
+        return "packet";
+    }
+}
+
+/* ---- From text --------------------------------------------------------------------------------------------------- */
+
+void bad_usage(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    say_list(format, args);
+    va_end(args);
+    exit(2);
+}
+
+unsigned long parse_number(const std::string &text, int base, unsigned long least, unsigned long most, const char *what)
+{
+    char *end;
+    errno = 0;
+    bool hexadecimal = base == 0 && text.size() > 2 && (text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0);
+    unsigned long value = strtoul(text.c_str(), &end, hexadecimal ? 16 : 10);
+    if (text.empty() || !isdigit((unsigned char)text[0]) || *end != '\0' || errno != 0 || value < least ||
+        value > most) {
+        bad_usage("\"%s\" is no %s: give a number from %lu to %lu", text.c_str(), what, least, most);
+    }
+    return value;
+}
+
+int family_of(const std::string &host)
+{
+    kel_sockaddr_t record;
+    for (kel_domain_t family : {KEL_AF_INET, KEL_AF_INET6}) {
+        if (kel_inet_pton(family, host.c_str(), &record) == KEL_OK) {
+            return family;
+        }
+    }
+    return AF_UNSPEC;
+}
+
+/* Of digits and dots alone a name server would be asked in vain. */
+static bool is_name(const std::string &text)
+{
+    auto belongs = [](unsigned char c) { return isalnum(c) || c == '-' || c == '.' || c == '_'; };
+    return std::all_of(text.begin(), text.end(), belongs) && text.find_first_not_of("0123456789.") != std::string::npos;
+}
+
+static std::string parse_host(const std::string &text, std::string host, bool names)
+{
+    const bool brackets = host.size() >= 2 && host.front() == '[' && host.back() == ']';
+    if (brackets) {
+        host = host.substr(1, host.size() - 2);
+    }
+    if (host.find('%') != std::string::npos) {
+        bad_usage("\"%s\" has a zone: the module has none, and reaches no link-local address", text.c_str());
+    }
+    const int family = family_of(host);
+    if (family != (brackets ? AF_INET6 : AF_INET) && (brackets || family != AF_UNSPEC || !names || !is_name(host))) {
+        bad_usage("\"%s\" is no %saddress: give ADDR:PORT such as 127.0.0.1:9000%s", text.c_str(),
+                  names ? "" : "numeric ", names ? ", [::1]:9000 or localhost:9000" : " or [::1]:9000");
+    }
+    return host;
+}
+
+static void check_families(const std::string &text, const std::vector<std::string> &hosts)
+{
+    int known = AF_UNSPEC;
+    for (const std::string &host : hosts) {
+        const int family = family_of(host);
+        if (family != AF_UNSPEC && known != AF_UNSPEC && family != known) {
+            bad_usage("\"%s\" has addresses of two families: give all as IPv4 or all as IPv6", text.c_str());
+        }
+        known = family != AF_UNSPEC ? family : known;
+    }
+}
+
+Place parse_place(const std::string &text, const Demands &demands)
+{
+    Place place;
+    size_t bracket = text.rfind(']');
+    size_t colon = text.rfind(':');
+    if (bracket != std::string::npos && colon != std::string::npos && colon < bracket) {
+        colon = std::string::npos; /* one of an IPv6 address */
+    }
+    if (colon != std::string::npos || demands.host) {
+        std::string list = text.substr(0, colon);
+        for (size_t comma; demands.many && (comma = list.find(',')) != std::string::npos; list.erase(0, comma + 1)) {
+            place.hosts.push_back(parse_host(text, list.substr(0, comma), demands.names));
+        }
+        place.hosts.push_back(parse_host(text, list, demands.names));
+        check_families(text, place.hosts);
+        if (colon == std::string::npos && demands.port) {
+            bad_usage("\"%s\" has no port: give ADDR:PORT such as 127.0.0.1:9000 or [::1]:9000", text.c_str());
+        }
+    }
+    if (colon != std::string::npos || !demands.host) {
+        const std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
+        place.port = (uint16_t)parse_number(port, 10, demands.least_port, 65535, "port");
+    }
+    return place;
+}
+
+/* ---- Names ------------------------------------------------------------------------------------------------------- */
+
+/* All addresses of a host, in the order in which the system prefers them; none after one sentence. */
+static Addresses look_up(const std::string &host, uint16_t port)
+{
+    Addresses found;
+    struct addrinfo hints = {};
+    struct addrinfo *list = nullptr;
+    hints.ai_socktype = SOCK_STREAM; /* each address once, not once for every kind of socket */
+    if (const int error = getaddrinfo(host.c_str(), nullptr, &hints, &list)) {
+        say("cannot resolve \"%s\": %s", host.c_str(), error == EAI_SYSTEM ? strerror(errno) : gai_strerror(error));
+        return found;
+    }
+    for (const struct addrinfo *info = list; info != nullptr; info = info->ai_next) {
+        kel_sockaddr_t record = {};
+        if (info->ai_family == AF_INET || info->ai_family == AF_INET6) {
+            memcpy(&record, info->ai_addr, info->ai_addrlen);
+            record.sin.sin_port = htons(port); /* IPv6 has its port at the same place */
+            found.push_back(record);
+        }
+    }
+    freeaddrinfo(list);
+    return found;
+}
+
+std::vector<Addresses> resolve(const Place &place, int family)
+{
+    std::vector<Addresses> hosts;
+    for (const std::string &host : place.hosts) {
+        hosts.push_back(look_up(host, place.port));
+        if (hosts.back().empty()) {
+            return {};
+        }
+        const int numeric = family_of(host);
+        family = numeric != AF_UNSPEC ? numeric : family;
+    }
+
+    std::vector<Addresses> attempts;
+    for (const kel_sockaddr_t &first : hosts.front()) {
+        const sa_family_t chosen = first.sa.sa_family;
+        Addresses attempt = {first};
+        for (size_t i = 1; i < hosts.size(); i++) {
+            auto same = [&](const kel_sockaddr_t &address) { return address.sa.sa_family == chosen; };
+            auto other = std::find_if(hosts[i].begin(), hosts[i].end(), same);
+            if (other != hosts[i].end()) {
+                attempt.push_back(*other);
+            }
+        }
+        if ((family == AF_UNSPEC || chosen == family) && attempt.size() == hosts.size()) {
+            attempts.push_back(attempt);
+        }
+    }
+    if (attempts.empty()) {
+        say("cannot resolve \"%s\": no address of the family that the others have", place.hosts.front().c_str());
+    }
+    return attempts;
+}
+
+/* ---- To text ----------------------------------------------------------------------------------------------------- */
+
+bool is_wildcard(const kel_sockaddr_t &address)
+{
+    const struct in6_addr any = IN6ADDR_ANY_INIT;
+    return address.sa.sa_family == KEL_AF_INET ? address.sin.sin_addr.s_addr == INADDR_ANY
+                                               : memcmp(&address.sin6.sin6_addr, &any, sizeof(any)) == 0;
+}
+
+std::string host_text(const kel_sockaddr_t &address)
+{
+    char text[INET6_ADDRSTRLEN] = "";
+    kel_inet_ntop(address.sa.sa_family, &address, text, sizeof(text));
+    return text;
+}
+
+std::string endpoint_text(Transport transport, const Addresses &addresses)
+{
+    const kel_sockaddr_t &first = addresses.front();
+    std::string list;
+    std::string port;
+    switch (first.sa.sa_family) {
+    case KEL_AF_INET:
+    case KEL_AF_INET6:
+        for (const kel_sockaddr_t &address : addresses) {
+            list += list.empty() ? "" : ",";
+            list += address.sa.sa_family == KEL_AF_INET ? host_text(address) : "[" + host_text(address) + "]";
+        }
+        port = ":" + std::to_string(ntohs(first.sin.sin_port));
+        break;
+    case KEL_AF_UNIX:
+        list.assign(first.un.sun_path, strnlen(first.un.sun_path, sizeof(first.un.sun_path)));
+        break;
+    case KEL_AF_PACKET: {
+        char name[IF_NAMESIZE] = "";
+        char protocol[16];
+        snprintf(protocol, sizeof(protocol), ",0x%04x", ntohs(first.raw.sll_protocol));
+        if_indextoname((unsigned)first.raw.sll_ifindex, name);
+        list = name;
+        port = ntohs(first.raw.sll_protocol) == every_protocol ? "" : protocol;
+        break;
+    }
+    default:
+        break;
+    }
+    return list.empty() ? "" : transport_name(transport) + (":" + list + port);
+}

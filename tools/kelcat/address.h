@@ -1,0 +1,64 @@
+/* Endpoints as text: read into what the module takes, and written so that kelcat can read them again. */
+#ifndef KELCAT_ADDRESS_H
+#define KELCAT_ADDRESS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "kel_socket.h"
+
+enum Transport { Tcp = 1, Udp = 2, Sctp = 4, UnixStream = 8, UnixDatagram = 16, Packet = 32 };
+
+/* As it stands in front of an endpoint's colon. */
+const char *transport_name(Transport transport);
+
+const uint16_t every_protocol = 3; /* ETH_P_ALL */
+
+/* One for each address of a peer or of this end; of SCTP alone there may be several. */
+using Addresses = std::vector<kel_sockaddr_t>;
+
+/* [ADDR[,ADDR]...:]PORT, not resolved yet. */
+struct Place {
+    std::vector<std::string> hosts; /* numbers, those of IPv6 without brackets, or names */
+    uint16_t port = 0;
+};
+
+/* Which part must be there, and what it may be. */
+struct Demands {
+    bool host;
+    bool port;
+    unsigned long least_port;
+    bool many;
+    bool names;
+};
+
+/* Ends the program with one sentence on bad text. */
+Place parse_place(const std::string &text, const Demands &demands);
+
+/* Digits alone in base 10, or in base 0 also 0x and digits in base 16. Ends the program likewise. */
+unsigned long parse_number(const std::string &text, int base, unsigned long least, unsigned long most,
+                           const char *what);
+
+/* One sentence, and the end of the program with status 2. */
+[[noreturn]]
+void bad_usage(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* AF_UNSPEC: a name, which only resolve() can tell. */
+int family_of(const std::string &host);
+
+/*
+ * What to try, in turn: of a name its addresses; of a list one address of each host, all of one family. Only those of
+ * the family, unless that is AF_UNSPEC. Nothing, after one sentence, where a name has no address.
+ */
+std::vector<Addresses> resolve(const Place &place, int family);
+
+bool is_wildcard(const kel_sockaddr_t &address);
+
+/* The number, without brackets and port. */
+std::string host_text(const kel_sockaddr_t &address);
+
+/* The endpoint that reaches these addresses, such as tcp:[::1]:9000; empty: a local socket without a name. */
+std::string endpoint_text(Transport transport, const Addresses &addresses);
+
+#endif

@@ -1,0 +1,373 @@
+#include "options.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "channel.h"
+#include "say.h"
+
+namespace
+{
+
+const unsigned streams = Tcp | UnixStream;
+const unsigned datagrams = Udp | UnixDatagram;
+const unsigned every = streams | datagrams | Sctp | Packet;
+
+const char help_head[] =
+    "Usage: kelcat ENDPOINT [OPTION]...\n"
+    "Joins an endpoint of the socket module to standard input and output.\n"
+    "\n"
+    "Endpoints (ADDR: IPv4, [IPv6] or a name; a listener without ADDR takes every IPv4 address)\n"
+    "  tcp:ADDR:PORT    tcp-listen:[ADDR:]PORT     stream; a listener takes one connection\n"
+    "  udp:ADDR:PORT    udp-listen:[ADDR:]PORT     datagrams; a listener belongs to its first sender\n"
+    "  sctp:ADDR[,ADDR]...:PORT    sctp-listen:[ADDR[,ADDR]...:]PORT    messages of one association\n"
+    "  unix:PATH        unix-listen:PATH           local stream\n"
+    "  unix-dgram:PATH  unix-dgram-listen:PATH     local datagrams; answered only with --local\n"
+    "  packet:INTERFACE[,PROTOCOL]                 link-layer frames, of every protocol or of one\n"
+    "Options (in front of the colon: the endpoints that take it); an abbreviation will do\n";
+
+const char help_tail[] =
+    "Exit status: 0 done; 1 the endpoint could not be opened; 2 bad usage; 3 not all was delivered;\n"
+    "  129, 130, 143 ended by SIGHUP, SIGINT, SIGTERM.\n"
+    "Examples\n"
+    "  kelcat tcp-listen:9000 > file                      kelcat tcp:localhost:9000 < file\n"
+    "  kelcat udp:[::1]:9000 --send-only < file           kelcat unix:/run/app.sock\n"
+    "  kelcat sctp-listen:9000 > file                     kelcat sctp:10.1.0.2,10.2.0.2:9000 < file\n"
+    "  kelcat packet:eth0,0x88b5 --count 1 > frame.txt    kelcat packet:eth1 --send-only < frame.txt\n";
+
+/* ---- Values ------------------------------------------------------------------------------------------------------ */
+
+double seconds(const std::string &text)
+{
+    char *end;
+    double value = strtod(text.c_str(), &end);
+    if (!isdigit((unsigned char)text[0]) || *end != '\0' || !(value > 0 && value <= 1e6)) {
+        bad_usage("\"%s\" is no time: give seconds, more than 0 and at most 1000000", text.c_str());
+    }
+    return value;
+}
+
+double rate(std::string text)
+{
+    double unit = 1;
+    if (!text.empty() && (text.back() == 'k' || text.back() == 'm')) {
+        unit = text.back() == 'k' ? 1024 : 1024 * 1024;
+        text.pop_back();
+    }
+    return unit * (double)parse_number(text, 10, 1, 1000000000, "rate");
+}
+
+void check_path(const std::string &path)
+{
+    if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
+        bad_usage("the path \"%s\" has %zu characters: give 1 to %zu", path.c_str(), path.size(),
+                  sizeof(sockaddr_un::sun_path) - 1);
+    }
+}
+
+[[noreturn]]
+void print_and_exit(const std::string &text)
+{
+    if (fputs(text.c_str(), stdout) == EOF || fflush(stdout) == EOF) {
+        say("cannot write to standard output: %s", strerror(errno));
+        exit(3);
+    }
+    exit(0);
+}
+
+[[noreturn]]
+void print_help();
+
+/* ---- The table --------------------------------------------------------------------------------------------------- */
+
+const struct Option {
+    const char *name;
+    char letter;
+    const char *argument; /* null: it takes none */
+    unsigned transports;  /* that take it */
+    bool listeners;       /* whether those of them that listen do */
+    const char *help;
+    void (*store)(Options *options, const std::string &value);
+} table[] = {
+    {"local", 0, "ADDRESS", Tcp | Udp | Sctp | UnixDatagram, false, "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH",
+     [](Options *options, const std::string &value) { options->local_text = value; }},
+    {"send-only", 0, nullptr, every, true, "what is received is discarded",
+     [](Options *options, const std::string &) { options->send_only = true; }},
+    {"recv-only", 0, nullptr, every, true, "standard input is not read",
+     [](Options *options, const std::string &) { options->recv_only = true; }},
+    {"timeout", 0, "SECONDS", streams | Sctp, false, "to connect within, over all addresses of a name",
+     [](Options *options, const std::string &value) { options->timeout = seconds(value); }},
+    {"idle", 0, "SECONDS", every, true, "end after so much silence",
+     [](Options *options, const std::string &value) { options->idle = seconds(value); }},
+    {"size", 0, "BYTES", datagrams | Sctp, true, "of a datagram (1400, 8192) or message (8192)",
+     [](Options *options, const std::string &value) { options->size = parse_number(value, 10, 1, 200000, "size"); }},
+    {"rate", 0, "BYTES[k|m]", datagrams | Packet, true, "a second (packet 4m, udp to other machines 8m)",
+     [](Options *options, const std::string &value) { options->rate = rate(value); }},
+    {"count", 0, "N", datagrams | Packet, true, "the Nth datagram or frame is the peer's end",
+     [](Options *options, const std::string &value) {
+         options->count = parse_number(value, 10, 1, 1000000000, "count");
+     }},
+    {"raw", 0, nullptr, Packet, true, "plain bytes, not hexadecimal; all of the input is one frame",
+     [](Options *options, const std::string &) { options->raw = true; }},
+    {"one-to-many", 0, nullptr, Sctp, true, "a socket of the one-to-many style",
+     [](Options *options, const std::string &) { options->one_to_many = true; }},
+    {"streams", 0, "N", Sctp, true, "so many at most, used in turn; each keeps its own order alone",
+     [](Options *options, const std::string &value) {
+         options->streams = (uint16_t)parse_number(value, 10, 1, 65535, "number of streams");
+     }},
+    {"ppid", 0, "N", Sctp, true, "payload protocol identifier, as it is read on the wire (0)",
+     [](Options *options, const std::string &value) {
+         options->ppid = (uint32_t)parse_number(value, 0, 0, UINT32_MAX, "payload protocol identifier");
+     }},
+    {"verbose", 'v', nullptr, every, true,
+     "addresses, totals and the module's reports, on standard error; sctp: paths and notifications, as in "
+     "\"2.345 path 10.1.0.2 active, primary\"",
+     [](Options *options, const std::string &) { options->verbose = true; }},
+    {"quiet", 'q', nullptr, every, true, "no progress line",
+     [](Options *options, const std::string &) { options->quiet = true; }},
+    {"help", 'h', nullptr, every, true, "", [](Options *, const std::string &) { print_help(); }},
+    {"version", 0, nullptr, every, true, "",
+     [](Options *, const std::string &) { print_and_exit("kelcat " KELCAT_VERSION "\n"); }},
+};
+
+std::string names_of(unsigned transports, const char *last_separator)
+{
+    std::string list;
+    for (unsigned rest = transports, bit = 1; rest != 0; bit <<= 1) {
+        if ((rest & bit) != 0) {
+            rest &= ~bit;
+            list += list.empty() ? "" : rest != 0 ? ", " : last_separator;
+            list += transport_name((Transport)bit);
+        }
+    }
+    return list;
+}
+
+/* Words behind a first column, in lines of at most 100 characters. */
+std::string wrapped(std::string line, size_t indent, const std::string &words)
+{
+    std::string text;
+    for (size_t at = 0, end; at < words.size(); at = end + 1) {
+        end = std::min(words.find(' ', at), words.size());
+        if (line.size() + 1 + end - at > 100) {
+            text += line + '\n';
+            line.clear();
+        }
+        line.resize(std::max(line.size() + 1, indent), ' ');
+        line += words.substr(at, end - at);
+    }
+    return text + line + '\n';
+}
+
+void print_help()
+{
+    std::string text = help_head;
+    for (const Option &option : table) {
+        std::string name = option.letter != 0 ? std::string("  -") + option.letter + ", --" : "  --";
+        name += option.name;
+        name += option.argument != nullptr ? std::string(" ") + option.argument : "";
+        const std::string takers = option.transports != every ? names_of(option.transports, ", ") + ": " : "";
+        text += wrapped(name, 24, takers + option.help);
+    }
+    text += frame_format;
+    text += "What ends a transfer\n";
+    for (const char *rule : {stream_rule, datagram_rule, packet_rule, sctp_rule}) {
+        text += wrapped("", 2, rule);
+    }
+    print_and_exit(text + help_tail);
+}
+
+/* ---- Reading it -------------------------------------------------------------------------------------------------- */
+
+const Option &find_option(const std::string &name)
+{
+    std::string candidates;
+    const Option *found = nullptr;
+    for (const Option &option : table) {
+        if (name == option.name) {
+            return option;
+        }
+        if (std::string(option.name).compare(0, name.size(), name) == 0) {
+            candidates += candidates.empty() ? "--" : ", --";
+            candidates += option.name;
+            found = &option;
+        }
+    }
+    if (found == nullptr || name.empty()) {
+        bad_usage("\"--%s\" is no option: see kelcat --help", name.c_str());
+    }
+    if (candidates.find(',') != std::string::npos) {
+        bad_usage("\"--%s\" is ambiguous: %s", name.c_str(), candidates.c_str());
+    }
+    return *found;
+}
+
+const Option &find_letter(char letter)
+{
+    for (const Option &option : table) {
+        if (option.letter == letter) {
+            return option;
+        }
+    }
+    bad_usage("\"-%c\" is no option: see kelcat --help", letter);
+}
+
+void store_option(Options *options, const Option &option, const std::string &value)
+{
+    if (option.argument != nullptr && value.empty()) {
+        bad_usage("--%s is empty: give it %s", option.name, option.argument);
+    }
+    option.store(options, value);
+}
+
+/* Whether the endpoint takes the option is seen when both are known. */
+void check_option(const Options &options, const Option &option)
+{
+    if ((option.transports & options.transport) == 0 || (options.listen && !option.listeners)) {
+        bad_usage("--%s is for %s endpoints %s", option.name, names_of(option.transports, " and ").c_str(),
+                  option.listeners ? "alone" : "that do not listen");
+    }
+}
+
+void parse_endpoint(const std::string &text, Options *options)
+{
+    size_t colon = text.find(':');
+    std::string name = text.substr(0, colon);
+    const size_t suffix = name.rfind("-listen");
+    options->endpoint = text;
+    options->listen = suffix != std::string::npos && suffix + strlen("-listen") == name.size();
+    name.resize(options->listen ? suffix : name.size());
+
+    unsigned bit = Tcp;
+    while (bit <= Packet && name != transport_name((Transport)bit)) {
+        bit <<= 1;
+    }
+    if (colon == std::string::npos || bit > Packet || (bit == Packet && options->listen)) {
+        bad_usage("\"%s\" is no endpoint: kelcat --help lists them", text.c_str());
+    }
+    options->transport = (Transport)bit;
+
+    const std::string rest = text.substr(colon + 1);
+    if ((bit & (UnixStream | UnixDatagram)) != 0) {
+        check_path(rest);
+        options->path = rest;
+    } else if (bit == Packet) {
+        size_t comma = rest.rfind(',');
+        options->interface = rest.substr(0, comma);
+        if (options->interface.empty()) {
+            bad_usage("\"%s\" names no interface: give packet:INTERFACE[,PROTOCOL]", text.c_str());
+        }
+        if (comma != std::string::npos) {
+            options->protocol = (uint16_t)parse_number(rest.substr(comma + 1), 0, 1, 65535, "protocol");
+        }
+    } else {
+        options->place = parse_place(rest, {!options->listen, true, options->listen ? 0ul : 1ul, bit == Sctp, true});
+        if (options->place.hosts.empty()) {
+            options->place.hosts.emplace_back("0.0.0.0");
+        }
+    }
+}
+
+void parse_local(Options *options)
+{
+    if (options->transport == UnixDatagram) {
+        check_path(options->local_text);
+        return;
+    }
+    const bool sctp = options->transport == Sctp;
+    const Place place = parse_place(options->local_text, {true, !sctp, 1, sctp, false});
+    const int family = family_of(place.hosts.front());
+    for (const std::string &host : options->place.hosts) {
+        if (family_of(host) != AF_UNSPEC && family_of(host) != family) {
+            bad_usage("--local %s and %s are of two families: give both as IPv4 or both as IPv6",
+                      options->local_text.c_str(), options->endpoint.c_str());
+        }
+    }
+    for (const std::string &host : place.hosts) {
+        kel_sockaddr_t record = {};
+        kel_addr_fill(0, &record, (kel_domain_t)family, (SHORT)place.port, host.c_str(), 0, nullptr);
+        options->local.push_back(record);
+    }
+}
+
+/* What one option asks of the endpoint or of another option, and the values that nobody gave. */
+void complete(Options *options)
+{
+    if (options->send_only && options->recv_only) {
+        bad_usage("--send-only and --recv-only exclude each other");
+    }
+    const size_t most = options->transport == Udp ? 65507 : options->transport == Sctp ? 65536 : 200000;
+    if (options->size > most) {
+        bad_usage("\"%zu\" is no size here: give a number from 1 to %zu", options->size, most);
+    }
+    if (options->size == 0) {
+        options->size = options->transport == Udp ? 1400 : 8192;
+    }
+    if (options->transport == Packet && !options->send_only) {
+        options->recv_only = true;
+    }
+    /* Nobody can answer a sender without a path. */
+    if (options->transport == UnixDatagram && !options->listen && options->local_text.empty()) {
+        if (options->recv_only) {
+            bad_usage("--recv-only needs --local PATH here: without a path nothing can be received");
+        }
+        options->send_only = true;
+    }
+}
+
+} // namespace
+
+Options parse_options(int argc, char **argv)
+{
+    Options options;
+    std::vector<const Option *> given;
+    std::vector<std::string> endpoints;
+    bool no_more = false;
+    for (int i = 1; i < argc; i++) {
+        const std::string text = argv[i];
+        if (no_more || text.size() < 2 || text[0] != '-') {
+            endpoints.push_back(text);
+        } else if (text == "--") {
+            no_more = true;
+        } else if (text[1] != '-') {
+            for (char letter : text.substr(1)) {
+                given.push_back(&find_letter(letter));
+                given.back()->store(&options, "");
+            }
+        } else {
+            const size_t equals = text.find('=');
+            const Option &option = find_option(text.substr(2, equals - 2));
+            given.push_back(&option);
+            if (option.argument == nullptr && equals != std::string::npos) {
+                bad_usage("--%s takes no value", option.name);
+            }
+            if (option.argument != nullptr && equals == std::string::npos && i + 1 == argc) {
+                bad_usage("--%s needs a value: see kelcat --help", option.name);
+            }
+            store_option(&options, option,
+                         equals != std::string::npos  ? text.substr(equals + 1)
+                         : option.argument != nullptr ? argv[++i]
+                                                      : "");
+        }
+    }
+
+    if (endpoints.empty()) {
+        bad_usage("an endpoint is missing, such as tcp:127.0.0.1:9000: see kelcat --help");
+    }
+    if (endpoints.size() > 1) {
+        bad_usage("\"%s\" is one argument too many: give one endpoint", endpoints[1].c_str());
+    }
+    parse_endpoint(endpoints[0], &options);
+    for (const Option *option : given) {
+        check_option(options, *option);
+    }
+    if (!options.local_text.empty()) {
+        parse_local(&options);
+    }
+    complete(&options);
+    return options;
+}

@@ -1,0 +1,176 @@
+#include "udp_queue.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/sock_diag.h>
+
+namespace
+{
+
+const unsigned loopback_index = 1; /* of every network namespace's own interface, which all local traffic takes */
+
+/* What a datagram occupies in a queue: records of the kernel, and memory that comes in powers of two. */
+size_t occupied(size_t size)
+{
+    size_t memory = 1024;
+    while (memory < size + 512) {
+        memory *= 2;
+    }
+    return memory + 512;
+}
+
+/* Only this machine's own addresses can be bound. */
+bool is_local(kel_sockaddr_t address)
+{
+    const LONG probe = kel_socket((kel_domain_t)address.sa.sa_family, KEL_SOCK_DGRAM, 0);
+    address.sin.sin_port = 0; /* IPv6 has its port at the same place */
+    const bool local = kel_bind(probe, &address) == KEL_OK;
+    kel_close(probe);
+    return local;
+}
+
+/* A socket without an address of its own is given one for each datagram. */
+kel_sockaddr_t source_to(LONG sockfd, kel_sockaddr_t to)
+{
+    kel_sockaddr_t own = {};
+    kel_getsockname(sockfd, &own);
+    const in_port_t port = own.sin.sin_port;
+    const LONG probe = kel_socket((kel_domain_t)to.sa.sa_family, KEL_SOCK_DGRAM, 0);
+    const struct in6_addr any = IN6ADDR_ANY_INIT;
+    const bool nowhere = to.sa.sa_family == KEL_AF_INET ? own.sin.sin_addr.s_addr == INADDR_ANY
+                                                        : memcmp(&own.sin6.sin6_addr, &any, sizeof(any)) == 0;
+    if (nowhere && kel_connect(probe, &to) == KEL_OK) {
+        kel_getsockname(probe, &own);
+        own.sin.sin_port = port;
+    }
+    kel_close(probe);
+    return own;
+}
+
+void put_address(__be32 (&field)[4], const kel_sockaddr_t &address)
+{
+    if (address.sa.sa_family == KEL_AF_INET) {
+        memcpy(field, &address.sin.sin_addr, sizeof(address.sin.sin_addr));
+    } else {
+        memcpy(field, &address.sin6.sin6_addr, sizeof(address.sin6.sin6_addr));
+    }
+}
+
+} // namespace
+
+UdpQueue::~UdpQueue()
+{
+    for (const LONG own : {netlink, echo}) {
+        if (own != KEL_ERROR) {
+            kel_close(own);
+        }
+    }
+}
+
+bool UdpQueue::watch(LONG sockfd, const kel_sockaddr_t &to)
+{
+    if (!is_local(to)) {
+        return false;
+    }
+    const bool ipv6 = to.sa.sa_family == KEL_AF_INET6;
+    target = to;
+    source = source_to(sockfd, to);
+    netlink = kel_socket((kel_domain_t)AF_NETLINK, KEL_SOCK_RAW, NETLINK_SOCK_DIAG);
+    echo = kel_udp_server_socket_create((kel_domain_t)to.sa.sa_family, ipv6 ? "::1" : "127.0.0.1", 0);
+    const struct timeval patience = {1, 0};
+    kel_setsockopt(echo, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    kel_getsockname(echo, &echo_name);
+    /* A kernel without the answers says that there is no such socket: of one that there is, too. */
+    return ask_for(echo_name, echo_name) == Known;
+}
+
+UdpQueue::Answer UdpQueue::ask()
+{
+    wait_for_delivery();
+    const Answer answer = ask_for(source, target);
+    if (answer == Known && !asked) {
+        asked = true;
+        dropped_before = dropped;
+    }
+    return answer;
+}
+
+/*
+ * A loaded kernel delivers later, in a thread of its own, and what is on its way there is in no queue yet. It delivers
+ * in order: once a datagram to ourselves is here, so is what was sent before it.
+ */
+void UdpQueue::wait_for_delivery()
+{
+    char mark = 0;
+    if (kel_sendto(echo, &mark, sizeof(mark), MSG_DONTWAIT, &echo_name) == sizeof(mark)) {
+        kel_recv(echo, &mark, sizeof(mark), 0);
+    }
+}
+
+UdpQueue::Answer UdpQueue::ask_for(const kel_sockaddr_t &from, const kel_sockaddr_t &to)
+{
+    struct {
+        struct nlmsghdr head;
+        struct inet_diag_req_v2 body;
+    } question = {};
+    question.head.nlmsg_len = sizeof(question);
+    question.head.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    question.head.nlmsg_flags = NLM_F_REQUEST;
+    question.body.sdiag_family = (__u8)to.sa.sa_family;
+    question.body.sdiag_protocol = IPPROTO_UDP;
+    question.body.idiag_ext = 1 << (INET_DIAG_SKMEMINFO - 1);
+    question.body.idiag_states = ~0u;
+    /* Of UDP the kernel takes them as a datagram has them: its source first. */
+    question.body.id.idiag_sport = from.sin.sin_port;
+    question.body.id.idiag_dport = to.sin.sin_port;
+    put_address(question.body.id.idiag_src, from);
+    put_address(question.body.id.idiag_dst, to);
+    question.body.id.idiag_if = loopback_index;
+    question.body.id.idiag_cookie[0] = INET_DIAG_NOCOOKIE;
+    question.body.id.idiag_cookie[1] = INET_DIAG_NOCOOKIE;
+
+    alignas(struct nlmsghdr) char answer[4096];
+    const LONG length = kel_send(netlink, &question, sizeof(question), 0) == KEL_ERROR
+                            ? KEL_ERROR
+                            : kel_recv(netlink, answer, sizeof(answer), 0);
+    const struct nlmsghdr *head = reinterpret_cast<const struct nlmsghdr *>(answer);
+    if (length == KEL_ERROR || !NLMSG_OK(head, (size_t)length)) {
+        return Unknown;
+    }
+    if (head->nlmsg_type == NLMSG_ERROR) {
+        return static_cast<const struct nlmsgerr *>(NLMSG_DATA(head))->error == -ENOENT ? Nobody : Unknown;
+    }
+
+    const char *attributes = static_cast<const char *>(NLMSG_DATA(head)) + NLMSG_ALIGN(sizeof(struct inet_diag_msg));
+    size_t rest = head->nlmsg_len - (size_t)(attributes - answer);
+    for (const struct nlattr *attribute = reinterpret_cast<const struct nlattr *>(attributes);
+         rest >= sizeof(*attribute) && attribute->nla_len >= sizeof(*attribute) && attribute->nla_len <= rest;) {
+        if (attribute->nla_type == INET_DIAG_SKMEMINFO) {
+            __u32 values[SK_MEMINFO_VARS] = {};
+            memcpy(values, attribute + 1, std::min(sizeof(values), attribute->nla_len - sizeof(*attribute)));
+            used = values[SK_MEMINFO_RMEM_ALLOC];
+            limit = values[SK_MEMINFO_RCVBUF];
+            dropped = values[SK_MEMINFO_DROPS];
+            return Known;
+        }
+        const size_t step = NLA_ALIGN(attribute->nla_len);
+        rest -= std::min(step, rest);
+        attribute = reinterpret_cast<const struct nlattr *>(reinterpret_cast<const char *>(attribute) + step);
+    }
+    return Unknown;
+}
+
+/* A quarter is left to others that send. */
+size_t UdpQueue::room(size_t size) const
+{
+    const size_t most = limit / 4 * 3;
+    return asked && used < most ? (most - used) / occupied(size) : 0;
+}
+
+void UdpQueue::sent(size_t datagrams, size_t size)
+{
+    used += datagrams * occupied(size);
+}
