@@ -1,88 +1,136 @@
-"""Two hosts with two cables between them, in network namespaces, for what survives the loss of one.
+"""Two hosts with cables between them, in network namespaces: for frames, and for what survives the loss of a cable.
 
-Needs a kernel with SCTP and the right to make namespaces: root, for example inside tests/live/guest.
+Needs the right to make namespaces, and a kernel with SCTP for associations: tests/live/guest has both.
 """
 
+import contextlib
 import json
 import os
-import socket
+import signal
 import subprocess
+import sys
+
+import machine
 
 PATHS = (1, 2)
 
-# Seconds instead of minutes until a silent path is given up, and until a working one is taken back.
+# Tenths of a second instead of minutes until a silent path is given up, and until a working one is taken back.
 SYSCTLS = ("net.sctp.rto_min=100", "net.sctp.rto_max=400", "net.sctp.rto_initial=200",
            "net.sctp.path_max_retrans=2", "net.sctp.hb_interval=500")
 
-
-def run(*command):
-    subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+ENDING = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
 
 
-def kernel_has_sctp():
-    """Whether a socket can be made; asking makes the kernel load what it has."""
+def run(*command, lines=()):
+    """Runs a command of the system that reads the lines. A Ctrl-C at the terminal does not reach it."""
+    done = subprocess.run(command, check=False, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          input="\n".join(lines), process_group=0)
+    if done.returncode != 0:
+        raise OSError(f"{' '.join(command)} failed: {done.stderr.strip()}")
+    return done.stdout
+
+
+def stop_tidily():
+    """Lets a signal end the program through its clean-up, which no second signal disturbs."""
+    def stop(number, _frame):
+        for each in ENDING:
+            signal.signal(each, signal.SIG_IGN)
+        sys.exit(128 + number)
+
+    for each in ENDING:
+        signal.signal(each, stop)
+
+
+@contextlib.contextmanager
+def whole():
+    """What is done inside is done whole: a signal that ends the program waits until then."""
+    came = []
+    before = {each: signal.signal(each, lambda number, _frame: came.append(number)) for each in ENDING}
     try:
-        socket.socket(socket.AF_INET, socket.SOCK_STREAM, socket.IPPROTO_SCTP).close()
-    except OSError:
-        return False
-    return True
+        yield
+    finally:
+        for each, handler in before.items():
+            signal.signal(each, handler)
+        for number in came[:1]:
+            signal.raise_signal(number)
 
 
-class TwoPaths:
-    """The hosts "near" and "far"; path N is the cable between 10.N.0.1 and 10.N.0.2, device pathN at either end."""
+class TwoHosts:
+    """The hosts "near" and "far"; cable N is device pathN at either end, with 10.N.0.1 on near and 10.N.0.2 on far."""
 
-    def __init__(self, rate):
-        self.rate = rate
+    paths = (1,)
+
+    def __init__(self):
         self.near, self.far = (f"kel{os.getpid()}{end}" for end in ("near", "far"))
 
     def __enter__(self):
-        if not kernel_has_sctp():
-            raise OSError("this kernel has no SCTP")
         try:
-            for name in (self.near, self.far):
-                run("ip", "netns", "add", name)
-                run("ip", "-n", name, "link", "set", "lo", "up")
-                run("ip", "netns", "exec", name, "sysctl", "-q", "-w", *SYSCTLS)
-            for path in PATHS:
-                device = f"path{path}"
-                run("ip", "link", "add", device, "netns", self.near, "type", "veth", "peer", "name", device, "netns",
-                    self.far)
-                for end, name in enumerate((self.near, self.far), start=1):
-                    run("ip", "-n", name, "address", "add", f"10.{path}.0.{end}/24", "dev", device)
-                    run("ip", "-n", name, "link", "set", device, "up")
-                    run("tc", "-n", name, "qdisc", "add", "dev", device, "root", "netem", "rate", self.rate)
+            self.build()
         except BaseException:
             self.__exit__()
             raise
         return self
 
+    def build(self):
+        devices = [f"path{path}" for path in self.paths]
+        run("ip", "-batch", "-", lines=(
+            f"netns add {self.near}", f"netns add {self.far}",
+            *(f"link add {device} netns {self.near} type veth peer name {device} netns {self.far}"
+              for device in devices)))
+        for end, host in enumerate((self.near, self.far), start=1):
+            run("ip", "-n", host, "-batch", "-", lines=(
+                "link set lo up",
+                *(f"address add 10.{path}.0.{end}/24 dev path{path}" for path in self.paths),
+                *(f"link set {device} up" for device in devices)))
+
     def __exit__(self, *_):
-        for name in (self.near, self.far):
-            subprocess.run(["ip", "netns", "del", name], check=False, stderr=subprocess.DEVNULL)
+        with whole(), contextlib.suppress(OSError):
+            run("ip", "-force", "-batch", "-", lines=(f"netns del {self.near}", f"netns del {self.far}"))
 
     @staticmethod
-    def inside(name):
+    def inside(host):
         """The words in front of a command that is to run on a host."""
-        return ("ip", "netns", "exec", name)
+        return ("ip", "netns", "exec", host)
 
-    @staticmethod
-    def addresses(end):
+    def addresses(self, end):
         """The addresses of the near host (1) or the far one (2), joined by commas."""
-        return ",".join(f"10.{path}.0.{end}" for path in PATHS)
+        return ",".join(f"10.{path}.0.{end}" for path in self.paths)
+
+    def received(self):
+        """Bytes that have arrived at the far host, by path."""
+        shown = run("ip", "-n", self.far, "-s", "-j", "link")
+        links = {link["ifname"]: link["stats64"]["rx"]["bytes"] for link in json.loads(shown)}
+        return {path: links[f"path{path}"] for path in self.paths}
+
+
+class TwoPaths(TwoHosts):
+    """Two cables, each of a limited rate if one is given, that can be cut and restored while an association uses them."""
+
+    paths = PATHS
+
+    def __init__(self, rate=None):
+        super().__init__()
+        self.as_new = ("rate", rate) if rate else ("limit", "1000")
+
+    def build(self):
+        if not machine.has_sctp():
+            raise OSError("this kernel has no SCTP")
+        super().build()
+        for host in (self.near, self.far):
+            run(*self.inside(host), "sysctl", "-q", "-w", *SYSCTLS)
+            run("tc", "-n", host, "-batch", "-", lines=(
+                f"qdisc add dev path{path} root netem {' '.join(self.as_new)}" for path in self.paths))
 
     def cut(self, path):
-        """Loses everything on a path, in both directions, and tells nobody: the link stays up."""
+        """Loses everything on a path, in both directions, and tells nobody: the link stays up.
+
+        On return both ends have taken the order: nothing that is sent from now on arrives.
+        """
         self._set(path, "loss", "100%")
 
     def restore(self, path):
         self._set(path)
 
-    def received(self):
-        """Bytes that have arrived at the far host, by path."""
-        shown = subprocess.run(["ip", "-n", self.far, "-s", "-j", "link"], check=True, stdout=subprocess.PIPE).stdout
-        links = {link["ifname"]: link["stats64"]["rx"]["bytes"] for link in json.loads(shown)}
-        return {path: links[f"path{path}"] for path in PATHS}
-
     def _set(self, path, *more):
-        for name in (self.near, self.far):
-            run("tc", "-n", name, "qdisc", "change", "dev", f"path{path}", "root", "netem", "rate", self.rate, *more)
+        for host in (self.near, self.far):
+            run("tc", "-n", host, "qdisc", "change", "dev", f"path{path}", "root", "netem", *self.as_new, *more)
