@@ -15,8 +15,8 @@ import machine
 PATHS = (1, 2)
 
 # Tenths of a second instead of minutes until a silent path is given up, and until a working one is taken back.
-SYSCTLS = ("net.sctp.rto_min=100", "net.sctp.rto_max=400", "net.sctp.rto_initial=200",
-           "net.sctp.path_max_retrans=2", "net.sctp.hb_interval=500")
+SYSCTLS = ("net.sctp.rto_min=100", "net.sctp.rto_max=400", "net.sctp.rto_initial=100",
+           "net.sctp.path_max_retrans=2", "net.sctp.hb_interval=100")
 
 ENDING = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
 
