@@ -104,13 +104,17 @@ class TwoHosts:
 
 
 class TwoPaths(TwoHosts):
-    """Two cables, each of a limited rate if one is given, that can be cut and restored while an association uses them."""
+    """Two cables, each of a limited rate if one is given, that can be cut and restored while an association uses them.
+
+    A tc waits at either end, so that an order is carried out when it is given and not once a program has started.
+    """
 
     paths = PATHS
 
     def __init__(self, rate=None):
         super().__init__()
-        self.as_new = ("rate", rate) if rate else ("limit", "1000")
+        self.as_new = f"rate {rate}" if rate else "limit 1000"
+        self.tc = []
 
     def build(self):
         if not machine.has_sctp():
@@ -118,19 +122,32 @@ class TwoPaths(TwoHosts):
         super().build()
         for host in (self.near, self.far):
             run(*self.inside(host), "sysctl", "-q", "-w", *SYSCTLS)
-            run("tc", "-n", host, "-batch", "-", lines=(
-                f"qdisc add dev path{path} root netem {' '.join(self.as_new)}" for path in self.paths))
+            self.tc.append(subprocess.Popen(["tc", "-n", host, "-batch", "-"], stdin=subprocess.PIPE,
+                                            stdout=subprocess.PIPE, text=True, process_group=0))
+        for path in self.paths:
+            self._order("add", path)
+
+    def __exit__(self, *_):
+        with whole():
+            for tc in self.tc:
+                tc.communicate()
+            super().__exit__()
 
     def cut(self, path):
         """Loses everything on a path, in both directions, and tells nobody: the link stays up.
 
-        On return both ends have taken the order: nothing that is sent from now on arrives.
+        On return the loss has been seen in force at both ends: nothing that is sent from now on arrives.
         """
-        self._set(path, "loss", "100%")
+        self._order("change", path, " loss 100%")
 
     def restore(self, path):
-        self._set(path)
+        self._order("change", path)
 
-    def _set(self, path, *more):
-        for host in (self.near, self.far):
-            run("tc", "-n", host, "qdisc", "change", "dev", f"path{path}", "root", "netem", *self.as_new, *more)
+    def _order(self, verb, path, more=""):
+        for tc in self.tc:
+            print(f"qdisc {verb} dev path{path} root netem {self.as_new}{more}\nqdisc show dev path{path}",
+                  file=tc.stdin, flush=True)
+        for tc in self.tc:
+            shown = tc.stdout.readline()
+            if "netem" not in shown or ("loss 100%" in shown) != ("loss 100%" in more):
+                raise OSError(f"the queue of path{path} is not as ordered: {shown or 'tc has ended'}")
