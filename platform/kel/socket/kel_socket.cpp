@@ -59,22 +59,9 @@
 static_assert(KEL_AF_UNIX == AF_UNIX && KEL_AF_INET == AF_INET && KEL_AF_INET6 == AF_INET6 &&
                   KEL_AF_PACKET == AF_PACKET,
               "families go to the system unchanged");
-static_assert(KEL_AF_UNIX == 1 && KEL_AF_INET == 2 && KEL_AF_INET6 == 10 && KEL_AF_PACKET == 17,
-              "callers store families into records");
 static_assert(KEL_SOCK_STREAM == int{SOCK_STREAM} && KEL_SOCK_DGRAM == int{SOCK_DGRAM} &&
                   KEL_SOCK_RAW == int{SOCK_RAW} && KEL_SOCK_SEQPACKET == int{SOCK_SEQPACKET},
               "types go to the system unchanged");
-static_assert(KEL_SOCK_STREAM == 1 && KEL_SOCK_DGRAM == 2 && KEL_SOCK_RAW == 3 && KEL_SOCK_SEQPACKET == 5,
-              "callers store types");
-
-static_assert(SYSLOG_CRIT == 1 && SYSLOG_ERR == 2 && SYSLOG_WARNING == 3 && SYSLOG_INFO == 4 && SYSLOG_DEBUG == 5 &&
-                  KEL_SYSLOGLEVELS_NUM == 6,
-              "the system log's levels");
-static_assert(_kel_print_lv_info == 0 && _kel_print_lv_warning == 1 && _kel_print_lv_err == 2 && _kel_print_lv_max == 3,
-              "the print filter's levels");
-static_assert(KEL_MOD_T_NORMAL == 0 && KEL_MOD_T_HOST == 1 && KEL_MOD_T_USER == 2 && KEL_MOD_T_EXTERN == 3 &&
-                  KEL_MOD_T_MAX == 4,
-              "the registry's kinds of module");
 
 static_assert(sizeof(SHORT) == 2 && sizeof(LONG) == 8 && sizeof(ULONG) == 8, "the 64-bit target");
 static_assert(sizeof(struct sockaddr_in) == 16, "the length that goes with KEL_AF_INET");
@@ -91,8 +78,6 @@ static_assert(offsetof(struct sockaddr_in, sin_port) == offsetof(struct sockaddr
               "one test serves the port of both IP families");
 static_assert(IFNAMSIZ == 16, "an interface name with its NUL");
 
-static_assert(IPPROTO_SCTP == 132 && SOL_SCTP == 132 && SCTP_INITMSG == 2 && SCTP_EVENTS == 11,
-              "protocol, level and options of every SCTP endpoint");
 static_assert(sizeof(struct sctp_initmsg) == 8, "the length that goes with SCTP_INITMSG");
 static_assert(sizeof(struct sctp_event_subscribe) == 10, "the length that goes with SCTP_EVENTS: ten flags, no more");
 static_assert(sizeof(sctp_assoc_t) == 4, "an association's identifier");
