@@ -867,6 +867,7 @@ static kel_sockaddr_t *__addr_transfer2_kel_addr(struct sockaddr *addrs, LONG ad
  * Without texts, one record for the wildcard of the family, whatever the count. Text that is no address is reported by
  * the assertion in kel_addr_fill alone.
  */
+[[gnu::flatten]]
 static kel_sockaddr_t *__str_transfer2kel_addr(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr,
                                                LONG addrcnt)
 {
@@ -1161,6 +1162,7 @@ static void __bind_local_list(LONG sockfd, kel_sockaddr_t *my_addrs, LONG my_add
     }
 }
 
+[[gnu::flatten]]
 LONG __sctp_one2one_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                   struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events, sctp_assoc_t *id,
                                   kel_sockaddr_t *my_addrs, LONG my_addrcnt)
@@ -1193,6 +1195,7 @@ LONG __sctp_one2one_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, 
 }
 
 /* The peer's addresses are not used: associations come with the caller's first message to each peer. */
+[[gnu::flatten]]
 LONG __sctp_one2many_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                    struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
                                    kel_sockaddr_t *my_addrs, LONG my_addrcnt)
@@ -1221,6 +1224,7 @@ LONG __sctp_one2many_client_create(kel_domain_t family, kel_sockaddr_t *s_addrs,
 
 /* ---- SCTP endpoints: a client that fails is reported twice, by its set-up and under its own name ----------------- */
 
+[[gnu::flatten]]
 LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
 {
@@ -1250,6 +1254,7 @@ LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, 
     return sockfd;
 }
 
+[[gnu::flatten]]
 LONG kel_sctp_server_one2many_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
                                      LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events)
 {
