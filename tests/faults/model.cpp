@@ -258,10 +258,10 @@ void Model::perror(const char *function, const char *text, int nth)
     reports({function, "kel_perror", text, nth, nullptr});
 }
 
-void Model::asserts(const char *function, int nth)
+void Model::asserts(const char *function)
 {
-    reached(function, "KEL_ASSERT(0)", nth, 0);
-    const sys::Trace report = assert_report(function, nth);
+    reached(function, "KEL_ASSERT(0)", 1, 0);
+    const sys::Trace report = assert_report(function);
     trace.insert(trace.end(), report.begin(), report.end());
 }
 
@@ -328,7 +328,7 @@ LONG Model::kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst)
     }
     /* The system has converted the text even where its answer is another. */
     const int converted = inet_pton((int)af, src, bytes(dst) + address_field(af).offset);
-    return calls(__func__, "inet_pton", list(af, src), converted, af == 2 ? 1 : 2) == 1 ? KEL_OK : KEL_ERROR;
+    return calls(__func__, "inet_pton", list(af, src), converted) == 1 ? KEL_OK : KEL_ERROR;
 }
 
 const CHAR *Model::kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen_t size)
@@ -421,17 +421,16 @@ LONG Model::kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t fam
     memset(my_addr, 0, 112);
 
     if (is_ip(family)) {
-        const int nth = family == 2 ? 1 : 2;
-        if (is_null(__func__, "addrStr", addrStr, nth)) {
+        if (is_null(__func__, "addrStr", addrStr)) {
             return KEL_ERROR;
         }
         begin_record(my_addr, family, port);
         if (kel_inet_pton(family, addrStr, my_addr) != KEL_OK) {
-            asserts(__func__, nth);
+            asserts(__func__);
             return KEL_ERROR;
         }
     } else if (family == 1) {
-        if (is_null(__func__, "addrStr", addrStr, 3)) {
+        if (is_null(__func__, "addrStr", addrStr, 2)) {
             return KEL_ERROR;
         }
         begin_record(my_addr, family, 0);

@@ -167,7 +167,7 @@ class Model
     bool is_null(const char *function, const char *argument, const void *pointer, int nth = 1,
                  const char *check = "NULL_CHECK");
     void perror(const char *function, const char *text, int nth = 1);
-    void asserts(const char *function, int nth);
+    void asserts(const char *function);
 
     /* What the endpoints are made of. */
     bool step(const char *function, const char *text, LONG result, LONG fd);

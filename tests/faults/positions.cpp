@@ -15,8 +15,7 @@ const std::map<std::string, std::string> other_names = {{"__unlink_path", "unlin
 
 /* Words in front of a parenthesis that are no call of the system or the platform. */
 const std::set<std::string> harmless = {
-    "if",    "for",   "while",  "switch", "return",           "sizeof",
-    "htons", "ntohs", "memset", "memcpy", "__builtin_expect", "__builtin_mul_overflow"};
+    "if", "for", "while", "switch", "return", "sizeof", "htons", "ntohs", "memset", "memcpy", "__builtin_mul_overflow"};
 
 std::string read(const char *path)
 {

@@ -18,9 +18,9 @@ const std::vector<FailureCase> failures = {
                   [] { return kel_addr_fill(5, NULL, (kel_domain_t)3, 80, NULL, 0, NULL); }),
     null_argument("FillIpv4NullText", null_check("kel_addr_fill", "addrStr", 1), {cleared},
                   [] { return kel_addr_fill(5, &filled, KEL_AF_INET, 80, NULL, 3, "eth0"); }),
-    null_argument("FillIpv6NullText", null_check("kel_addr_fill", "addrStr", 2), {cleared},
+    null_argument("FillIpv6NullText", null_check("kel_addr_fill", "addrStr", 1), {cleared},
                   [] { return kel_addr_fill(5, &filled, KEL_AF_INET6, 80, NULL, 3, "eth0"); }),
-    null_argument("FillPathNull", null_check("kel_addr_fill", "addrStr", 3), {cleared},
+    null_argument("FillPathNull", null_check("kel_addr_fill", "addrStr", 2), {cleared},
                   [] { return kel_addr_fill(5, &filled, KEL_AF_UNIX, 80, NULL, 3, "eth0"); }),
     null_argument("FillPacketNullInterface", null_check("kel_addr_fill", "ifName"), {cleared},
                   [] { return kel_addr_fill(5, &filled, KEL_AF_PACKET, 0, "text", 3, NULL); }),
@@ -45,13 +45,12 @@ TEST(AddressFill, KeepsFamilyAndPortWhenTheTextIsBadAndOnlyAsserts)
     struct {
         kel_domain_t family;
         const char *text;
-        int nth;
         const char *left;
-    } const rows[] = {{KEL_AF_INET, "::1", 1, "02001f90"},
-                      {KEL_AF_INET, "", 1, "02001f90"},
-                      {KEL_AF_INET, "1.2.3.256", 1, "02001f90"},
-                      {KEL_AF_INET6, "1.2.3.4", 2, "0a001f90"},
-                      {KEL_AF_INET6, "fe80::1%lo", 2, "0a001f90"}};
+    } const rows[] = {{KEL_AF_INET, "::1", "02001f90"},
+                      {KEL_AF_INET, "", "02001f90"},
+                      {KEL_AF_INET, "1.2.3.256", "02001f90"},
+                      {KEL_AF_INET6, "1.2.3.4", "0a001f90"},
+                      {KEL_AF_INET6, "fe80::1%lo", "0a001f90"}};
     for (const auto &row : rows) {
         kel_sockaddr_t address = poisoned();
         sys::Recording recording;
@@ -60,7 +59,7 @@ TEST(AddressFill, KeepsFamilyAndPortWhenTheTextIsBadAndOnlyAsserts)
 
         EXPECT_EQ(recording.trace(),
                   in_order({cleared, "inet_pton(" + std::to_string(row.family) + ", " + row.text + ") = 0",
-                            assert_report("kel_addr_fill", row.nth)}));
+                            assert_report("kel_addr_fill")}));
         EXPECT_EQ(bytes_of(address), record(row.left));
     }
 }

@@ -22,7 +22,7 @@ std::string connecting(const char *answer)
 
 const std::vector<FailureCase> failures = {
     null_argument("BindNull", null_check("kel_bind", "my_addr"), {}, [] { return kel_bind(5, NULL); }),
-    null_argument("BindStrPathNull", null_check("kel_addr_fill", "addrStr", 3), {cleared, cleared},
+    null_argument("BindStrPathNull", null_check("kel_addr_fill", "addrStr", 2), {cleared, cleared},
                   [] { return kel_bind_str(5, KEL_AF_UNIX, 0, NULL, 0, NULL); }),
     null_argument("BindStrInterfaceNull", null_check("kel_addr_fill", "ifName"), {cleared, cleared},
                   [] { return kel_bind_str(5, KEL_AF_PACKET, 0, NULL, 3, NULL); }),
@@ -104,7 +104,7 @@ TEST(BindStr, OnlyAssertsWhenTheTextIsBad)
     EXPECT_EQ(kel_bind_str(5, KEL_AF_INET, 80, "localhost", 0, NULL), KEL_ERROR);
 
     EXPECT_EQ(recording.trace(),
-              in_order({cleared, cleared, "inet_pton(2, localhost) = 0", assert_report("kel_addr_fill", 1)}));
+              in_order({cleared, cleared, "inet_pton(2, localhost) = 0", assert_report("kel_addr_fill")}));
 }
 
 TEST(BindStr, HasClosedTheDescriptorWhenTheInterfaceIsUnknown)
@@ -125,7 +125,7 @@ TEST(ConnectStr, OnlyAssertsWhenTheTextIsBad)
     EXPECT_EQ(kel_connect_str(5, KEL_AF_INET6, 80, "1.2.3.4"), KEL_ERROR);
 
     EXPECT_EQ(recording.trace(),
-              in_order({cleared, cleared, "inet_pton(10, 1.2.3.4) = 0", assert_report("kel_addr_fill", 2)}));
+              in_order({cleared, cleared, "inet_pton(10, 1.2.3.4) = 0", assert_report("kel_addr_fill")}));
 }
 
 TEST(Listen, TakesAnyResultButZeroForAFailureInSilence)

@@ -61,7 +61,7 @@ sys::Trace option_refused(int type)
                      unfiltered(failed_step("kel_socket", "setsockopt socket", ENOPROTOOPT)), closed});
 }
 
-const sys::Trace null_path = in_order({cleared, cleared, unfiltered(null_check("kel_addr_fill", "addrStr", 3))});
+const sys::Trace null_path = in_order({cleared, cleared, unfiltered(null_check("kel_addr_fill", "addrStr", 2))});
 
 const std::vector<FailureCase> failures = {
     {"StreamServerNoSocket",

@@ -113,9 +113,9 @@ std::string filter_key(const std::string &function, const std::string &use, int 
     return filtered == Filtered::ByName ? function : format("%s.%d", function, source_line(function, use, nth));
 }
 
-sys::Trace assert_report(const std::string &function, int nth)
+sys::Trace assert_report(const std::string &function)
 {
-    int line = source_line(function, "KEL_ASSERT(0)", nth);
+    int line = source_line(function, "KEL_ASSERT(0)", 1);
     return {"assert(0, " + std::string(source_name) + ", " + std::to_string(line) + ", 0)"};
 }
 

@@ -36,7 +36,7 @@ sys::Trace perror_report_with(const std::string &function, const std::string &us
 std::string filter_key(const std::string &function, const std::string &use, int nth, Filtered filtered);
 
 /* The trace of KEL_ASSERT(0) in a function. */
-sys::Trace assert_report(const std::string &function, int nth = 1);
+sys::Trace assert_report(const std::string &function);
 
 /* One trace out of several, in order; a line of text is a trace of one call. */
 struct Piece {

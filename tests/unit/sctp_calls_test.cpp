@@ -249,7 +249,7 @@ TEST(Connectx, OfABadTextFailsBeforeTheLibrary)
     EXPECT_EQ(kel_sctp_connectx_str(70, KEL_AF_INET, 5000, texts, 1, &id), KEL_ERROR);
 
     EXPECT_EQ(recording.trace(), in_order({"tc_malloc(112) = 1", cleared, "inet_pton(2, here) = 0",
-                                           assert_report("kel_addr_fill", 1), released(1)}));
+                                           assert_report("kel_addr_fill"), released(1)}));
 }
 
 TEST(SctpSend, CutsDescriptorAndFlagsKeepsTheLengthAndChecksNoRecord)

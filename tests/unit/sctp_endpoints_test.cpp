@@ -457,10 +457,9 @@ TEST(SctpEndpoints, OfABadTextCreateNothing)
 
             EXPECT_EQ(endpoint.create(g), KEL_ERROR) << endpoint.name;
 
-            EXPECT_EQ(
-                recording.trace(),
-                in_order({"tc_malloc(112) = 1", cleared, "inet_pton(" + std::to_string(set.family) + ", here) = 0",
-                          assert_report("kel_addr_fill", set.family == KEL_AF_INET ? 1 : 2), released(1)}));
+            EXPECT_EQ(recording.trace(), in_order({"tc_malloc(112) = 1", cleared,
+                                                   "inet_pton(" + std::to_string(set.family) + ", here) = 0",
+                                                   assert_report("kel_addr_fill"), released(1)}));
         }
     }
 }
@@ -802,7 +801,7 @@ TEST(OneServer, GoesOnWithAWildcardThatCouldNotBeFilled)
 
     EXPECT_EQ(recording.trace(),
               in_order({socket_made(one_server, g.family), cleared, cleared, "inet_pton(2, 0.0.0.0) = 0",
-                        assert_report("kel_addr_fill", 1), bound({wildcards[0].record}), "listen(70, 8) = 0",
+                        assert_report("kel_addr_fill"), bound({wildcards[0].record}), "listen(70, 8) = 0",
                         init_option(), event_option(&subscription)}));
 }
 

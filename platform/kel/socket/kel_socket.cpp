@@ -33,7 +33,7 @@
  * Nothing here sets, saves or restores errno. There is no state between calls.
  *
  * Functions that are flattened have all that they call of the module compiled into them, so that an endpoint costs
- * little more than its system calls. Switches that choose between calls expect IPv4, so that it is asked for first.
+ * little more than its system calls.
  */
 #include "kel_socket.h"
 
@@ -75,7 +75,7 @@ static_assert(offsetof(struct sockaddr_in, sin_family) == 0 && offsetof(struct s
                   sizeof(sockaddr_ll::sll_family) == sizeof(sa_family_t),
               "sa.sa_family reads the family of any record");
 static_assert(offsetof(struct sockaddr_in, sin_port) == offsetof(struct sockaddr_in6, sin6_port),
-              "one test serves the port of both IP families");
+              "the port of both IP families is filled and tested as that of one");
 static_assert(IFNAMSIZ == 16, "an interface name with its NUL");
 
 static_assert(sizeof(struct sctp_initmsg) == 8, "the length that goes with SCTP_INITMSG");
@@ -154,24 +154,24 @@ LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst)
     NULL_CHECK(src);
     NULL_CHECK(dst);
 
-    int converted;
-    switch (__builtin_expect(af, KEL_AF_INET)) {
+    VOID *binary;
+    switch (af) {
     case KEL_AF_INET:
-        converted = inet_pton((int)af, src, &dst->sin.sin_addr);
+        binary = &dst->sin.sin_addr;
         break;
     case KEL_AF_INET6:
-        converted = inet_pton((int)af, src, &dst->sin6.sin6_addr);
+        binary = &dst->sin6.sin6_addr;
         break;
     default:
         return KEL_ERROR;
     }
 
-    return converted == 1 ? KEL_OK : KEL_ERROR;
+    return inet_pton((int)af, src, binary) == 1 ? KEL_OK : KEL_ERROR;
 }
 
 const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen_t size)
 {
-    switch (__builtin_expect(af, KEL_AF_INET)) {
+    switch (af) {
     case KEL_AF_INET:
         return inet_ntop((int)af, &src->sin.sin_addr, dst, size);
     case KEL_AF_INET6:
@@ -222,26 +222,19 @@ LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPor
         return KEL_ERROR;
     }
 
-    bool same;
-    switch (__builtin_expect(addr1->sa.sa_family, KEL_AF_INET)) {
-    case KEL_AF_INET:
-        same = (ignPort || addr1->sin.sin_port == addr2->sin.sin_port) &&
-               KEL_MemCmp(&addr1->sin.sin_addr, &addr2->sin.sin_addr, sizeof(addr1->sin.sin_addr)) == 0;
-        break;
-    case KEL_AF_INET6:
+    const sa_family_t family = addr1->sa.sa_family;
+    bool same = false;
+    if (family == KEL_AF_INET6) {
         same = (ignPort || addr1->sin6.sin6_port == addr2->sin6.sin6_port) &&
                KEL_MemCmp(&addr1->sin6.sin6_addr, &addr2->sin6.sin6_addr, sizeof(addr1->sin6.sin6_addr)) == 0;
-        break;
-    case KEL_AF_UNIX:
+    } else if (family == KEL_AF_INET) {
+        same = (ignPort || addr1->sin.sin_port == addr2->sin.sin_port) &&
+               KEL_MemCmp(&addr1->sin.sin_addr, &addr2->sin.sin_addr, sizeof(addr1->sin.sin_addr)) == 0;
+    } else if (family == KEL_AF_UNIX) {
         same = KEL_StrCmp(addr1->un.sun_path, addr2->un.sun_path) == 0;
-        break;
-    case KEL_AF_PACKET:
+    } else if (family == KEL_AF_PACKET) {
         /* The protocol is no port: ignPort does not reach it. */
         same = addr1->raw.sll_protocol == addr2->raw.sll_protocol && addr1->raw.sll_ifindex == addr2->raw.sll_ifindex;
-        break;
-    default:
-        same = false;
-        break;
     }
 
     return same ? KEL_OK : KEL_ERROR;
@@ -249,7 +242,11 @@ LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPor
 
 /* ---- Address construction: the one place where text, port and interface become a record ------------------------- */
 
-/* Asks for an interface's index. On failure the caller's descriptor is closed here: it must not be closed again. */
+/*
+ * Asks for an interface's index. On failure the caller's descriptor is closed here: it must not be closed again. Cold,
+ * so that records without an interface pay nothing for those that ask the system.
+ */
+[[gnu::cold]]
 static bool __interface_index(int sockfd, const CHAR *ifName, int *index)
 {
     struct ifreq request;
@@ -276,25 +273,15 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
     KEL_MemSet(my_addr, 0, sizeof(*my_addr));
     NULL_CHECK(my_addr);
 
-    switch (__builtin_expect(family, KEL_AF_INET)) {
+    switch (family) {
     case KEL_AF_INET:
+    case KEL_AF_INET6:
         NULL_CHECK(addrStr);
         my_addr->sin.sin_port = htons((uint16_t)port);
         my_addr->sin.sin_family = (sa_family_t)family;
         ret = kel_inet_pton(family, addrStr, my_addr);
         if (ret != KEL_OK) {
             KEL_ASSERT(0); /* the handler's report is the only one that bad text gets */
-            return ret;
-        }
-        break;
-
-    case KEL_AF_INET6:
-        NULL_CHECK(addrStr);
-        my_addr->sin6.sin6_port = htons((uint16_t)port);
-        my_addr->sin6.sin6_family = (sa_family_t)family;
-        ret = kel_inet_pton(family, addrStr, my_addr);
-        if (ret != KEL_OK) {
-            KEL_ASSERT(0);
             return ret;
         }
         break;
