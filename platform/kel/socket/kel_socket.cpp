@@ -396,11 +396,15 @@ LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addr
     kel_sockaddr_t record;
     KEL_MemSet(&record, 0, sizeof(record));
 
-    const CHAR *text = addrStr;
-    if (text == NULL && family == KEL_AF_INET) {
+    /* The wildcard of the family, if it has one and the caller names no address. */
+    const CHAR *text = NULL;
+    if (family == KEL_AF_INET) {
         text = IPV4_ANY_STR;
-    } else if (text == NULL && family == KEL_AF_INET6) {
+    } else if (family == KEL_AF_INET6) {
         text = IPV6_ANY_STR;
+    }
+    if (addrStr != NULL) {
+        text = addrStr;
     }
 
     if (kel_addr_fill(sockfd, &record, family, port, text, protocol, ifName) != 0) {
