@@ -51,8 +51,8 @@ extern kel_module_t module_print_filter;
  * Registers a module with the platform. Supplied by the platform.
  *
  * @param name   the module's name, at most 47 characters; borrowed for the call
- * @param record the module's record with static storage; the registry fills it, its moduleID above all, and keeps its
- * address
+ * @param record the module's record with static storage; the registry fills it, moduleID above all, and keeps its
+ *               address
  * @return KEL_OK, or non-zero when the module could not be registered
  */
 LONG KEL_module_register(const char *name, kel_module_t *record);
