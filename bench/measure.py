@@ -36,14 +36,14 @@ class Failure(Exception):
     """One sentence that says what could not be measured."""
 
 
-# What may go wrong with one thing that is measured, and leaves all others as they are.
-FAILURES = (Failure, subprocess.SubprocessError, OSError)
+# What may go wrong with one thing that is measured, and leaves all others as they are; a value may look otherwise.
+FAILURES = (Failure, ValueError, subprocess.SubprocessError, OSError)
 
 
 def run(command):
     done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=patience(60))
     if done.returncode != 0:
-        raise Failure(f"{' '.join(command)} ended with {done.returncode}: {' '.join(done.stderr.split())[-500:]}")
+        raise Failure(f"{' '.join(done.stderr.split())[-500:]}; {' '.join(command)} ended with {done.returncode}")
     return done.stdout
 
 
