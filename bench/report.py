@@ -355,7 +355,7 @@ def write_data(build, results, folder):
     for file, names in (("texts", texts), ("records", [name for name in plan.LISTS if name not in texts])):
         lines = [dict(judge.growth(build, results, name)) for name in names]
         write(file, [["", *names], *([n, *(line.get(n) for line in lines)] for n in plan.LIST_LENGTHS)])
-    write("threads", judge.thread_costs(build, results))
+    write("threads", ((threads, round(cost)) for threads, cost in judge.thread_costs(build, results)))
     return {"bars": len(peers), "groups": len(operations), "records": len(plan.LISTS) - len(texts), "texts": len(texts)}
 
 
