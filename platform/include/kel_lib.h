@@ -6,8 +6,8 @@
 #define KEL_LIB_H
 
 /*
- * The macros use extensions of the compilers: a report without arguments, and %m. Marked so, their uses cause no
- * warnings under -Wpedantic. The formats that programs pass are checked all the same.
+ * The macros use extensions of the compilers: a report may have no arguments, and %m is the text of errno. Where a
+ * program uses a macro of a system header, -Wpedantic does not warn of them. Its formats are checked all the same.
  */
 #pragma GCC system_header
 
@@ -68,9 +68,9 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
 
 /* ---- Reports: console in colour, then the system log -----------------------------------------------------------
  *
- * Every macro expands in place: function, line and file are those of its use, and a report's console line begins with
- * "function.line:". fmt is a string literal, followed by the arguments of a printf format. Suppressing a report changes
- * nothing but the output.
+ * Every macro expands in place: function, line and file are those of its use. fmt is a string literal, followed by the
+ * arguments of a printf format. On the console, "function.line:" stands in front of a coloured text. Suppressing a
+ * report changes nothing but the output.
  *
  *   macro                        filtered at        console (standard output)             system log
  *   kel_raw_print(fmt, ...)      never              the text alone                        nothing
@@ -80,7 +80,7 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
  *   kel_perror(fmt, ...)         err                red, with ": " and the text of errno  SYSLOG_ERR, without errno
  *   KEL_log(id, level, fmt, ...) never              nothing                               level, under module id
  *
- * The others log under the identifier of the print filter. No report ends its line: a line end belongs into fmt.
+ * All but KEL_log() log under the identifier of the print filter. No macro ends the line: a line end belongs into fmt.
  */
 
 #define KEL_COLOR_NONE "\033[m"
@@ -197,7 +197,10 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
 
 /* ---- Checks: they return from the function that uses them, whether their report is suppressed or not ---------- */
 
-/* Refuses a null pointer: NULL_CHECK(addr) reports "addr is null\r\n" and returns KEL_ERROR. */
+/*
+ * Refuses a null pointer: NULL_CHECK(addr) reports "addr is null\r\n" and returns KEL_ERROR. The argument's source text
+ * becomes a printf format, here and below, and must not contain a percent sign.
+ */
 #define NULL_CHECK(p)                                                                                                  \
     do {                                                                                                               \
         if ((p) == NULL) {                                                                                             \
