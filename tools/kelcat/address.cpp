@@ -11,22 +11,14 @@
 
 #include "say.h"
 
-const char *transport_name(Transport transport)
+const char *transport_name(unsigned transport)
 {
-    switch (transport) {
-    case Tcp:
-        return "tcp";
-    case Udp:
-        return "udp";
-    case Sctp:
-        return "sctp";
-    case UnixStream:
-        return "unix";
-    case UnixDatagram:
-        return "unix-dgram";
-    default:
-        return "packet";
+    static const char *const names[] = {"tcp", "udp", "sctp", "unix", "unix-dgram", "packet"};
+    unsigned i = 0;
+    while (1u << i != transport) {
+        i++;
     }
+    return names[i];
 }
 
 /* ---- From text --------------------------------------------------------------------------------------------------- */
@@ -53,15 +45,12 @@ unsigned long parse_number(const std::string &text, int base, unsigned long leas
     return value;
 }
 
-int family_of(const std::string &host)
+int numeric_family(const std::string &host)
 {
     kel_sockaddr_t record;
-    for (kel_domain_t family : {KEL_AF_INET, KEL_AF_INET6}) {
-        if (kel_inet_pton(family, host.c_str(), &record) == KEL_OK) {
-            return family;
-        }
-    }
-    return AF_UNSPEC;
+    return kel_inet_pton(KEL_AF_INET, host.c_str(), &record) == KEL_OK    ? AF_INET
+           : kel_inet_pton(KEL_AF_INET6, host.c_str(), &record) == KEL_OK ? AF_INET6
+                                                                          : AF_UNSPEC;
 }
 
 /* Of digits and dots alone a name server would be asked in vain. */
@@ -71,33 +60,24 @@ static bool is_name(const std::string &text)
     return std::all_of(text.begin(), text.end(), belongs) && text.find_first_not_of("0123456789.") != std::string::npos;
 }
 
-static std::string parse_host(const std::string &text, std::string host, bool names)
+/* The family that the host shows in text, as parse_place() does. */
+static int add_host(const std::string &text, std::string host, int known, bool names, Place *place)
 {
     const bool brackets = host.size() >= 2 && host.front() == '[' && host.back() == ']';
-    if (brackets) {
-        host = host.substr(1, host.size() - 2);
-    }
+    host = brackets ? host.substr(1, host.size() - 2) : host;
     if (host.find('%') != std::string::npos) {
         bad_usage("\"%s\" has a zone: the module has none, and reaches no link-local address", text.c_str());
     }
-    const int family = family_of(host);
+    const int family = numeric_family(host);
     if (family != (brackets ? AF_INET6 : AF_INET) && (brackets || family != AF_UNSPEC || !names || !is_name(host))) {
         bad_usage("\"%s\" is no %saddress: give ADDR:PORT such as 127.0.0.1:9000%s", text.c_str(),
                   names ? "" : "numeric ", names ? ", [::1]:9000 or localhost:9000" : " or [::1]:9000");
     }
-    return host;
-}
-
-static void check_families(const std::string &text, const std::vector<std::string> &hosts)
-{
-    int known = AF_UNSPEC;
-    for (const std::string &host : hosts) {
-        const int family = family_of(host);
-        if (family != AF_UNSPEC && known != AF_UNSPEC && family != known) {
-            bad_usage("\"%s\" has addresses of two families: give all as IPv4 or all as IPv6", text.c_str());
-        }
-        known = family != AF_UNSPEC ? family : known;
+    if (family != AF_UNSPEC && known != AF_UNSPEC && family != known) {
+        bad_usage("\"%s\" has addresses of two families: give all as IPv4 or all as IPv6", text.c_str());
     }
+    place->hosts.push_back(host);
+    return family != AF_UNSPEC ? family : known;
 }
 
 Place parse_place(const std::string &text, const Demands &demands)
@@ -110,11 +90,11 @@ Place parse_place(const std::string &text, const Demands &demands)
     }
     if (colon != std::string::npos || demands.host) {
         std::string list = text.substr(0, colon);
+        int family = AF_UNSPEC;
         for (size_t comma; demands.many && (comma = list.find(',')) != std::string::npos; list.erase(0, comma + 1)) {
-            place.hosts.push_back(parse_host(text, list.substr(0, comma), demands.names));
+            family = add_host(text, list.substr(0, comma), family, demands.names, &place);
         }
-        place.hosts.push_back(parse_host(text, list, demands.names));
-        check_families(text, place.hosts);
+        add_host(text, list, family, demands.names, &place);
         if (colon == std::string::npos && demands.port) {
             bad_usage("\"%s\" has no port: give ADDR:PORT such as 127.0.0.1:9000 or [::1]:9000", text.c_str());
         }
@@ -143,7 +123,7 @@ static Addresses look_up(const std::string &host, uint16_t port)
         kel_sockaddr_t record = {};
         if (info->ai_family == AF_INET || info->ai_family == AF_INET6) {
             memcpy(&record, info->ai_addr, info->ai_addrlen);
-            record.sin.sin_port = htons(port); /* IPv6 has its port at the same place */
+            record.sin.sin_port = htons(port); /* as sin6_port */
             found.push_back(record);
         }
     }
@@ -151,30 +131,32 @@ static Addresses look_up(const std::string &host, uint16_t port)
     return found;
 }
 
-std::vector<Addresses> resolve(const Place &place, int family)
+std::vector<Addresses> resolve(const Place &place, const Addresses &local)
 {
-    std::vector<Addresses> hosts;
-    for (const std::string &host : place.hosts) {
-        hosts.push_back(look_up(host, place.port));
-        if (hosts.back().empty()) {
-            return {};
-        }
-        const int numeric = family_of(host);
-        family = numeric != AF_UNSPEC ? numeric : family;
-    }
-
     std::vector<Addresses> attempts;
-    for (const kel_sockaddr_t &first : hosts.front()) {
-        const sa_family_t chosen = first.sa.sa_family;
-        Addresses attempt = {first};
-        for (size_t i = 1; i < hosts.size(); i++) {
-            auto same = [&](const kel_sockaddr_t &address) { return address.sa.sa_family == chosen; };
-            auto other = std::find_if(hosts[i].begin(), hosts[i].end(), same);
-            if (other != hosts[i].end()) {
+    if (!place.path.empty()) {
+        attempts.emplace_back(1);
+        kel_addr_fill(0, attempts[0].data(), KEL_AF_UNIX, 0, place.path.c_str(), 0, nullptr);
+        return attempts;
+    }
+    std::vector<Addresses> found;
+    for (const std::string &host : place.hosts) {
+        found.push_back(look_up(host, place.port));
+        if (found.back().empty()) {
+            return attempts;
+        }
+    }
+    for (const kel_sockaddr_t &first : found.front()) {
+        Addresses attempt;
+        for (const Addresses &host : found) {
+            auto fits = [&](const kel_sockaddr_t &address) { return address.sa.sa_family == first.sa.sa_family; };
+            auto other = &host == &found.front() ? host.begin() + (&first - host.data())
+                                                 : std::find_if(host.begin(), host.end(), fits);
+            if (other != host.end()) {
                 attempt.push_back(*other);
             }
         }
-        if ((family == AF_UNSPEC || chosen == family) && attempt.size() == hosts.size()) {
+        if (attempt.size() == found.size() && (local.empty() || family_of(local) == first.sa.sa_family)) {
             attempts.push_back(attempt);
         }
     }
@@ -186,11 +168,20 @@ std::vector<Addresses> resolve(const Place &place, int family)
 
 /* ---- To text ----------------------------------------------------------------------------------------------------- */
 
+kel_domain_t family_of(const Addresses &addresses)
+{
+    return (kel_domain_t)addresses.front().sa.sa_family;
+}
+
+SHORT port_of(const Addresses &addresses)
+{
+    return (SHORT)ntohs(addresses.front().sin.sin_port); /* IPv6 has its port at the same place */
+}
+
 bool is_wildcard(const kel_sockaddr_t &address)
 {
-    const struct in6_addr any = IN6ADDR_ANY_INIT;
     return address.sa.sa_family == KEL_AF_INET ? address.sin.sin_addr.s_addr == INADDR_ANY
-                                               : memcmp(&address.sin6.sin6_addr, &any, sizeof(any)) == 0;
+                                               : IN6_IS_ADDR_UNSPECIFIED(&address.sin6.sin6_addr);
 }
 
 std::string host_text(const kel_sockaddr_t &address)
@@ -212,7 +203,7 @@ std::string endpoint_text(Transport transport, const Addresses &addresses)
             list += list.empty() ? "" : ",";
             list += address.sa.sa_family == KEL_AF_INET ? host_text(address) : "[" + host_text(address) + "]";
         }
-        port = ":" + std::to_string(ntohs(first.sin.sin_port));
+        port = ":" + std::to_string((uint16_t)port_of(addresses));
         break;
     case KEL_AF_UNIX:
         list.assign(first.un.sun_path, strnlen(first.un.sun_path, sizeof(first.un.sun_path)));

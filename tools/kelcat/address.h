@@ -11,20 +11,21 @@
 enum Transport { Tcp = 1, Udp = 2, Sctp = 4, UnixStream = 8, UnixDatagram = 16, Packet = 32 };
 
 /* As it stands in front of an endpoint's colon. */
-const char *transport_name(Transport transport);
+const char *transport_name(unsigned transport);
 
 const uint16_t every_protocol = 3; /* ETH_P_ALL */
 
-/* One for each address of a peer or of this end; of SCTP alone there may be several. */
+/* One for each address of a peer or of this end, all of one family; of SCTP alone there may be several. */
 using Addresses = std::vector<kel_sockaddr_t>;
 
-/* [ADDR[,ADDR]...:]PORT, not resolved yet. */
+/* Where a socket is to be, not resolved yet. */
 struct Place {
     std::vector<std::string> hosts; /* numbers, those of IPv6 without brackets, or names */
     uint16_t port = 0;
+    std::string path; /* of a local socket, instead */
 };
 
-/* Which part must be there, and what it may be. */
+/* Which part of [ADDR[,ADDR]...:]PORT must be there, and what it may be. */
 struct Demands {
     bool host;
     bool port;
@@ -33,10 +34,8 @@ struct Demands {
     bool names;
 };
 
-/* Ends the program with one sentence on bad text. */
+/* Both end the program with one sentence on bad text. Numbers: in base 0, 0x and digits in base 16, too. */
 Place parse_place(const std::string &text, const Demands &demands);
-
-/* Digits alone in base 10, or in base 0 also 0x and digits in base 16. Ends the program likewise. */
 unsigned long parse_number(const std::string &text, int base, unsigned long least, unsigned long most,
                            const char *what);
 
@@ -45,14 +44,16 @@ unsigned long parse_number(const std::string &text, int base, unsigned long leas
 void bad_usage(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 /* AF_UNSPEC: a name, which only resolve() can tell. */
-int family_of(const std::string &host);
+int numeric_family(const std::string &host);
 
 /*
- * What to try, in turn: of a name its addresses; of a list one address of each host, all of one family. Only those of
- * the family, unless that is AF_UNSPEC. Nothing, after one sentence, where a name has no address.
+ * What to try, in turn: of a name its addresses, of a list one address of each host. Only those of the local address's
+ * family, if there is one. Nothing, after one sentence, where a name has no such address.
  */
-std::vector<Addresses> resolve(const Place &place, int family);
+std::vector<Addresses> resolve(const Place &place, const Addresses &local);
 
+kel_domain_t family_of(const Addresses &addresses);
+SHORT port_of(const Addresses &addresses);
 bool is_wildcard(const kel_sockaddr_t &address);
 
 /* The number, without brackets and port. */

@@ -1,21 +1,22 @@
 /*
  * One kind of transport, as the pump sees it. A channel opens its socket, moves bytes between it and the pump's
- * buffers, and knows the one rule by which its transfer ends: it says so by taking back `sending` and `receiving`.
+ * buffers, and knows the one rule by which its transfer ends: it takes back `sending` and `receiving`.
  */
 #ifndef KELCAT_CHANNEL_H
 #define KELCAT_CHANNEL_H
 
 #include <memory>
+#include <sys/stat.h>
 
 #include "options.h"
 #include "say.h"
 
-const double never = 1e18;
-
 class Channel
 {
   public:
-    explicit Channel(const Options &given);
+    explicit Channel(const Options &given) : sending(!given.recv_only), options(given)
+    {
+    }
     virtual ~Channel();
     Channel(const Channel &) = delete;
     Channel &operator=(const Channel &) = delete;
@@ -23,13 +24,13 @@ class Channel
     /* 0, or the program's exit status after one sentence. */
     virtual int open() = 0;
 
-    /* Takes bytes from the front of the input, and returns how many: less than all where there is no more room. */
+    /* Takes bytes from the front of the input, and returns how many. */
     virtual size_t send(const char *bytes, size_t size) = 0;
 
     /* The input has ended, and all of it has been taken. Called until `sending` is false. */
     virtual void finish() = 0;
 
-    /* Puts what has come into the buffer, which has room for `largest` at least; 0: nothing, or no data. */
+    /* Puts what has come into the buffer, which has room for `largest` at least; 0: no data. */
     virtual size_t receive(char *buffer, size_t room) = 0;
 
     /* At `wake`, and when something has happened. */
@@ -44,13 +45,12 @@ class Channel
     }
 
     /* What -v says in the end. */
-    virtual void sum_up()
+    virtual void sum_up() const
     {
     }
 
     /* The first failure is the one that is told. */
     void fail(const char *format, ...) __attribute__((format(printf, 2, 3)));
-    void broke(int error);
 
     static const size_t largest = 256 << 10;
 
@@ -64,52 +64,65 @@ class Channel
     bool connection = false; /* the peer's end is seen: before it, silence ends nothing well */
     double not_before = 0;   /* by now_seconds(): until then nothing can be sent */
     double wake = never;     /* likewise: tick() is called then */
+    double begun = never;    /* when the transfer began; by default with the pump */
     bool failed = false;
 
   protected:
-    /* Comes directly after the call that failed: errno is that call's. Returns the program's exit status. */
-    int cannot(const char *what);
-    int refuse(const char *what, const char *why);
-
-    /* Tries every address in turn, until attempt has set sockfd. False: errno is that of the last. */
-    template <typename Attempt> bool one_of(const std::vector<Addresses> &addresses, Attempt attempt)
+    /* At the first of the addresses where it is possible; of a client within --timeout. As open(). */
+    int open_socket();
+    virtual LONG listen_at(const Addresses &)
     {
-        for (size_t i = 0; i < addresses.size() && sockfd == KEL_ERROR && !failed; i++) {
-            show_reports(); /* a timeout leaves no time for them */
-            attempt(addresses[i]);
-        }
-        return sockfd != KEL_ERROR;
+        return KEL_ERROR;
     }
+    virtual LONG connect_to(const Addresses &)
+    {
+        return KEL_ERROR;
+    }
+    bool more_places = false; /* to try after this one */
 
-    /* Closes the socket of an attempt that failed; errno stays. */
-    void give_back();
-
-    /* Binds the new socket to --local, if that was given; otherwise one sentence. */
-    bool bind_local();
-
-    /* Until a client waits at the listening socket; 0, or the exit status. */
+    /* Lets one client in, whose socket takes the listening one's place. As open(). */
     int wait_for_client();
-
-    /* Lets the one client in, whose socket takes the listening one's place; likewise. */
     int accept_client();
+
+    /* "cannot WHAT ENDPOINT: WHY"; by itself errno's words. Both return the exit status. */
+    int refuse(const char *what, const char *why);
+    int cannot(const char *what);
+    void broke(int error);
+
+    /* A socket that is connected, or bound to --local, or closed again: then it is KEL_ERROR, and errno stays. */
+    LONG bound(LONG socket);
+    static LONG connected(LONG socket, kel_sockaddr_t to);
+    static LONG given_back(LONG socket);
+
+    /* A local socket's file is removed by whoever made it, and only while it is still the same. */
+    bool claim_file(const std::string &path);
+    void made_file(const std::string &path);
+    void remove_file();
 
     void ask_for_receive_buffer(int bytes);
 
-    /* With -v: "peer ENDPOINT" of a listener, otherwise "connected to ENDPOINT from ENDPOINT". */
-    void show_peer(const Addresses &peer, const Addresses &own) const;
+    /* With -v: "listening on", and "peer" of a listener or "connected to ... from ..." of a client. */
     void show_listening(const Addresses &own) const;
+    void show_peer(const Addresses &peer, const Addresses &own) const;
     Addresses own_address() const;
     Addresses peer_address() const;
 
     const Options &options;
+
+  private:
+    std::string file; /* empty: none */
+    struct stat file_status = {};
 };
+
+/* Moves bytes between the standard descriptors and the channel until that is over; returns the exit status. */
+int pump(const Options &options, Channel &channel);
 
 std::unique_ptr<Channel> make_stream(const Options &options);
 std::unique_ptr<Channel> make_datagram(const Options &options);
 std::unique_ptr<Channel> make_packet(const Options &options);
 std::unique_ptr<Channel> make_sctp(const Options &options);
 
-/* For --help: when a transfer over each of them is over, each beside the code that holds to it. */
+/* For --help: when a transfer over each of them is over, beside the code that holds to it. */
 extern const char stream_rule[];
 extern const char datagram_rule[];
 extern const char packet_rule[];

@@ -4,8 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "channel.h"
 #include "host.h"
-#include "pump.h"
 #include "signals.h"
 
 /* A standard descriptor that the caller closed must not become the socket's: read, it ends; written, it fails. */
@@ -18,25 +18,13 @@ static void fill_standard_descriptors()
     }
 }
 
-static std::unique_ptr<Channel> make_channel(const Options &options)
-{
-    switch (options.transport) {
-    case Tcp:
-    case UnixStream:
-        return make_stream(options);
-    case Udp:
-    case UnixDatagram:
-        return make_datagram(options);
-    case Sctp:
-        return make_sctp(options);
-    default:
-        return make_packet(options);
-    }
-}
-
 static int run(const Options &options)
 {
-    const std::unique_ptr<Channel> channel = make_channel(options);
+    const auto make = options.transport == Sctp                         ? make_sctp
+                      : options.transport == Packet                     ? make_packet
+                      : (options.transport & (Udp | UnixDatagram)) != 0 ? make_datagram
+                                                                        : make_stream;
+    const std::unique_ptr<Channel> channel = make(options);
     const int status = channel->open();
     return status != 0 ? status : pump(options, *channel);
 }

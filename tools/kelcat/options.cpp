@@ -51,14 +51,12 @@ double seconds(const std::string &text)
     return value;
 }
 
-double rate(std::string text)
+void rate(Options *options, const std::string &text)
 {
-    double unit = 1;
-    if (!text.empty() && (text.back() == 'k' || text.back() == 'm')) {
-        unit = text.back() == 'k' ? 1024 : 1024 * 1024;
-        text.pop_back();
-    }
-    return unit * (double)parse_number(text, 10, 1, 1000000000, "rate");
+    const size_t digits = text.find_last_not_of("km") + 1;
+    const double unit = digits + 1 != text.size() ? 1 : text.back() == 'k' ? 1 << 10 : 1 << 20;
+    const std::string number = unit != 1 ? text.substr(0, digits) : text;
+    options->rate = unit * (double)parse_number(number, 10, 1, 1000000000, "rate");
 }
 
 void check_path(const std::string &path)
@@ -79,8 +77,24 @@ void print_and_exit(const std::string &text)
     exit(0);
 }
 
-[[noreturn]]
-void print_help();
+void print_version(Options *, const std::string &)
+{
+    print_and_exit("kelcat " KELCAT_VERSION "\n");
+}
+
+void print_help(Options *, const std::string &);
+
+/* How a value is stored: one for each kind of value. */
+
+template <bool Options::*member> void flag(Options *options, const std::string &)
+{
+    options->*member = true;
+}
+
+template <double Options::*member> void time(Options *options, const std::string &text)
+{
+    options->*member = seconds(text);
+}
 
 /* ---- The table --------------------------------------------------------------------------------------------------- */
 
@@ -88,50 +102,43 @@ const struct Option {
     const char *name;
     char letter;
     const char *argument; /* null: it takes none */
-    unsigned transports;  /* that take it */
-    bool listeners;       /* whether those of them that listen do */
+    unsigned takers;      /* transports */
+    bool listeners;       /* whether those of them that listen take it */
     const char *help;
     void (*store)(Options *options, const std::string &value);
 } table[] = {
     {"local", 0, "ADDRESS", Tcp | Udp | Sctp | UnixDatagram, false, "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH",
-     [](Options *options, const std::string &value) { options->local_text = value; }},
-    {"send-only", 0, nullptr, every, true, "what is received is discarded",
-     [](Options *options, const std::string &) { options->send_only = true; }},
-    {"recv-only", 0, nullptr, every, true, "standard input is not read",
-     [](Options *options, const std::string &) { options->recv_only = true; }},
+     [](Options *options, const std::string &text) { options->local_text = text; }},
+    {"send-only", 0, nullptr, every, true, "what is received is discarded", flag<&Options::send_only>},
+    {"recv-only", 0, nullptr, every, true, "standard input is not read", flag<&Options::recv_only>},
     {"timeout", 0, "SECONDS", streams | Sctp, false, "to connect within, over all addresses of a name",
-     [](Options *options, const std::string &value) { options->timeout = seconds(value); }},
-    {"idle", 0, "SECONDS", every, true, "end after so much silence",
-     [](Options *options, const std::string &value) { options->idle = seconds(value); }},
+     time<&Options::timeout>},
+    {"idle", 0, "SECONDS", every, true, "end after so much silence", time<&Options::idle>},
     {"size", 0, "BYTES", datagrams | Sctp, true, "of a datagram (1400, 8192) or message (8192)",
-     [](Options *options, const std::string &value) { options->size = parse_number(value, 10, 1, 200000, "size"); }},
-    {"rate", 0, "BYTES[k|m]", datagrams | Packet, true, "a second (packet 4m, udp to other machines 8m)",
-     [](Options *options, const std::string &value) { options->rate = rate(value); }},
+     [](Options *options, const std::string &text) { options->size = parse_number(text, 10, 1, 200000, "size"); }},
+    {"rate", 0, "BYTES[k|m]", datagrams | Packet, true, "a second (packet 4m, udp to other machines 8m)", rate},
     {"count", 0, "N", datagrams | Packet, true, "the Nth datagram or frame is the peer's end",
-     [](Options *options, const std::string &value) {
-         options->count = parse_number(value, 10, 1, 1000000000, "count");
+     [](Options *options, const std::string &text) {
+         options->count = parse_number(text, 10, 1, 1000000000, "count");
      }},
     {"raw", 0, nullptr, Packet, true, "plain bytes, not hexadecimal; all of the input is one frame",
-     [](Options *options, const std::string &) { options->raw = true; }},
-    {"one-to-many", 0, nullptr, Sctp, true, "a socket of the one-to-many style",
-     [](Options *options, const std::string &) { options->one_to_many = true; }},
+     flag<&Options::raw>},
+    {"one-to-many", 0, nullptr, Sctp, true, "a socket of the one-to-many style", flag<&Options::one_to_many>},
     {"streams", 0, "N", Sctp, true, "so many at most, used in turn; each keeps its own order alone",
-     [](Options *options, const std::string &value) {
-         options->streams = (uint16_t)parse_number(value, 10, 1, 65535, "number of streams");
+     [](Options *options, const std::string &text) {
+         options->streams = (uint16_t)parse_number(text, 10, 1, 65535, "number of streams");
      }},
     {"ppid", 0, "N", Sctp, true, "payload protocol identifier, as it is read on the wire (0)",
-     [](Options *options, const std::string &value) {
-         options->ppid = (uint32_t)parse_number(value, 0, 0, UINT32_MAX, "payload protocol identifier");
+     [](Options *options, const std::string &text) {
+         options->ppid = (uint32_t)parse_number(text, 0, 0, UINT32_MAX, "payload protocol identifier");
      }},
     {"verbose", 'v', nullptr, every, true,
      "addresses, totals and the module's reports, on standard error; sctp: paths and notifications, as in "
      "\"2.345 path 10.1.0.2 active, primary\"",
-     [](Options *options, const std::string &) { options->verbose = true; }},
-    {"quiet", 'q', nullptr, every, true, "no progress line",
-     [](Options *options, const std::string &) { options->quiet = true; }},
-    {"help", 'h', nullptr, every, true, "", [](Options *, const std::string &) { print_help(); }},
-    {"version", 0, nullptr, every, true, "",
-     [](Options *, const std::string &) { print_and_exit("kelcat " KELCAT_VERSION "\n"); }},
+     flag<&Options::verbose>},
+    {"quiet", 'q', nullptr, every, true, "no progress line", flag<&Options::quiet>},
+    {"help", 'h', nullptr, every, true, "", print_help},
+    {"version", 0, nullptr, every, true, "", print_version},
 };
 
 std::string names_of(unsigned transports, const char *last_separator)
@@ -141,7 +148,7 @@ std::string names_of(unsigned transports, const char *last_separator)
         if ((rest & bit) != 0) {
             rest &= ~bit;
             list += list.empty() ? "" : rest != 0 ? ", " : last_separator;
-            list += transport_name((Transport)bit);
+            list += transport_name(bit);
         }
     }
     return list;
@@ -163,14 +170,14 @@ std::string wrapped(std::string line, size_t indent, const std::string &words)
     return text + line + '\n';
 }
 
-void print_help()
+void print_help(Options *, const std::string &)
 {
     std::string text = help_head;
     for (const Option &option : table) {
         std::string name = option.letter != 0 ? std::string("  -") + option.letter + ", --" : "  --";
         name += option.name;
         name += option.argument != nullptr ? std::string(" ") + option.argument : "";
-        const std::string takers = option.transports != every ? names_of(option.transports, ", ") + ": " : "";
+        const std::string takers = option.takers != every ? names_of(option.takers, ", ") + ": " : "";
         text += wrapped(name, 24, takers + option.help);
     }
     text += frame_format;
@@ -192,12 +199,11 @@ const Option &find_option(const std::string &name)
             return option;
         }
         if (std::string(option.name).compare(0, name.size(), name) == 0) {
-            candidates += candidates.empty() ? "--" : ", --";
-            candidates += option.name;
+            candidates += (found == nullptr ? "--" : ", --") + std::string(option.name);
             found = &option;
         }
     }
-    if (found == nullptr || name.empty()) {
+    if (found == nullptr) {
         bad_usage("\"--%s\" is no option: see kelcat --help", name.c_str());
     }
     if (candidates.find(',') != std::string::npos) {
@@ -216,19 +222,43 @@ const Option &find_letter(char letter)
     bad_usage("\"-%c\" is no option: see kelcat --help", letter);
 }
 
-void store_option(Options *options, const Option &option, const std::string &value)
+/* One argument, and the value behind it; returns how many of the arguments that makes. */
+int take_option(Options *options, const std::string &text, const char *next, std::vector<const Option *> *given)
 {
-    if (option.argument != nullptr && value.empty()) {
+    if (text[1] != '-') {
+        for (const char letter : text.substr(1)) {
+            given->push_back(&find_letter(letter));
+            given->back()->store(options, "");
+        }
+        return 1;
+    }
+    const size_t equals = text.find('=');
+    const bool attached = equals != std::string::npos;
+    const Option &option = find_option(text.substr(2, attached ? equals - 2 : equals));
+    given->push_back(&option);
+    if (option.argument == nullptr) {
+        if (attached) {
+            bad_usage("--%s takes no value", option.name);
+        }
+        option.store(options, "");
+        return 1;
+    }
+    if (!attached && next == nullptr) {
+        bad_usage("--%s needs a value: see kelcat --help", option.name);
+    }
+    const std::string value = attached ? text.substr(equals + 1) : next;
+    if (value.empty()) {
         bad_usage("--%s is empty: give it %s", option.name, option.argument);
     }
     option.store(options, value);
+    return attached ? 1 : 2;
 }
 
 /* Whether the endpoint takes the option is seen when both are known. */
 void check_option(const Options &options, const Option &option)
 {
-    if ((option.transports & options.transport) == 0 || (options.listen && !option.listeners)) {
-        bad_usage("--%s is for %s endpoints %s", option.name, names_of(option.transports, " and ").c_str(),
+    if ((option.takers & options.transport) == 0 || (options.listen && !option.listeners)) {
+        bad_usage("--%s is for %s endpoints %s", option.name, names_of(option.takers, " and ").c_str(),
                   option.listeners ? "alone" : "that do not listen");
     }
 }
@@ -243,7 +273,7 @@ void parse_endpoint(const std::string &text, Options *options)
     name.resize(options->listen ? suffix : name.size());
 
     unsigned bit = Tcp;
-    while (bit <= Packet && name != transport_name((Transport)bit)) {
+    while (bit <= Packet && name != transport_name(bit)) {
         bit <<= 1;
     }
     if (colon == std::string::npos || bit > Packet || (bit == Packet && options->listen)) {
@@ -254,7 +284,7 @@ void parse_endpoint(const std::string &text, Options *options)
     const std::string rest = text.substr(colon + 1);
     if ((bit & (UnixStream | UnixDatagram)) != 0) {
         check_path(rest);
-        options->path = rest;
+        options->place.path = rest;
     } else if (bit == Packet) {
         size_t comma = rest.rfind(',');
         options->interface = rest.substr(0, comma);
@@ -280,9 +310,9 @@ void parse_local(Options *options)
     }
     const bool sctp = options->transport == Sctp;
     const Place place = parse_place(options->local_text, {true, !sctp, 1, sctp, false});
-    const int family = family_of(place.hosts.front());
+    const int family = numeric_family(place.hosts.front());
     for (const std::string &host : options->place.hosts) {
-        if (family_of(host) != AF_UNSPEC && family_of(host) != family) {
+        if (numeric_family(host) != AF_UNSPEC && numeric_family(host) != family) {
             bad_usage("--local %s and %s are of two families: give both as IPv4 or both as IPv6",
                       options->local_text.c_str(), options->endpoint.c_str());
         }
@@ -326,32 +356,13 @@ Options parse_options(int argc, char **argv)
     Options options;
     std::vector<const Option *> given;
     std::vector<std::string> endpoints;
-    bool no_more = false;
-    for (int i = 1; i < argc; i++) {
+    for (int i = 1; i < argc;) {
         const std::string text = argv[i];
-        if (no_more || text.size() < 2 || text[0] != '-') {
-            endpoints.push_back(text);
-        } else if (text == "--") {
-            no_more = true;
-        } else if (text[1] != '-') {
-            for (char letter : text.substr(1)) {
-                given.push_back(&find_letter(letter));
-                given.back()->store(&options, "");
-            }
+        if (text.size() > 1 && text[0] == '-') {
+            i += take_option(&options, text, argv[i + 1], &given);
         } else {
-            const size_t equals = text.find('=');
-            const Option &option = find_option(text.substr(2, equals - 2));
-            given.push_back(&option);
-            if (option.argument == nullptr && equals != std::string::npos) {
-                bad_usage("--%s takes no value", option.name);
-            }
-            if (option.argument != nullptr && equals == std::string::npos && i + 1 == argc) {
-                bad_usage("--%s needs a value: see kelcat --help", option.name);
-            }
-            store_option(&options, option,
-                         equals != std::string::npos  ? text.substr(equals + 1)
-                         : option.argument != nullptr ? argv[++i]
-                                                      : "");
+            endpoints.push_back(text);
+            i++;
         }
     }
 

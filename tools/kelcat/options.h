@@ -9,8 +9,7 @@ struct Options {
     Transport transport = Tcp;
     bool listen = false;
 
-    Place place;           /* tcp, udp, sctp */
-    std::string path;      /* unix, unix-dgram */
+    Place place;           /* but packet */
     std::string interface; /* packet */
     uint16_t protocol = every_protocol;
 

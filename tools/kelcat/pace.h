@@ -4,29 +4,20 @@
 
 #include <algorithm>
 
-class Pace
-{
-  public:
-    /* Bytes a second; 0: none. */
-    explicit Pace(double bytes) : rate(bytes)
-    {
-    }
+struct Pace {
+    double rate;           /* bytes a second; 0: none */
+    double paid_until = 0; /* when the bytes sent so far are used up */
 
-    /* When the next one may go: sending may run a little ahead. */
+    /* When the next one may go: sending may run a hundredth of a second ahead. */
     double due(double now) const
     {
-        return rate != 0 && paid_until > now + burst ? paid_until - burst / 2 : now;
+        return rate != 0 && paid_until > now + 0.01 ? paid_until - 0.005 : now;
     }
 
-    void sent(double bytes, double now)
+    void sent(size_t bytes, double now)
     {
-        paid_until = rate != 0 ? std::max(paid_until, now) + bytes / rate : 0;
+        paid_until = rate != 0 ? std::max(paid_until, now) + (double)bytes / rate : 0;
     }
-
-  private:
-    static constexpr double burst = 0.01; /* seconds */
-    double rate;
-    double paid_until = 0; /* when the bytes sent so far are used up */
 };
 
 #endif

@@ -16,9 +16,7 @@ std::string address_text(const void *record)
 {
     kel_sockaddr_t address;
     memcpy(&address, record, sizeof(address));
-    char text[128] = "";
-    kel_inet_ntop(address.sa.sa_family, &address, text, sizeof(text));
-    return text;
+    return host_text(address);
 }
 
 struct Name {
@@ -84,10 +82,10 @@ Paths::Paths(bool verbose) : wanted(verbose)
 {
 }
 
-void Paths::watch(LONG socket)
+void Paths::watch(LONG socket, double now)
 {
     sockfd = socket;
-    start = now_seconds();
+    start = now;
 }
 
 void Paths::line(const char *format, ...)

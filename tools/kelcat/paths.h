@@ -27,7 +27,7 @@ class Paths
     explicit Paths(bool verbose);
 
     /* The transfer begins. */
-    void watch(LONG socket);
+    void watch(LONG socket, double now);
 
     void up(const struct sctp_assoc_change &change);
     void notification(const union sctp_notification &told);

@@ -8,32 +8,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "channel.h"
 #include "say.h"
 
 static std::string amount(double bytes)
 {
     static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
     size_t unit = 0;
-    while (bytes >= 1024 && unit + 1 < sizeof(units) / sizeof(units[0])) {
+    for (; bytes >= 1024 && unit < 4; unit++) {
         bytes /= 1024;
-        unit++;
     }
     char text[32];
     snprintf(text, sizeof(text), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
     return text;
 }
 
-Progress::Progress(bool quiet)
-    : wanted(!quiet && isatty(STDERR_FILENO)), typed(isatty(STDIN_FILENO)), shown(isatty(STDOUT_FILENO)),
-      start(now_seconds()), next(start + 1)
+Progress::Progress(bool quiet, double now)
+    : wanted(!quiet && isatty(STDERR_FILENO)), start(now), latest(now), next(now + 1)
 {
     struct stat status;
-    off_t offset = lseek(STDIN_FILENO, 0, SEEK_CUR);
+    const off_t offset = lseek(STDIN_FILENO, 0, SEEK_CUR);
     if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode) && offset >= 0 && offset < status.st_size) {
         input_size = (uint64_t)(status.st_size - offset);
     }
-    past[0] = {start, 0, 0};
 }
 
 Progress::~Progress()
@@ -41,30 +37,15 @@ Progress::~Progress()
     show_line(nullptr);
 }
 
-/* Text of the user's own is on the terminal from now on. */
-void Progress::hide_if(bool on_terminal)
+void Progress::moved(uint64_t from_input, uint64_t out, uint64_t in)
 {
-    if (wanted && on_terminal) {
+    read += from_input;
+    sent += out;
+    received += in;
+    if (wanted && ((from_input != 0 && isatty(STDIN_FILENO)) || (in != 0 && isatty(STDOUT_FILENO)))) {
         wanted = false;
         show_line(nullptr);
     }
-}
-
-void Progress::input(uint64_t bytes)
-{
-    input_bytes += bytes;
-    hide_if(typed);
-}
-
-void Progress::sent(uint64_t bytes)
-{
-    sent_bytes += bytes;
-}
-
-void Progress::received(uint64_t bytes)
-{
-    received_bytes += bytes;
-    hide_if(shown);
 }
 
 double Progress::due() const
@@ -72,27 +53,33 @@ double Progress::due() const
     return wanted ? next : never;
 }
 
+/* Each look counts for a fifth: four in a second make it the rate of the last seconds. */
+static void smooth(double *rate, double bytes, double seconds)
+{
+    *rate += (bytes / seconds - *rate) * (*rate == 0 ? 1 : 0.2);
+}
+
 void Progress::show(double now)
 {
     if (now < due()) {
         return;
     }
+    smooth(&rate, (double)(sent + received - latest_moved), now - latest);
+    smooth(&read_rate, (double)(read - latest_read), now - latest);
+    latest = now;
+    latest_read = read;
+    latest_moved = sent + received;
     next = now + 0.25;
 
-    const Moment present = {now, sent_bytes + received_bytes, input_bytes};
-    const Moment since = past[count + 1 < moments ? 0 : (count + 1) % moments];
-    past[++count % moments] = present;
-    const double seconds = now - since.time;
-
-    std::string line = "sent " + amount((double)sent_bytes) + ", received " + amount((double)received_bytes) + ", " +
-                       amount((double)(present.moved - since.moved) / seconds) + "/s";
-    if (input_size != 0 && input_bytes != 0) {
+    std::string line =
+        "sent " + amount((double)sent) + ", received " + amount((double)received) + ", " + amount(rate) + "/s";
+    if (input_size != 0 && read != 0) {
+        const double rest = (double)(input_size - std::min(input_size, read));
         char text[64];
-        const uint64_t rest = input_size - std::min(input_size, input_bytes);
-        snprintf(text, sizeof(text), ", %.0f %%", 100 - 100 * (double)rest / (double)input_size);
+        snprintf(text, sizeof(text), ", %.0f %%", 100 - 100 * rest / (double)input_size);
         line += text;
-        if (present.input != since.input) {
-            const long left = lround((double)rest * seconds / (double)(present.input - since.input));
+        if (read_rate >= 1) {
+            const long left = lround(rest / read_rate);
             snprintf(text, sizeof(text), ", %ld:%02ld left", left / 60, left % 60);
             line += text;
         }
@@ -102,6 +89,5 @@ void Progress::show(double now)
 
 void Progress::total() const
 {
-    say("sent %" PRIu64 " bytes, received %" PRIu64 " bytes in %.3f s", sent_bytes, received_bytes,
-        now_seconds() - start);
+    say("sent %" PRIu64 " bytes, received %" PRIu64 " bytes in %.3f s", sent, received, now_seconds() - start);
 }

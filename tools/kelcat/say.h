@@ -17,7 +17,8 @@ void keep_reports();
 /* Shows the reports that were made since, each on a line of its own. */
 void show_reports();
 
-/* Seconds of a clock that nobody sets. */
+/* Seconds of a clock that nobody sets; and a time that does not come. */
 double now_seconds();
+const double never = 1e18;
 
 #endif

@@ -5,8 +5,6 @@
 #include <sys/ioctl.h>
 
 #include "channel.h"
-#include "signals.h"
-#include "socket_file.h"
 
 const char stream_rule[] =
     "Streams: the end of the input closes the sending side; it is over when the peer has ended, too. Input that is no "
@@ -24,123 +22,89 @@ class Stream : public Channel
         connection = true;
     }
 
-    int open() override;
-    size_t send(const char *bytes, size_t size) override;
-    void finish() override;
-    size_t receive(char *buffer, size_t room) override;
-    size_t unconfirmed() override;
+    int open() override
+    {
+        int status = open_socket();
+        if (status == 0 && options.listen) {
+            show_listening(own_address());
+            status = accept_client();
+        }
+        if (status == 0) {
+            show_peer(peer_address(), own_address());
+        }
+        return status;
+    }
 
-  private:
-    int open_tcp();
-    int open_unix();
+    LONG listen_at(const Addresses &at) override
+    {
+        if (options.transport == Tcp) {
+            return kel_tcp_server_socket_create(family_of(at), host_text(at[0]).c_str(), port_of(at), 1);
+        }
+        if (!claim_file(options.place.path)) {
+            return KEL_ERROR;
+        }
+        const LONG server = kel_unix_tcp_server_socket_create(options.place.path.c_str(), 1);
+        if (server != KEL_ERROR) {
+            made_file(options.place.path);
+        }
+        return server;
+    }
 
-    SocketFile file;
+    LONG connect_to(const Addresses &to) override
+    {
+        if (options.transport == UnixStream) {
+            return kel_unix_tcp_client_socket_create(options.place.path.c_str());
+        }
+        if (!options.local.empty()) {
+            return connected(bound(kel_socket(family_of(to), KEL_SOCK_STREAM, 0)), to[0]);
+        }
+        return kel_tcp_client_socket_create(family_of(to), host_text(to[0]).c_str(), port_of(to));
+    }
+
+    size_t send(const char *bytes, size_t size) override
+    {
+        const LONG sent = kel_send(sockfd, bytes, size, MSG_DONTWAIT);
+        if (sent == KEL_ERROR && errno != EAGAIN) {
+            broke(errno);
+            sending = false;
+        }
+        full = sent < (LONG)size;
+        return sent == KEL_ERROR ? 0 : (size_t)sent;
+    }
+
+    void finish() override
+    {
+        shutdown((int)sockfd, SHUT_WR); /* the module has no call for it */
+        sending = false;
+        receiving = receiving && !options.send_only;
+    }
+
+    size_t receive(char *buffer, size_t room) override
+    {
+        const LONG length = kel_recv(sockfd, buffer, std::min(room, largest), MSG_DONTWAIT);
+        if (length == KEL_ERROR && errno == EAGAIN) {
+            return 0;
+        }
+        if (length == KEL_ERROR) {
+            broke(errno);
+            sending = false;
+        }
+        receiving = length > 0;
+        return receiving ? (size_t)length : 0;
+    }
+
+    size_t unconfirmed() override
+    {
+        int error = 0;
+        socklen_t length = sizeof(error);
+        if (kel_getsockopt(sockfd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0) {
+            broke(error);
+        }
+        int bytes = 0;
+        const bool known = options.transport == Tcp && ioctl((int)sockfd, SIOCOUTQ, &bytes) == 0; /* nor for this */
+        return known && !failed ? (size_t)bytes : 0;
+    }
 };
-
-int Stream::open()
-{
-    int status = options.transport == Tcp ? open_tcp() : open_unix();
-    if (status == 0 && options.listen) {
-        show_listening(own_address());
-        status = accept_client();
-        file.remove();
-    }
-    if (status == 0) {
-        show_peer(peer_address(), own_address());
-    }
-    return status;
-}
-
-int Stream::open_tcp()
-{
-    const std::vector<Addresses> addresses =
-        resolve(options.place, options.local.empty() ? AF_UNSPEC : options.local.front().sa.sa_family);
-    if (addresses.empty()) {
-        return 1;
-    }
-    const SHORT port = (SHORT)options.place.port;
-    if (options.listen) {
-        auto listen = [&](const Addresses &at) {
-            sockfd = kel_tcp_server_socket_create((kel_domain_t)at[0].sa.sa_family, host_text(at[0]).c_str(), port, 1);
-        };
-        return one_of(addresses, listen) ? 0 : cannot("listen on");
-    }
-
-    SignalsExit while_connecting(options.endpoint, options.timeout);
-    auto connect = [&](const Addresses &to) {
-        const kel_domain_t family = (kel_domain_t)to[0].sa.sa_family;
-        if (options.local.empty()) {
-            sockfd = kel_tcp_client_socket_create(family, host_text(to[0]).c_str(), port);
-            return;
-        }
-        sockfd = kel_socket(family, KEL_SOCK_STREAM, 0);
-        kel_sockaddr_t peer = to[0];
-        if (bind_local() && kel_connect(sockfd, &peer) != KEL_OK) {
-            give_back();
-        }
-    };
-    return one_of(addresses, connect) ? 0 : cannot("connect to");
-}
-
-int Stream::open_unix()
-{
-    if (!options.listen) {
-        SignalsExit while_connecting(options.endpoint, options.timeout);
-        sockfd = kel_unix_tcp_client_socket_create(options.path.c_str());
-        return sockfd == KEL_ERROR ? cannot("connect to") : 0;
-    }
-    if (!SocketFile::free_path(options.path)) {
-        return 1;
-    }
-    sockfd = kel_unix_tcp_server_socket_create(options.path.c_str(), 1);
-    if (sockfd == KEL_ERROR) {
-        return cannot("listen on");
-    }
-    file.made(options.path);
-    return 0;
-}
-
-size_t Stream::send(const char *bytes, size_t size)
-{
-    const LONG sent = kel_send(sockfd, bytes, size, MSG_DONTWAIT);
-    if (sent == KEL_ERROR && errno != EAGAIN) {
-        broke(errno);
-        sending = false;
-        return 0;
-    }
-    full = sent < (LONG)size;
-    return sent == KEL_ERROR ? 0 : (size_t)sent;
-}
-
-void Stream::finish()
-{
-    shutdown((int)sockfd, SHUT_WR); /* the module has no call for it */
-    sending = false;
-    receiving = receiving && !options.send_only;
-}
-
-size_t Stream::receive(char *buffer, size_t room)
-{
-    const LONG length = kel_recv(sockfd, buffer, std::min(room, largest), MSG_DONTWAIT);
-    if (length == KEL_ERROR && errno != EAGAIN) {
-        broke(errno);
-        sending = false;
-    }
-    receiving = length > 0 || (length == KEL_ERROR && errno == EAGAIN);
-    return length > 0 ? (size_t)length : 0;
-}
-
-size_t Stream::unconfirmed()
-{
-    int error = 0;
-    socklen_t length = sizeof(error);
-    if (kel_getsockopt(sockfd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0) {
-        broke(error);
-    }
-    int bytes = 0;
-    const bool known = options.transport == Tcp && ioctl((int)sockfd, SIOCOUTQ, &bytes) == 0; /* nor for this */
-    return known && !failed ? (size_t)bytes : 0;
-}
 
 } // namespace
 

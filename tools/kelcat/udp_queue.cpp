@@ -7,6 +7,8 @@
 #include <linux/netlink.h>
 #include <linux/sock_diag.h>
 
+#include "address.h"
+
 namespace
 {
 
@@ -32,21 +34,19 @@ bool is_local(kel_sockaddr_t address)
     return local;
 }
 
-/* A socket without an address of its own is given one for each datagram. */
+/* What a socket without an address of its own sends has the one that the way there gives it. */
 kel_sockaddr_t source_to(LONG sockfd, kel_sockaddr_t to)
 {
     kel_sockaddr_t own = {};
     kel_getsockname(sockfd, &own);
-    const in_port_t port = own.sin.sin_port;
-    const LONG probe = kel_socket((kel_domain_t)to.sa.sa_family, KEL_SOCK_DGRAM, 0);
-    const struct in6_addr any = IN6ADDR_ANY_INIT;
-    const bool nowhere = to.sa.sa_family == KEL_AF_INET ? own.sin.sin_addr.s_addr == INADDR_ANY
-                                                        : memcmp(&own.sin6.sin6_addr, &any, sizeof(any)) == 0;
-    if (nowhere && kel_connect(probe, &to) == KEL_OK) {
+    if (is_wildcard(own)) {
+        const in_port_t port = own.sin.sin_port;
+        const LONG probe = kel_socket((kel_domain_t)to.sa.sa_family, KEL_SOCK_DGRAM, 0);
+        kel_connect(probe, &to);
         kel_getsockname(probe, &own);
+        kel_close(probe);
         own.sin.sin_port = port;
     }
-    kel_close(probe);
     return own;
 }
 
@@ -144,21 +144,20 @@ UdpQueue::Answer UdpQueue::ask_for(const kel_sockaddr_t &from, const kel_sockadd
         return static_cast<const struct nlmsgerr *>(NLMSG_DATA(head))->error == -ENOENT ? Nobody : Unknown;
     }
 
-    const char *attributes = static_cast<const char *>(NLMSG_DATA(head)) + NLMSG_ALIGN(sizeof(struct inet_diag_msg));
-    size_t rest = head->nlmsg_len - (size_t)(attributes - answer);
-    for (const struct nlattr *attribute = reinterpret_cast<const struct nlattr *>(attributes);
-         rest >= sizeof(*attribute) && attribute->nla_len >= sizeof(*attribute) && attribute->nla_len <= rest;) {
-        if (attribute->nla_type == INET_DIAG_SKMEMINFO) {
-            __u32 values[SK_MEMINFO_VARS] = {};
-            memcpy(values, attribute + 1, std::min(sizeof(values), attribute->nla_len - sizeof(*attribute)));
+    /* Behind the fixed part come attributes, each with its length and type in front. */
+    const char *end = answer + head->nlmsg_len;
+    struct nlattr attribute = {};
+    for (const char *at = answer + NLMSG_LENGTH(sizeof(struct inet_diag_msg)); at + sizeof(attribute) <= end;
+         at += NLA_ALIGN(std::max<size_t>(attribute.nla_len, sizeof(attribute)))) {
+        memcpy(&attribute, at, sizeof(attribute));
+        __u32 values[SK_MEMINFO_DROPS + 1];
+        if (attribute.nla_type == INET_DIAG_SKMEMINFO && at + sizeof(attribute) + sizeof(values) <= end) {
+            memcpy(values, at + sizeof(attribute), sizeof(values));
             used = values[SK_MEMINFO_RMEM_ALLOC];
             limit = values[SK_MEMINFO_RCVBUF];
             dropped = values[SK_MEMINFO_DROPS];
             return Known;
         }
-        const size_t step = NLA_ALIGN(attribute->nla_len);
-        rest -= std::min(step, rest);
-        attribute = reinterpret_cast<const struct nlattr *>(reinterpret_cast<const char *>(attribute) + step);
     }
     return Unknown;
 }

@@ -15,14 +15,13 @@ class UdpQueue
     UdpQueue(const UdpQueue &) = delete;
     UdpQueue &operator=(const UdpQueue &) = delete;
 
-    /* What is sent from sockfd to an address will be asked for. False: it leaves this machine, or the kernel answers
-     * no questions. */
+    /* Of what sockfd sends to an address. False: it leaves this machine, or the kernel answers no questions. */
     bool watch(LONG sockfd, const kel_sockaddr_t &to);
 
     enum Answer { Nobody, Unknown, Known };
     Answer ask();
 
-    /* As of the latest answer, and sent since. */
+    /* Since the first answer. */
     bool lost() const
     {
         return dropped != dropped_before;
@@ -45,7 +44,7 @@ class UdpQueue
     size_t used = 0; /* bytes, as the kernel counts them */
     size_t limit = 0;
     unsigned dropped = 0;
-    unsigned dropped_before = 0; /* we came */
+    unsigned dropped_before = 0;
 };
 
 #endif
