@@ -147,16 +147,15 @@ std::vector<Addresses> resolve(const Place &place, const Addresses &local)
         }
     }
     for (const kel_sockaddr_t &first : found.front()) {
-        Addresses attempt;
-        for (const Addresses &host : found) {
-            auto fits = [&](const kel_sockaddr_t &address) { return address.sa.sa_family == first.sa.sa_family; };
-            auto other = &host == &found.front() ? host.begin() + (&first - host.data())
-                                                 : std::find_if(host.begin(), host.end(), fits);
-            if (other != host.end()) {
+        auto fits = [&](const kel_sockaddr_t &address) { return address.sa.sa_family == first.sa.sa_family; };
+        Addresses attempt = {first};
+        for (size_t i = 1; i < found.size(); i++) {
+            auto other = std::find_if(found[i].begin(), found[i].end(), fits);
+            if (other != found[i].end()) {
                 attempt.push_back(*other);
             }
         }
-        if (attempt.size() == found.size() && (local.empty() || family_of(local) == first.sa.sa_family)) {
+        if (attempt.size() == found.size() && (local.empty() || fits(local.front()))) {
             attempts.push_back(attempt);
         }
     }

@@ -197,13 +197,14 @@ class Datagram : public Channel
     }
 
     /* The first sender is the peer. Those without a name cannot be told apart. */
-    bool from_peer(const kel_sockaddr_t &from)
+    bool from_peer(kel_sockaddr_t &from)
     {
         if (!ready) {
             aim(from);
             show_peer({peer}, {});
         }
-        return memcmp(&from, &peer, sizeof(peer)) == 0;
+        const bool nameless = from.sa.sa_family == AF_UNSPEC && peer.sa.sa_family == AF_UNSPEC;
+        return nameless || kel_sock_addr_cmp(&from, &peer, KEL_FALSE) == KEL_OK;
     }
 
     void nap()

@@ -100,45 +100,45 @@ template <double Options::*member> void time(Options *options, const std::string
 
 const struct Option {
     const char *name;
-    char letter;
     const char *argument; /* null: it takes none */
     unsigned takers;      /* transports */
     bool listeners;       /* whether those of them that listen take it */
+    char letter;          /* 0: none */
     const char *help;
     void (*store)(Options *options, const std::string &value);
 } table[] = {
-    {"local", 0, "ADDRESS", Tcp | Udp | Sctp | UnixDatagram, false, "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH",
+    {"local", "ADDRESS", Tcp | Udp | Sctp | UnixDatagram, false, 0, "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH",
      [](Options *options, const std::string &text) { options->local_text = text; }},
-    {"send-only", 0, nullptr, every, true, "what is received is discarded", flag<&Options::send_only>},
-    {"recv-only", 0, nullptr, every, true, "standard input is not read", flag<&Options::recv_only>},
-    {"timeout", 0, "SECONDS", streams | Sctp, false, "to connect within, over all addresses of a name",
+    {"send-only", nullptr, every, true, 0, "what is received is discarded", flag<&Options::send_only>},
+    {"recv-only", nullptr, every, true, 0, "standard input is not read", flag<&Options::recv_only>},
+    {"timeout", "SECONDS", streams | Sctp, false, 0, "to connect within, over all addresses of a name",
      time<&Options::timeout>},
-    {"idle", 0, "SECONDS", every, true, "end after so much silence", time<&Options::idle>},
-    {"size", 0, "BYTES", datagrams | Sctp, true, "of a datagram (1400, 8192) or message (8192)",
+    {"idle", "SECONDS", every, true, 0, "end after so much silence", time<&Options::idle>},
+    {"size", "BYTES", datagrams | Sctp, true, 0, "of a datagram (1400, 8192) or message (8192)",
      [](Options *options, const std::string &text) { options->size = parse_number(text, 10, 1, 200000, "size"); }},
-    {"rate", 0, "BYTES[k|m]", datagrams | Packet, true, "a second (packet 4m, udp to other machines 8m)", rate},
-    {"count", 0, "N", datagrams | Packet, true, "the Nth datagram or frame is the peer's end",
+    {"rate", "BYTES[k|m]", datagrams | Packet, true, 0, "a second (packet 4m, udp to other machines 8m)", rate},
+    {"count", "N", datagrams | Packet, true, 0, "the Nth datagram or frame is the peer's end",
      [](Options *options, const std::string &text) {
          options->count = parse_number(text, 10, 1, 1000000000, "count");
      }},
-    {"raw", 0, nullptr, Packet, true, "plain bytes, not hexadecimal; all of the input is one frame",
+    {"raw", nullptr, Packet, true, 0, "plain bytes, not hexadecimal; all of the input is one frame",
      flag<&Options::raw>},
-    {"one-to-many", 0, nullptr, Sctp, true, "a socket of the one-to-many style", flag<&Options::one_to_many>},
-    {"streams", 0, "N", Sctp, true, "so many at most, used in turn; each keeps its own order alone",
+    {"one-to-many", nullptr, Sctp, true, 0, "a socket of the one-to-many style", flag<&Options::one_to_many>},
+    {"streams", "N", Sctp, true, 0, "so many at most, used in turn; each keeps its own order alone",
      [](Options *options, const std::string &text) {
          options->streams = (uint16_t)parse_number(text, 10, 1, 65535, "number of streams");
      }},
-    {"ppid", 0, "N", Sctp, true, "payload protocol identifier, as it is read on the wire (0)",
+    {"ppid", "N", Sctp, true, 0, "payload protocol identifier, as it is read on the wire (0)",
      [](Options *options, const std::string &text) {
          options->ppid = (uint32_t)parse_number(text, 0, 0, UINT32_MAX, "payload protocol identifier");
      }},
-    {"verbose", 'v', nullptr, every, true,
+    {"verbose", nullptr, every, true, 'v',
      "addresses, totals and the module's reports, on standard error; sctp: paths and notifications, as in "
      "\"2.345 path 10.1.0.2 active, primary\"",
      flag<&Options::verbose>},
-    {"quiet", 'q', nullptr, every, true, "no progress line", flag<&Options::quiet>},
-    {"help", 'h', nullptr, every, true, "", print_help},
-    {"version", 0, nullptr, every, true, "", print_version},
+    {"quiet", nullptr, every, true, 'q', "no progress line", flag<&Options::quiet>},
+    {"help", nullptr, every, true, 'h', "", print_help},
+    {"version", nullptr, every, true, 0, "", print_version},
 };
 
 std::string names_of(unsigned transports, const char *last_separator)
@@ -355,24 +355,21 @@ Options parse_options(int argc, char **argv)
 {
     Options options;
     std::vector<const Option *> given;
-    std::vector<std::string> endpoints;
+    const char *endpoint = nullptr;
     for (int i = 1; i < argc;) {
-        const std::string text = argv[i];
-        if (text.size() > 1 && text[0] == '-') {
-            i += take_option(&options, text, argv[i + 1], &given);
-        } else {
-            endpoints.push_back(text);
-            i++;
+        if (argv[i][0] == '-' && argv[i][1] != '\0') {
+            i += take_option(&options, argv[i], argv[i + 1], &given);
+            continue;
         }
+        if (endpoint != nullptr) {
+            bad_usage("\"%s\" is one argument too many: give one endpoint", argv[i]);
+        }
+        endpoint = argv[i++];
     }
-
-    if (endpoints.empty()) {
+    if (endpoint == nullptr) {
         bad_usage("an endpoint is missing, such as tcp:127.0.0.1:9000: see kelcat --help");
     }
-    if (endpoints.size() > 1) {
-        bad_usage("\"%s\" is one argument too many: give one endpoint", endpoints[1].c_str());
-    }
-    parse_endpoint(endpoints[0], &options);
+    parse_endpoint(endpoint, &options);
     for (const Option *option : given) {
         check_option(options, *option);
     }

@@ -39,14 +39,14 @@ void keep_reports()
 /* A report begins with a colour and ends with the escape sequence that takes it away; it has no line end of its own. */
 void show_reports()
 {
+    static const bool colour = isatty(STDERR_FILENO);
     if (reports == nullptr || ftell(reports) <= 0) {
         return;
     }
     fflush(reports);
     std::string text(kept, kept_size);
-    rewind(reports);
+    fseek(reports, 0, SEEK_SET);
 
-    const bool colour = isatty(STDERR_FILENO);
     std::string lines;
     for (size_t i = 0; i < text.size(); i++) {
         size_t sequence = text[i] == '\033' ? strcspn(&text[i], "m") + 1 : 0;

@@ -78,7 +78,7 @@ bool UdpQueue::watch(LONG sockfd, const kel_sockaddr_t &to)
     const bool ipv6 = to.sa.sa_family == KEL_AF_INET6;
     target = to;
     source = source_to(sockfd, to);
-    netlink = kel_socket((kel_domain_t)AF_NETLINK, KEL_SOCK_RAW, NETLINK_SOCK_DIAG);
+    netlink = socket(AF_NETLINK, SOCK_RAW, NETLINK_SOCK_DIAG); /* no family of the module's */
     echo = kel_udp_server_socket_create((kel_domain_t)to.sa.sa_family, ipv6 ? "::1" : "127.0.0.1", 0);
     const struct timeval patience = {1, 0};
     kel_setsockopt(echo, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
