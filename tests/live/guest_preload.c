@@ -11,6 +11,7 @@
 #include <signal.h>
 #include <stdarg.h>
 #include <stdint.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
@@ -23,19 +24,31 @@ enum { STATE_COMPONENTS = 512 }; /* offset of the bit set that says which parts 
 struct start {
     int (*function)(void *);
     void *argument;
+    pid_t parent;
 };
 
 int __clone(int (*function)(void *), void *stack, int flags, void *argument, ...);
 
-__attribute__((constructor)) static void die_with_parent(void)
+static void die_with(pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+        _exit(1); /* it has died before */
+    }
+}
+
+__attribute__((constructor)) static void die_with_runner(void)
+{
+    const char *runner = getenv("RUNNER");
+    if (runner != NULL) {
+        die_with((pid_t)atol(runner));
+    }
 }
 
 static int start(void *record)
 {
     const struct start *wanted = record;
-    die_with_parent();
+    die_with(wanted->parent);
     return wanted->function(wanted->argument);
 }
 
@@ -45,6 +58,7 @@ int clone(int (*function)(void *), void *stack, int flags, void *argument, ...)
     struct start *record = (struct start *)((uintptr_t)stack & ~(uintptr_t)15) - 1;
     record->function = function;
     record->argument = argument;
+    record->parent = getpid();
     return __clone(start, record, flags, record);
 }
 
