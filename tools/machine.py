@@ -46,6 +46,17 @@ def allows_hosts():
 
 
 @functools.cache
+def own_network():
+    """A command that runs another in a network namespace of its own, with loopback up, as root there; None without one."""
+    for options in ([], ["--user", "--map-root-user"]):
+        command = ["unshare", "--net", *options, "sh", "-c", 'ip link set lo up && exec "$@"', "network"]
+        with contextlib.suppress(OSError):
+            if subprocess.run([*command, "true"], stderr=subprocess.DEVNULL).returncode == 0:
+                return command
+    return None
+
+
+@functools.cache
 def has_sctp():
     """Whether the kernel makes an SCTP socket; asking makes it load what it has."""
     with contextlib.suppress(OSError), socket.socket(socket.AF_INET, socket.SOCK_STREAM, socket.IPPROTO_SCTP):
