@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "hosts.h"
 #include "kel_socket.h"
 
 /* Ends the program, with errno's text: nothing can be tested. */
@@ -72,36 +73,6 @@ class Folder
     std::string path;
 };
 
-/* A network namespace besides the test's own, for as long as the object lives. */
-class Namespace
-{
-  public:
-    Namespace();
-    ~Namespace();
-    Namespace(const Namespace &) = delete;
-    Namespace &operator=(const Namespace &) = delete;
-
-    std::string name() const; /* as ip(8) takes it: the process that holds the namespace */
-    void enter() const;
-
-    /* The calling thread is inside for as long as this lives. Sockets stay where they were made. */
-    class Visit
-    {
-      public:
-        explicit Visit(const Namespace &where);
-        ~Visit();
-        Visit(const Visit &) = delete;
-        Visit &operator=(const Visit &) = delete;
-
-      private:
-        int home;
-    };
-
-  private:
-    pid_t holder;
-    int entry = -1;
-};
-
 /* A program that was written elsewhere, with its three standard streams in the test's hands. Killed when left. */
 class Peer
 {
@@ -122,7 +93,7 @@ class Peer
     std::string read(size_t size); /* exactly that much, or less at the end of its output */
     std::string read_errors();     /* the rest of its standard error */
     void end();                    /* asks it to end, and waits for the end of its output */
-    int exit_status();             /* waits for the end */
+    int exit_status();             /* waits for the end; at the test's limit, kills */
 
   private:
     /* A standard stream; what was read beyond a text that was waited for is kept. */
@@ -139,9 +110,6 @@ class Peer
     Source output, errors;
 };
 
-/* Runs commands of ip(8), on this host or another. */
-void ip(const std::vector<std::string> &commands, const Namespace *where = nullptr);
-
 /* Shows every report on the console, where the tests suppress them, and collects what the console is given. */
 class Reports
 {
@@ -157,9 +125,14 @@ class Reports
     int file, former;
 };
 
-/* One test: a time limit, no reports on the console, and as many descriptors open after it as before. */
+/* One test: a time limit, no reports on the console, and as many descriptors open after it as before. At the limit,
+ * whatever waits in the kernel returns with EINTR, and nothing is waited for any more: the test ends, and fails. */
 class Live : public testing::Test
 {
+  public:
+    Live();
+    ~Live() override;
+
   protected:
     void SetUp() override;
     void TearDown() override;
@@ -191,9 +164,21 @@ std::string name_of_inet(const testing::TestParamInfo<Inet> &info);
 #define INSTANTIATE_FOR_IPV4_AND_IPV6(suite)                                                                           \
     INSTANTIATE_TEST_SUITE_P(, suite, testing::Values(ipv4(), ipv6()), name_of_inet)
 
-/* Ports, in host byte order. A free one is beyond 32767: the system's own choice. */
+/* A port that nothing listens on or receives from, and that no stranger takes while the object lives: the kernel does
+ * not choose it by itself, and only who reuses addresses, as the module and the peers do, can bind it. Beyond 32767. */
+class Port
+{
+  public:
+    Port(const Inet &inet, kel_socktype_t type);
+
+    int number;
+
+  private:
+    Descriptor holder;
+};
+
+/* In host byte order. */
 int port_of(LONG sockfd);
-int free_port(const Inet &inet, kel_socktype_t type);
 std::string text_of(kel_sockaddr_t record);
 kel_sockaddr_t record_of(const Inet &inet, const char *address, int port);
 kel_sockaddr_t name_of(LONG sockfd);
@@ -205,8 +190,12 @@ int option(LONG sockfd, int level, int name);
 /* A socket as kel_socket makes it: of that family and type, with its address to be used again, and IPv6 alone. */
 void expect_socket_of(LONG sockfd, int family, int type);
 
-/* Waits for events of poll(2); fails the test when they do not come. */
+/* Waits for events of poll(2); fails the test when they do not come. What does not come once is asked for, but no
+ * longer waited for: the rest of that test is quick. */
 bool wait_for(LONG sockfd, short events);
+
+/* How many times longer than usual this machine takes, a user-mode kernel included. */
+double slowness();
 
 /* kel_accept(), kel_recv() and kel_recvfrom(), each waited for with a limit. */
 Descriptor accepted(LONG listener, kel_sockaddr_t *peer = nullptr);
@@ -221,7 +210,7 @@ std::string pattern(size_t size);
 /* Compares data without printing it. */
 void expect_same(const std::string &arrived, const std::string &sent);
 
-/* Moves 64 MiB from one stream to another descriptor's end, and compares every byte. */
-void expect_stream_carries_64_mib(LONG from, LONG to);
+/* Moves 64 MiB, under Valgrind 4, from one stream to another descriptor's end, and compares every byte. */
+void expect_stream_arrives_whole(LONG from, LONG to);
 
 #endif

@@ -22,54 +22,40 @@ std::string frame(const std::string &receiver, const std::string &sender, int pr
     return receiver + sender + (char)(protocol >> 8) + (char)protocol + payload;
 }
 
-std::string text_of_mac(const std::string &mac)
-{
-    char text[18];
-    snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return text;
-}
-
 class LivePacket : public Live
 {
   protected:
-    static void SetUpTestSuite()
+    /* Three wires to another host, one of which stays down. Without addresses, there is no traffic but the tests'. */
+    LivePacket()
     {
-        other = new Namespace;
-        ip({"link add name kel0 address " + text_of_mac(near_mac) + " type veth peer name kel1 address " +
-                text_of_mac(far_mac) + " netns " + other->name(),
-            "link add name kel2 type veth peer name kel3 netns " + other->name(),
-            "link add name kel4 type veth peer name kel5 netns " + other->name(),
-            /* no address before they are up, so no traffic but the tests' */
-            "link set kel0 addrgenmode none", "link set kel2 addrgenmode none", "link set kel0 up",
-            "link set kel2 up"});
-        ip({"link set kel1 addrgenmode none", "link set kel3 addrgenmode none", "link set kel1 up", "link set kel3 up"},
-           other);
-    }
-
-    static void TearDownTestSuite()
-    {
-        ip({"link delete kel0", "link delete kel2", "link delete kel4"});
-        delete other;
+        const Interface first{own, near, near_mac}, first_end{other, far, far_mac};
+        const Interface second{own, beside}, second_end{other, "kel3"};
+        lay_wire(first, first_end);
+        lay_wire(second, second_end);
+        lay_wire({own, down}, {other, "kel5"});
+        connect_wire(first, first_end);
+        connect_wire(second, second_end);
     }
 
     /* What happens on the other host; a socket that was made there stays there. */
-    static Descriptor open_far(int protocol)
+    Descriptor open_far(int protocol)
     {
-        Namespace::Visit visit(*other);
+        Namespace::Visit there(other);
         return kel_raw_server_socket_create((SHORT)protocol, far);
     }
 
-    static void send_from_far(const std::string &data)
+    void send_from_far(const std::string &data)
     {
-        Namespace::Visit visit(*other);
+        Namespace::Visit there(other);
         Descriptor sender = kel_raw_server_socket_create((SHORT)other_experiment, far);
         EXPECT_EQ(kel_raw_sendto(sender, far, data.data(), data.size(), 0), (LONG)data.size()) << strerror(errno);
     }
 
-    static Namespace *other;
-};
+    const Namespace own, other;
 
-Namespace *LivePacket::other;
+  private:
+    const Namespace::Visit here{own};
+};
 
 bool nothing_to_receive(LONG sockfd)
 {
@@ -257,7 +243,7 @@ TEST_F(LivePacket, RecordFromItsPartsSendsToo)
 TEST_F(LivePacket, TalksToSocat)
 {
     Descriptor endpoint(kel_raw_server_socket_create((SHORT)local_experiment, near));
-    Peer peer({"socat", "-d", "-d", "-", std::string("INTERFACE:") + far}, other);
+    Peer peer({"socat", "-d", "-d", "-", std::string("INTERFACE:") + far}, &other);
     peer.wait_until_it_says("starting data transfer");
 
     std::string there = frame(far_mac, near_mac, local_experiment, pattern(1000));

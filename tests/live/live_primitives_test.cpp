@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <string.h>
 
 #include "host.h"
@@ -203,11 +204,11 @@ TEST_P(LiveInetPrimitives, BindTellsWhyItFailsAndSaysNothing)
 TEST_P(LiveInetPrimitives, BindWithoutAnAddressIsTheWildcard)
 {
     Descriptor sockfd = socket();
-    int port = free_port(inet, KEL_SOCK_STREAM);
+    Port port(inet, KEL_SOCK_STREAM);
 
-    EXPECT_EQ(kel_bind_str(sockfd, inet.family, (SHORT)port, NULL, 0, NULL), KEL_OK);
+    EXPECT_EQ(kel_bind_str(sockfd, inet.family, (SHORT)port.number, NULL, 0, NULL), KEL_OK);
 
-    EXPECT_EQ(text_of(name_of(sockfd)), text_of(record_of(inet, inet.wildcard, port)));
+    EXPECT_EQ(text_of(name_of(sockfd)), text_of(record_of(inet, inet.wildcard, port.number)));
 }
 
 TEST_P(LiveInetPrimitives, BindOfOtherTextFails)
@@ -267,7 +268,8 @@ TEST_P(LiveInetPrimitives, AcceptWithoutARecordLeavesTheConnectionWaiting)
 TEST_P(LiveInetPrimitives, StepsOneByOneMakeAConnection)
 {
     Descriptor listener = socket(), connected = socket();
-    kel_sockaddr_t here = record_of(inet, inet.loopback, free_port(inet, KEL_SOCK_STREAM));
+    Port port(inet, KEL_SOCK_STREAM);
+    kel_sockaddr_t here = record_of(inet, inet.loopback, port.number);
     EXPECT_EQ(kel_bind(listener, &here), KEL_OK);
     EXPECT_EQ(kel_listen(listener, 5), KEL_OK);
     EXPECT_EQ(kel_connect(connected, &here), KEL_OK);
@@ -282,7 +284,7 @@ TEST_P(LiveInetPrimitives, StepsOneByOneMakeAConnection)
 
     send_all(connected, "peek");
     char buffer[4] = {};
-    ASSERT_TRUE(wait_for(connection, 1));
+    ASSERT_TRUE(wait_for(connection, POLLIN));
     EXPECT_EQ(kel_recv(connection, buffer, 4, MSG_PEEK), 4) << "flags reach the kernel";
     EXPECT_EQ(received(connection, 4), "peek");
     EXPECT_EQ(kel_connect(connected, &here), KEL_ERROR);
@@ -352,7 +354,7 @@ TEST_P(LiveInetPrimitives, DatagramThatDoesNotFitIsCut)
     kel_sockaddr_t record = name_of(bound);
     char buffer[5] = {};
     send_datagram(bound, "123456789", record);
-    ASSERT_TRUE(wait_for(bound, 1));
+    ASSERT_TRUE(wait_for(bound, POLLIN));
 
     EXPECT_EQ(kel_recvfrom(bound, buffer, 4, 0, &record), 4);
 

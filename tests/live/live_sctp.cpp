@@ -21,7 +21,7 @@ std::atomic<long> outstanding;
 constexpr const char *addresses_ipv4[][2] = {{"10.1.1.1", "10.1.2.1"}, {"10.1.1.2", "10.1.2.2"}};
 constexpr const char *addresses_ipv6[][2] = {{"fd00:1::1", "fd00:2::1"}, {"fd00:1::2", "fd00:2::2"}};
 
-/* So that a lost path is seen within a second rather than minutes. The lower border of a time goes first: one above
+/* So that what is lost is missed within a second rather than minutes. The lower border of a time goes first: one above
  * the other is refused. An acknowledgement may not be later than the time after which it is missed. */
 constexpr struct {
     const char *name;
@@ -32,52 +32,13 @@ constexpr struct {
     {"net/sctp/rto_max", 400},
     {"net/sctp/sack_timeout", 20},
     {"net/sctp/hb_interval", 200},
-    {"net/sctp/path_max_retrans", 1},
+    {"net/sctp/pf_enable", 0},
     {"net/ipv6/conf/all/keep_addr_on_down", 1},
 };
 
-std::string setting_file(const std::string &name)
+std::string mac(char path, char side)
 {
-    return "/proc/sys/" + name;
-}
-
-std::string read_setting(const Namespace &host, const std::string &name)
-{
-    Namespace::Visit visit(host);
-    std::string value;
-    std::getline(std::ifstream(setting_file(name)), value);
-    return value;
-}
-
-void write_setting(const Namespace &host, const std::string &name, const std::string &value)
-{
-    Namespace::Visit visit(host);
-    EXPECT_TRUE(std::ofstream(setting_file(name)) << value << std::flush) << name << ": " << strerror(errno);
-}
-
-std::string address_of_path(const char *const (&addresses)[2], size_t path, const char *prefix)
-{
-    return std::string(addresses[path]) + prefix;
-}
-
-void set_up_host(const Namespace &host, size_t side)
-{
-    std::vector<std::string> commands; /* loopback stays down: its addresses would be in every list */
-    for (size_t path = 0; path < 2; path++) {
-        std::string interface = "path" + std::to_string(path);
-        commands.push_back("link set " + interface + " addrgenmode none"); /* no addresses but these */
-        commands.push_back("link set " + interface + " up");
-        commands.push_back("address add " + address_of_path(addresses_ipv4[side], path, "/24 dev ") + interface);
-        commands.push_back("address add " + address_of_path(addresses_ipv6[side], path, "/64 dev ") + interface +
-                           " nodad");
-    }
-    ip(commands, &host);
-}
-
-void run(std::vector<std::string> command, const Namespace &where)
-{
-    Peer peer(std::move(command), &where);
-    EXPECT_EQ(peer.exit_status(), 0) << peer.read_errors();
+    return {2, 0, 0, 0, path, side};
 }
 
 Addresses list_of(LONG (*get)(LONG, sctp_assoc_t, kel_sockaddr_t **), LONG (*release)(kel_sockaddr_t *), LONG sockfd,
@@ -121,6 +82,8 @@ long allocated()
 /* ---- Network ----------------------------------------------------------------------------------------------------- */
 
 Network::Network()
+    : ends{{{near, "path0", mac(0, 0)}, {far, "path0", mac(0, 1)}},
+           {{near, "path1", mac(1, 0)}, {far, "path1", mac(1, 1)}}}
 {
     /* The settings come with the module, which a socket brings. */
     Descriptor probe(kel_socket(KEL_AF_INET, KEL_SOCK_STREAM, IPPROTO_SCTP));
@@ -128,22 +91,47 @@ Network::Network()
         fail_set_up("this kernel has no SCTP");
     }
 
-    for (const Namespace *host : {&near, &far}) {
-        for (const auto &setting : settings) {
-            write_setting(*host, setting.name, std::to_string(setting.value));
+    for (const auto &setting : settings) {
+        set(setting.name, setting.value);
+    }
+    for (int path = 0; path < 2; path++) { /* loopback stays down: its addresses would be in every list */
+        lay_wire(ends[path][0], ends[path][1]);
+        connect_wire(ends[path][0], ends[path][1]);
+        for (int side = 0; side < 2; side++) {
+            const Interface &end = ends[path][side], &peer = ends[path][1 - side];
+            add_address(end, AF_INET, addresses_ipv4[side][path], 24);
+            add_address(end, AF_INET6, addresses_ipv6[side][path], 64);
+            add_neighbour(end, AF_INET, addresses_ipv4[1 - side][path], peer.mac);
+            add_neighbour(end, AF_INET6, addresses_ipv6[1 - side][path], peer.mac);
         }
     }
-    for (const char *path : {"path0", "path1"}) {
-        ip({std::string("link add name ") + path + " type veth peer name " + path + " netns " + far.name()}, &near);
-    }
-    set_up_host(near, 0);
-    set_up_host(far, 1);
 }
 
-Network &network()
+void Network::cut(int path, Manner manner)
 {
-    static Network all;
-    return all;
+    carry(path, manner, false);
+}
+
+void Network::restore(int path, Manner manner)
+{
+    carry(path, manner, true);
+}
+
+void Network::carry(int path, Manner manner, bool all)
+{
+    if (manner == link_down) {
+        set_link(ends[path][0], all);
+        return;
+    }
+    for (const Interface &end : ends[path]) {
+        set_loss(end, !all);
+    }
+}
+
+void Network::set(const std::string &name, int value)
+{
+    write_setting(near, name, value);
+    write_setting(far, name, value);
 }
 
 Addresses near_addresses(const Inet &inet)
@@ -156,49 +144,6 @@ Addresses far_addresses(const Inet &inet)
 {
     const auto &both = inet.family == KEL_AF_INET6 ? addresses_ipv6[1] : addresses_ipv4[1];
     return {both[0], both[1]};
-}
-
-Setting::Setting(const std::string &what, int value) : name(what), former(read_setting(network().near, what))
-{
-    write_setting(network().near, name, std::to_string(value));
-    write_setting(network().far, name, std::to_string(value));
-}
-
-Setting::~Setting()
-{
-    write_setting(network().near, name, former);
-    write_setting(network().far, name, former);
-}
-
-Cut::Cut(int path, Manner how) : interface("path" + std::to_string(path)), manner(how)
-{
-    if (manner == link_down) {
-        run({"ip", "link", "set", interface, "down"}, network().near);
-        return;
-    }
-    for (const Namespace *host : {&network().near, &network().far}) {
-        run({"tc", "qdisc", "add", "dev", interface, "root", "netem", "loss", "100%"}, *host);
-    }
-}
-
-Cut::~Cut()
-{
-    restore();
-}
-
-void Cut::restore()
-{
-    if (!active) {
-        return;
-    }
-    active = false;
-    if (manner == link_down) {
-        run({"ip", "link", "set", interface, "up"}, network().near);
-        return;
-    }
-    for (const Namespace *host : {&network().near, &network().far}) {
-        run({"tc", "qdisc", "delete", "dev", interface, "root"}, *host);
-    }
 }
 
 Descriptor on(const Namespace &host, const std::function<LONG()> &open)
@@ -231,37 +176,26 @@ void Capture::end_at(const std::string &text)
     EXPECT_NE(said.find("\n0 packets dropped by kernel"), std::string::npos) << said;
 }
 
-std::string Capture::text() const
+/* tcpdump is given payload protocols of which it knows no name. */
+std::vector<Capture::Chunk> Capture::data() const
 {
+    static const std::regex packet(" > ([0-9a-f.:]+)\\.([0-9]+): sctp"),
+        chunk("\\[DATA\\][^,]*\\[SID: ([0-9]+)\\][^,]*\\[PPID (0x[0-9a-f]+)\\]");
     Peer reader({"tcpdump", "-n", "-r", folder.file("pcap")});
-    std::string text = reader.read(SIZE_MAX);
-    EXPECT_EQ(reader.exit_status(), 0) << reader.read_errors();
-    return text;
-}
-
-std::vector<std::vector<std::string>> Capture::tshark(const Addresses &fields) const
-{
-    std::vector<std::string> command = {"tshark", "-r", folder.file("pcap"), "-T", "fields"};
-    for (const std::string &field : fields) {
-        command.insert(command.end(), {"-e", field});
-    }
-    Peer reader(command);
     std::istringstream text(reader.read(SIZE_MAX));
     EXPECT_EQ(reader.exit_status(), 0) << reader.read_errors();
 
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Chunk> found;
     for (std::string line; std::getline(text, line);) {
-        std::vector<std::string> row(1);
-        for (char character : line) {
-            if (character == '\t') {
-                row.emplace_back();
-            } else {
-                row.back() += character;
-            }
+        std::smatch receiver;
+        if (!std::regex_search(line, receiver, packet)) {
+            continue;
         }
-        rows.push_back(row);
+        for (std::sregex_iterator data(line.begin(), line.end(), chunk), end; data != end; ++data) {
+            found.push_back({receiver[1], receiver[2], (*data)[1], (*data)[2]});
+        }
     }
-    return rows;
+    return found;
 }
 
 /* ---- Addresses --------------------------------------------------------------------------------------------------- */
@@ -417,7 +351,6 @@ void Transfer::drain()
 
 void LiveSctp::SetUp()
 {
-    network(); /* its descriptors stay open from test to test */
     LiveInet::SetUp();
     allocated_before = allocated();
 }

@@ -9,50 +9,33 @@
 
 /* ---- Network ----------------------------------------------------------------------------------------------------- */
 
-/* Two hosts, near and far, and two paths between them: interfaces path0 and path1 on either host, with one address of
- * either IP family each. It lives as long as the program. */
-struct Network {
-    Namespace near, far;
+/* Two hosts, near and far, and two paths between them: wires with an interface path0 or path1 at either end, which has
+ * one address of either IP family. */
+class Network
+{
+  public:
+    enum Manner { link_down, total_loss };
 
     Network();
+
+    /* The path carries nothing until it is restored. */
+    void cut(int path, Manner manner);
+    void restore(int path, Manner manner);
+
+    void set(const std::string &name, int value); /* a number under /proc/sys, on both hosts */
+
+    const Namespace near, far;
+
+  private:
+    const Interface ends[2][2]; /* of each path, the near one and the far one */
+
+    void carry(int path, Manner manner, bool all);
 };
-Network &network();
 
 /* A host's addresses on the two paths. */
 using Addresses = std::vector<std::string>;
 Addresses near_addresses(const Inet &inet);
 Addresses far_addresses(const Inet &inet);
-
-/* A number under /proc/sys/net, on both hosts, for as long as the object lives. */
-class Setting
-{
-  public:
-    Setting(const std::string &name, int value);
-    ~Setting();
-    Setting(const Setting &) = delete;
-    Setting &operator=(const Setting &) = delete;
-
-  private:
-    std::string name, former;
-};
-
-/* A path that carries nothing, until it is restored. */
-class Cut
-{
-  public:
-    enum Manner { link_down, total_loss };
-
-    Cut(int path, Manner manner);
-    ~Cut();
-    Cut(const Cut &) = delete;
-    Cut &operator=(const Cut &) = delete;
-    void restore();
-
-  private:
-    std::string interface;
-    Manner manner;
-    bool active = true;
-};
 
 /* Whoever opens a descriptor does so on one host; it stays there. */
 Descriptor on(const Namespace &host, const std::function<LONG()> &open);
@@ -69,8 +52,11 @@ class Capture
     /* Waits until a packet shows this text, which has to come, and ends the capture. */
     void end_at(const std::string &text);
 
-    std::string text() const;                                                    /* tcpdump's reading */
-    std::vector<std::vector<std::string>> tshark(const Addresses &fields) const; /* of every packet, these fields */
+    /* A piece of data on its way, and where it went. */
+    struct Chunk {
+        std::string address, port, stream, ppid; /* as tcpdump writes them */
+    };
+    std::vector<Chunk> data() const;
 
   private:
     Folder folder;
@@ -202,7 +188,8 @@ class LiveSctp : public LiveInet
 
     const Inet &inet = GetParam();
     const Addresses near = near_addresses(inet), far = far_addresses(inet);
-    const Namespace &near_host = network().near, &far_host = network().far;
+    Network network;
+    const Namespace &near_host = network.near, &far_host = network.far;
 
     std::vector<kel_sockaddr_t> far_records(int port)
     {

@@ -267,7 +267,8 @@ TEST_P(LiveSctpEndpoints, RefusedClientReportsThreeTimesAndLeavesNothingOpen)
 
 TEST_P(LiveSctpEndpoints, SilentPeerIsGivenUpAsTheInitMessageSays)
 {
-    Cut first(0, Cut::total_loss), second(1, Cut::total_loss);
+    network.cut(0, Network::total_loss);
+    network.cut(1, Network::total_loss);
     Call call = this->call();
     call.initmsg.sinit_max_attempts = 2;
     call.initmsg.sinit_max_init_timeo = 100;

@@ -102,15 +102,16 @@ TEST_P(LiveSctpEvents, AddressTellsAPathThatWasConfirmed)
 
 TEST_P(LiveSctpEvents, SendFailureHandsTheMessageBack)
 {
-    Setting enduring("net/sctp/association_max_retrans", 10000); /* while the paths are cut, however long that takes */
+    network.set("net/sctp/association_max_retrans", 10000); /* lives while the paths are cut, however long that takes */
     Both made = both(nullptr, &sctp_event_subscribe::sctp_send_failure_event);
     connect(made);
     const std::string before = pattern(20000); /* more than may be under way, so that the next one has to wait */
-    {
-        Cut first(0, Cut::total_loss), second(1, Cut::total_loss);
-        send_message(made.client, before, made.id);
-        EXPECT_EQ(kel_sctp_sendmsg(made.client, "too late", 8, &made.peers[0], htonl(55), 0, 4, 1, 1234), 8);
-    }
+    network.cut(0, Network::total_loss);
+    network.cut(1, Network::total_loss);
+    send_message(made.client, before, made.id);
+    EXPECT_EQ(kel_sctp_sendmsg(made.client, "too late", 8, &made.peers[0], htonl(55), 0, 4, 1, 1234), 8);
+    network.restore(0, Network::total_loss);
+    network.restore(1, Network::total_loss);
     expect_message(made.server, before);
 
     Message message = next(made.client);
@@ -219,7 +220,7 @@ TEST_P(LiveSctpEvents, AdaptationLayerTellsThePeersNumber)
 
 TEST_P(LiveSctpEvents, AuthenticationTellsThePeersNewKey)
 {
-    Setting auth("net/sctp/auth_enable", 1);
+    network.set("net/sctp/auth_enable", 1);
     Both made = both(&sctp_event_subscribe::sctp_authentication_event, nullptr);
     constexpr struct sctp_authchunk data = {0}; /* the server wants data to be authenticated */
     set(made.server, SCTP_AUTH_CHUNK, data);

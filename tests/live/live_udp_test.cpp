@@ -1,6 +1,7 @@
 /* UDP endpoints. */
 #include "live.h"
 
+#include <poll.h>
 #include <string.h>
 
 namespace
@@ -10,20 +11,22 @@ class LiveUdp : public LiveInet
 {
   protected:
     const Inet &inet = GetParam();
+    const Port port{inet, KEL_SOCK_DGRAM}; /* of the kernel's choice, the client might get the same one */
 
-    Descriptor server(int port = 0)
+    Descriptor server()
     {
-        return kel_udp_server_socket_create(inet.family, inet.loopback, (SHORT)port);
+        return kel_udp_server_socket_create(inet.family, inet.loopback, (SHORT)port.number);
     }
-    Descriptor client(int port, kel_sockaddr_t *server_record)
+    Descriptor client(int to, kel_sockaddr_t *server_record)
     {
-        return kel_udp_client_socket_create(inet.family, inet.loopback, (SHORT)port, server_record);
+        return kel_udp_client_socket_create(inet.family, inet.loopback, (SHORT)to, server_record);
     }
-    std::string socat(const std::string &kind, int port)
+    std::string socat(const std::string &kind)
     {
+        const std::string number = std::to_string(port.number);
         std::string name = "UDP" + std::string(inet.socat) + "-" + kind + ":";
-        return kind == "RECVFROM" || kind == "LISTEN" ? name + std::to_string(port) + ",bind=" + inet.socat_address()
-                                                      : name + inet.socat_address() + ":" + std::to_string(port);
+        return kind == "RECVFROM" || kind == "LISTEN" ? name + number + ",reuseaddr,bind=" + inet.socat_address()
+                                                      : name + inet.socat_address() + ":" + number;
     }
 };
 
@@ -60,16 +63,21 @@ TEST_P(LiveUdp, EveryEndpointHasItsOptions)
 
 TEST_P(LiveUdp, ServerIsBoundToTheAddressAndPortOfTheCall)
 {
-    int port = free_port(inet, KEL_SOCK_DGRAM);
+    Descriptor bound = server();
 
-    Descriptor bound = server(port);
+    EXPECT_EQ(text_of(name_of(bound)), text_of(record_of(inet, inet.loopback, port.number)));
+}
 
-    EXPECT_EQ(text_of(name_of(bound)), text_of(record_of(inet, inet.loopback, port)));
+TEST_P(LiveUdp, ServerOnPortZeroHasThePortThatTheKernelChooses)
+{
+    Descriptor bound(kel_udp_server_socket_create(inet.family, inet.loopback, 0));
+
+    EXPECT_GT(port_of(bound), 0);
 }
 
 TEST_P(LiveUdp, ServerWithoutAnAddressReceivesOnAllOfItsFamilyAlone)
 {
-    Descriptor bound(kel_udp_server_socket_create(inet.family, NULL, 0));
+    Descriptor bound(kel_udp_server_socket_create(inet.family, NULL, (SHORT)port.number));
     EXPECT_EQ(text_of(name_of(bound)), text_of(record_of(inet, inet.wildcard, port_of(bound))));
     const Inet &other = inet.family == KEL_AF_INET ? ipv6() : ipv4();
     kel_sockaddr_t record;
@@ -123,7 +131,7 @@ TEST_P(LiveUdp, DatagramsOfEverySizeArriveWithTheirSender)
 TEST_P(LiveUdp, DatagramThatIsTooLongTellsWhy)
 {
     kel_sockaddr_t record;
-    Descriptor sender = client(free_port(inet, KEL_SOCK_DGRAM), &record);
+    Descriptor sender = client(port.number, &record);
     const std::string data = pattern(70000);
 
     EXPECT_EQ(kel_sendto(sender, data.data(), data.size(), 0, &record), KEL_ERROR);
@@ -133,7 +141,8 @@ TEST_P(LiveUdp, DatagramThatIsTooLongTellsWhy)
 TEST_P(LiveUdp, ClientSendsFromThePortOfItsRecord)
 {
     Descriptor bound = server();
-    kel_sockaddr_t mine = record_of(inet, inet.loopback, free_port(inet, KEL_SOCK_DGRAM));
+    const Port own(inet, KEL_SOCK_DGRAM);
+    kel_sockaddr_t mine = record_of(inet, inet.loopback, own.number);
     kel_sockaddr_t record, from;
 
     Descriptor sender(
@@ -147,7 +156,7 @@ TEST_P(LiveUdp, ClientSendsFromThePortOfItsRecord)
 TEST_P(LiveUdp, ClientGoesOnWhenItsRecordCannotBeBound)
 {
     Descriptor bound = server();
-    kel_sockaddr_t mine = record_of(inet, inet.elsewhere, free_port(inet, KEL_SOCK_DGRAM));
+    kel_sockaddr_t mine = record_of(inet, inet.elsewhere, 1);
     kel_sockaddr_t record, from;
 
     Descriptor sender(
@@ -170,20 +179,20 @@ TEST_P(LiveUdp, ClientBindsNothingWithoutAPort)
 TEST_P(LiveUdp, ConnectedSocketLearnsThatNobodyListens)
 {
     Descriptor sender(kel_udp_client_socket_create(inet.family, NULL, 0, NULL));
-    kel_sockaddr_t nobody = record_of(inet, inet.loopback, free_port(inet, KEL_SOCK_DGRAM));
+    kel_sockaddr_t nobody = record_of(inet, inet.loopback, port.number);
     char byte = 0;
 
     EXPECT_EQ(kel_connect(sender, &nobody), KEL_OK);
     EXPECT_EQ(kel_send(sender, &byte, 1, 0), 1);
-    ASSERT_TRUE(wait_for(sender, 1));
+    ASSERT_TRUE(wait_for(sender, POLLIN));
     EXPECT_EQ(kel_recv(sender, &byte, 1, 0), KEL_ERROR);
     EXPECT_EQ(errno, ECONNREFUSED);
 }
 
 TEST_P(LiveUdp, ServerTalksToSocat)
 {
-    Descriptor bound = server(free_port(inet, KEL_SOCK_DGRAM));
-    Peer peer({"socat", "-", socat("SENDTO", port_of(bound))});
+    Descriptor bound = server();
+    Peer peer({"socat", "-", socat("SENDTO")});
     kel_sockaddr_t from;
     peer.write("from socat");
 
@@ -194,11 +203,10 @@ TEST_P(LiveUdp, ServerTalksToSocat)
 
 TEST_P(LiveUdp, ClientTalksToSocat)
 {
-    int port = free_port(inet, KEL_SOCK_DGRAM);
-    Peer peer({"socat", "-d", "-d", socat("LISTEN", port), "-"});
+    Peer peer({"socat", "-d", "-d", socat("LISTEN"), "-"});
     peer.wait_until_it_says("listening on");
     kel_sockaddr_t record, from;
-    Descriptor sender = client(port, &record);
+    Descriptor sender = client(port.number, &record);
 
     send_datagram(sender, pattern(4000), record);
     expect_same(peer.read(4000), pattern(4000));
@@ -209,7 +217,7 @@ TEST_P(LiveUdp, ClientTalksToSocat)
 
 TEST_P(LiveUdp, ServerTalksToNcat)
 {
-    Descriptor bound = server(free_port(inet, KEL_SOCK_DGRAM));
+    Descriptor bound = server();
     Peer peer({"ncat", "-u", inet.ncat, inet.loopback, std::to_string(port_of(bound))});
     kel_sockaddr_t from;
     peer.write("from ncat");
@@ -221,11 +229,10 @@ TEST_P(LiveUdp, ServerTalksToNcat)
 
 TEST_P(LiveUdp, ClientTalksToNcat)
 {
-    int port = free_port(inet, KEL_SOCK_DGRAM);
-    Peer peer({"ncat", "-v", "-u", "-l", inet.ncat, inet.loopback, std::to_string(port)});
+    Peer peer({"ncat", "-v", "-u", "-l", inet.ncat, inet.loopback, std::to_string(port.number)});
     peer.wait_until_it_says("Listening on");
     kel_sockaddr_t record, from;
-    Descriptor sender = client(port, &record);
+    Descriptor sender = client(port.number, &record);
 
     send_datagram(sender, pattern(4000), record);
     expect_same(peer.read(4000), pattern(4000));
