@@ -6,15 +6,15 @@ set multiplot
 set lmargin at screen 0.09
 set rmargin at screen 0.97
 set xrange [0:last]
-set arrow 1 from cut, graph 0 to cut, graph 1 nohead dashtype 2 linewidth 1.5 linecolor rgb "#cc3311"
-set arrow 2 from restored, graph 0 to restored, graph 1 nohead dashtype 2 linewidth 1.5 linecolor rgb "#228833"
+set arrow 1 from cut, graph 0 to cut, graph 1 nohead dashtype 2 linewidth 1.5 linecolor rgb "#dd4422"
+set arrow 2 from restored, graph 0 to restored, graph 1 nohead dashtype 2 linewidth 1.5 linecolor rgb "#2f9048"
 
 set tmargin at screen 0.83
 set bmargin at screen 0.42
-set label 10 sprintf("One association over two paths of %d Mbit/s: the first loses every packet for a while", rate) \
+set label 10 sprintf("One association over two paths of %d Mbit/s: one loses every packet for a while", rate) \
     at screen 0.09, screen 0.96 left font ",15"
-set label 1 "path 1 cut" at cut, graph 1.05 center textcolor rgb "#cc3311"
-set label 2 "path 1 restored" at restored, graph 1.05 center textcolor rgb "#228833"
+set label 1 sprintf("path %d cut", used) at cut, graph 1.05 center textcolor rgb "#dd4422"
+set label 2 sprintf("path %d restored", used) at restored, graph 1.05 center textcolor rgb "#2f9048"
 set ylabel "arriving, Mbit/s" offset 0.5
 set yrange [0:rate * 1.3]
 set ytics 10
