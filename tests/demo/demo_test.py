@@ -91,7 +91,8 @@ class DemoTest(unittest.TestCase):
         self.refuses("secret", "cannot read secret: Permission denied", prefix)
 
     def test_signals_leave_nothing(self):
-        for number, row in (signal.SIGTERM, "TCP over IPv4"), (signal.SIGINT, "local datagram"), (signal.SIGHUP, "packet socket"):
+        for number, row in ((signal.SIGTERM, "TCP over IPv4"), (signal.SIGINT, "local datagram"),
+                            (signal.SIGHUP, "packet socket")):
             process = self.start()
             for line in process.stdout:
                 if line.startswith(f"  {row}"):
