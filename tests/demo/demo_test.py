@@ -20,7 +20,7 @@ import machine
 
 class DemoTest(unittest.TestCase):
     def setUp(self):
-        holder = tempfile.TemporaryDirectory(prefix="demo-test-", dir="/var/tmp")
+        holder = tempfile.TemporaryDirectory(prefix="demo test ", dir="/var/tmp")
         self.addCleanup(holder.cleanup)
         self.folder = pathlib.Path(holder.name)
         self.scratch = self.folder / "scratch"
