@@ -158,32 +158,24 @@ int new_port()
     return port++;
 }
 
-/* Immediate mode gives every packet a whole frame of the kernel's ring: with short ones thousands have room. The file
- * is kept by root: nobody else may write where the test does. */
+/* Immediate mode gives every packet a whole frame of the kernel's ring: with short ones thousands have room. */
 Capture::Capture(const Namespace &where)
-    : tcpdump({"tcpdump", "-i", "any", "-n", "-s", "2000", "-B", "8192", "--immediate-mode", "-U", "-Z", "root", "-w",
-               folder.file("pcap"), "--print", "-l", "sctp"},
-              &where)
+    : tcpdump(
+          {"tcpdump", "-i", "any", "-n", "-s", "2000", "-B", "8192", "--immediate-mode", "-Z", "root", "-l", "sctp"},
+          &where)
 {
     tcpdump.wait_until_it_says("listening on");
 }
 
-void Capture::end_at(const std::string &text)
-{
-    tcpdump.read_until(text);
-    tcpdump.end();
-    std::string said = tcpdump.read_errors();
-    EXPECT_NE(said.find("\n0 packets dropped by kernel"), std::string::npos) << said;
-}
-
 /* tcpdump is given payload protocols of which it knows no name. */
-std::vector<Capture::Chunk> Capture::data() const
+std::vector<Capture::Chunk> Capture::data_until(const std::string &last)
 {
     static const std::regex packet(" > ([0-9a-f.:]+)\\.([0-9]+): sctp"),
         chunk("\\[DATA\\][^,]*\\[SID: ([0-9]+)\\][^,]*\\[PPID (0x[0-9a-f]+)\\]");
-    Peer reader({"tcpdump", "-n", "-r", folder.file("pcap")});
-    std::istringstream text(reader.read(SIZE_MAX));
-    EXPECT_EQ(reader.exit_status(), 0) << reader.read_errors();
+    std::istringstream text(tcpdump.read_until(last));
+    tcpdump.end();
+    std::string said = tcpdump.read_errors();
+    EXPECT_NE(said.find("\n0 packets dropped by kernel"), std::string::npos) << said;
 
     std::vector<Chunk> found;
     for (std::string line; std::getline(text, line);) {

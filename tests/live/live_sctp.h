@@ -49,17 +49,15 @@ class Capture
   public:
     explicit Capture(const Namespace &where);
 
-    /* Waits until a packet shows this text, which has to come, and ends the capture. */
-    void end_at(const std::string &text);
-
     /* A piece of data on its way, and where it went. */
     struct Chunk {
         std::string address, port, stream, ppid; /* as tcpdump writes them */
     };
-    std::vector<Chunk> data() const;
+
+    /* Waits for a packet with this text, which has to come, and ends the capture. */
+    std::vector<Chunk> data_until(const std::string &last);
 
   private:
-    Folder folder;
     Peer tcpdump;
 };
 

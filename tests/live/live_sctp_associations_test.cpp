@@ -296,8 +296,7 @@ TEST_P(LiveSctpCalls, MessageGoesToTheAddressThatItNames)
 
     expect_message(pair.server, "there");
     pair.client.close();
-    capture.end_at("[SHUTDOWN COMPLETE]");
-    const std::vector<Capture::Chunk> data = capture.data();
+    const std::vector<Capture::Chunk> data = capture.data_until("[SHUTDOWN COMPLETE]");
     ASSERT_FALSE(data.empty());
     EXPECT_EQ(data[0].address, far[1]);
 }
@@ -425,11 +424,9 @@ TEST_P(LiveSctpCalls, PayloadProtocolIsOnTheWireAsGiven)
     send_message(pair.client, "by send", pair.id, 5, htonl(0x11121314));
     expect_message(pair.server, "by send");
     pair.client.close();
-    capture.end_at("[SHUTDOWN COMPLETE]");
-
     using Set = std::set<std::vector<std::string>>;
     Set found;
-    for (const Capture::Chunk &chunk : capture.data()) {
+    for (const Capture::Chunk &chunk : capture.data_until("[SHUTDOWN COMPLETE]")) {
         found.insert({chunk.stream, chunk.ppid, chunk.port});
     }
     const std::string port = std::to_string(pair.port);

@@ -42,10 +42,10 @@ class LiveSctpPaths : public LiveSctp
     }
 
     /* Where the data of each phase went, which is told by its payload protocol. */
-    std::map<std::string, std::set<std::string>> addresses_of_phases(const Capture &capture)
+    std::map<std::string, std::set<std::string>> addresses_of_phases(Capture &capture)
     {
         std::map<std::string, std::set<std::string>> found;
-        for (const Capture::Chunk &chunk : capture.data()) {
+        for (const Capture::Chunk &chunk : capture.data_until("[SHUTDOWN COMPLETE]")) {
             found[chunk.ppid].insert(chunk.address);
         }
         return found;
@@ -87,8 +87,6 @@ class LiveSctpPaths : public LiveSctp
         EXPECT_EQ(query<struct sctp_status>(pair.client, 0, SCTP_STATUS).sstat_state, SCTP_ESTABLISHED);
         pair.client.close();
         EXPECT_EQ(next(pair.server).data, "") << "nothing behind the last message";
-        capture.end_at("[SHUTDOWN COMPLETE]");
-
         auto found = addresses_of_phases(capture);
         using Set = std::set<std::string>;
         EXPECT_EQ(found["0x701"], Set({far[0], far[1]})) << "before the cut, and what it caught";
