@@ -304,7 +304,7 @@ TEST_F(LiveUnix, DatagramSocketSendsToSocat)
 TEST_F(LiveUnix, DatagramSocketReceivesFromNcat)
 {
     Descriptor bound = datagram(path);
-    Peer peer({"ncat", "-u", "-U", path});
+    Peer peer({"env", "TMPDIR=" + folder.file("."), "ncat", "-u", "-U", path}); /* which makes a file there */
     peer.write("from ncat");
 
     EXPECT_EQ(received_datagram(bound), "from ncat");
