@@ -77,14 +77,14 @@ THREADS = Row("threads", (427,), locks=True)
 THREAD_COUNTS = (1, 2, 4, 8, 16)
 
 PATTERNS = {
-    "is_ipv4_match": Row("`kel_is_ipv4_addr`, an IPv4 text", (229832,), 633, 0),
-    "is_ipv4_mismatch": Row("`kel_is_ipv4_addr`, an IPv6 text", (176352,), 425, 0),
-    "is_ipv6_match": Row("`kel_is_ipv6_addr`, an IPv6 text", (3396155,), 7790, 0),
-    "is_ipv6_mismatch": Row("`kel_is_ipv6_addr`, an IPv4 text", (2925882,), 6886, 0),
-    "is_ipv4_match_utf8": Row("`kel_is_ipv4_addr`, an IPv4 text, UTF-8", (655089,), 876, 0),
-    "is_ipv4_mismatch_utf8": Row("`kel_is_ipv4_addr`, an IPv6 text, UTF-8", (581444,), 665, 0),
-    "is_ipv6_match_utf8": Row("`kel_is_ipv6_addr`, an IPv6 text, UTF-8", (6900636,), 13095, 0),
-    "is_ipv6_mismatch_utf8": Row("`kel_is_ipv6_addr`, an IPv4 text, UTF-8", (6191395,), 12181, 0),
+    "is_ipv4_match": Row("`kel_is_ipv4_addr`, an IPv4 text", (229832,), 633, 0, True),
+    "is_ipv4_mismatch": Row("`kel_is_ipv4_addr`, an IPv6 text", (176352,), 425, 0, True),
+    "is_ipv6_match": Row("`kel_is_ipv6_addr`, an IPv6 text", (3396155,), 7790, 0, True),
+    "is_ipv6_mismatch": Row("`kel_is_ipv6_addr`, an IPv4 text", (2925882,), 6886, 0, True),
+    "is_ipv4_match_utf8": Row("`kel_is_ipv4_addr`, an IPv4 text, UTF-8", (655089,), 876, 0, True),
+    "is_ipv4_mismatch_utf8": Row("`kel_is_ipv4_addr`, an IPv6 text, UTF-8", (581444,), 665, 0, True),
+    "is_ipv6_match_utf8": Row("`kel_is_ipv6_addr`, an IPv6 text, UTF-8", (6900636,), 13095, 0, True),
+    "is_ipv6_mismatch_utf8": Row("`kel_is_ipv6_addr`, an IPv4 text, UTF-8", (6191395,), 12181, 0, True),
 }
 FRAMES = {
     "raw_sendto": Row("`kel_raw_sendto`, by interface", (938,), 0, 7),

@@ -243,8 +243,9 @@ def code(results, function):
 
 
 def versions(_, results):
-    told = ", ".join(f"{name} {version}" for name, version in results.get("versions", {}).items())
-    return textwrap.fill(told, 120, break_on_hyphens=False)
+    """Few on a line, so that a new one moves no other."""
+    told = [f"{name} {version}" for name, version in results.get("versions", {}).items()]
+    return ",\n".join(", ".join(told[first:first + 4]) for first in range(0, len(told), 4))
 
 
 def verdict(faults):
