@@ -74,7 +74,7 @@ def notes_of(build):
     for operation in plan.HOST.rows:
         for peer in build.peers(*plan.HOST.groups):
             if note := build.notes.get((peer, operation)):
-                found.setdefault((peer in build.able[operation], note), {})[build.titles[peer]] = None
+                found.setdefault((peer in build.able.get(operation, ()), note), {})[build.titles[peer]] = None
     return found
 
 
