@@ -47,7 +47,7 @@ def allows_hosts():
 
 @functools.cache
 def own_network():
-    """A command that runs another in a network namespace of its own, with loopback up, as root there; None without one."""
+    """What runs a command in a network namespace of its own, with loopback up, as root there; None without one."""
     for options in ([], ["--user", "--map-root-user"]):
         command = ["unshare", "--net", *options, "sh", "-c", 'ip link set lo up && exec "$@"', "network"]
         with contextlib.suppress(OSError):

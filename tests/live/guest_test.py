@@ -51,7 +51,7 @@ class GuestTest(unittest.TestCase):
         return process
 
     def finish(self, process):
-        """Status, output and errors; nothing is left behind, neither files nor processes, one that clears up included."""
+        """Status, output and errors; nothing is left behind, neither files nor processes."""
         output, errors = (data.decode() for data in process.communicate(timeout=2 * PATIENCE))
         self.assertEqual(list(self.folder.iterdir()), [])
         left = []
@@ -98,7 +98,7 @@ class GuestTest(unittest.TestCase):
 
     def test_ordinary_user_is_root_inside_and_folders_may_have_blanks(self):
         nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-        with tempfile.TemporaryDirectory(prefix="guest copy ", dir="/var/tmp") as copy:  # root's tree may be root's alone
+        with tempfile.TemporaryDirectory(prefix="guest copy ", dir="/var/tmp") as copy:  # root may hide its tree
             os.chmod(copy, 0o777)
             for name in ("guest", "guest_init", "guest_preload.c"):
                 shutil.copy(HERE / name, copy)
