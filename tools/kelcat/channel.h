@@ -52,7 +52,7 @@ class Channel
     /* The first failure is the one that is told. */
     void fail(const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-    static const size_t largest = 256 << 10;
+    static constexpr size_t largest = 256 << 10;
 
     LONG sockfd = KEL_ERROR;
     size_t unit = 1;         /* bytes that are sent as one */
