@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Runs the named files of tests, or classes or single ones: kelcat_test.py stream_test packet_test.Packet.test_raw
 
-The environment variable KELCAT names the program. What this machine cannot show fails: files that need hosts or SCTP say
-so, and tests/live/guest has both.
+The environment variable KELCAT names the program. What this machine cannot show fails: a file says
+in NEEDS what it takes, and tests/live/guest has all of it.
 """
 
 import os
@@ -13,7 +13,7 @@ HERE = os.path.dirname(os.path.realpath(__file__))
 sys.path[:0] = [HERE, os.path.join(HERE, "../../tools")]
 import machine
 
-ALLOWS = {"hosts": machine.allows_hosts, "sctp": machine.has_sctp}
+ALLOWS = {"hosts": machine.allows_hosts, "ipv6": machine.has_ipv6, "sctp": machine.has_sctp}
 
 
 def main():

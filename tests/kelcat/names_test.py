@@ -7,7 +7,8 @@ from support import KELCAT, QUESTION, PATIENCE, Test, port_of, receive_all
 
 NEEDS = ("hosts",)
 HOSTS = r"::1 both\n127.0.0.1 both\n127.0.0.1 four\n::1 six\n127.0.0.2 many\n127.0.0.3 many\n"
-WITH_HOSTS = f"mount -t tmpfs none /etc && echo 'hosts: files' >/etc/nsswitch.conf && printf '{HOSTS}' >/etc/hosts"
+WITH_HOSTS = ("mount -t tmpfs none /etc && echo 'hosts: files' >/etc/nsswitch.conf && echo multi on >/etc/host.conf && "
+              f"printf '{HOSTS}' >/etc/hosts")
 
 
 class Names(Test):

@@ -8,10 +8,10 @@ import subprocess
 from support import ANSWER, BYTES, PATIENCE, QUESTION, Test, each, port_of, receive_all, reset
 from transfer import HalfClosing, Transfer
 
+NEEDS = ("ipv6",)
+
 
 class StreamTransfer(Transfer, HalfClosing, Test):
-    FLOOD = BYTES
-
     def endpoints(self):
         return ["tcp-listen:127.0.0.1:0", "tcp-listen:0", "tcp-listen:[::]:0", "unix-listen:" + self.path("stream")]
 
@@ -59,9 +59,10 @@ class Ends(Test):
     @each(socket.AF_INET, socket.AF_UNIX)
     def test_send_only_is_over_at_the_end_of_the_input(self, family):
         server, place = self.plain_listener(family)
-        client = self.kelcat(place, "--send-only", data=QUESTION)
+        client = self.kelcat(place, "--send-only", stdin=subprocess.PIPE)
         connection = self.accept(server)
         connection.sendall(ANSWER)
+        client.end_input(QUESTION)
         self.assertEqual(receive_all(connection), QUESTION)
         self.assertDone(client)
         self.assertEqual(client.output(), b"")

@@ -10,6 +10,8 @@ from support import QUESTION, Followed, Test, port_of
 OPTIONS = {"--local", "--send-only", "--recv-only", "--timeout", "--idle", "--size", "--rate", "--count", "--raw",
            "--one-to-many", "--streams", "--ppid", "--verbose", "--quiet", "--help", "--version"}
 
+NEEDS = ("ipv6",)
+
 
 class Usage(Test):
     def test_bad_usage(self):
