@@ -121,8 +121,9 @@ class Association : public Channel
     {
         const double now = now_seconds();
         full = false;
-        if (unconfirmed() != 0) {
-            quiet_since = now;
+        struct pollfd waiting = {(int)sockfd, POLLIN, 0};
+        if (unconfirmed() != 0 || poll(&waiting, 1, 0) > 0) {
+            quiet_since = now; /* an answer that is there is no silence, however slowly standard output takes it */
         }
         const bool ours_to_end = sent_any || !(options.listen || received_any);
         if (!options.send_only && (!ours_to_end || now - quiet_since < patience)) {
