@@ -218,6 +218,12 @@ Addresses named(const std::vector<kel_sockaddr_t> &records)
     return names;
 }
 
+void expect_one_of(const kel_sockaddr_t &address, const std::vector<kel_sockaddr_t> &records)
+{
+    const Addresses names = named(records);
+    EXPECT_EQ(std::count(names.begin(), names.end(), text_of(address)), 1) << text_of(address);
+}
+
 Addresses peers_of(LONG sockfd, sctp_assoc_t id)
 {
     return list_of(kel_sctp_getpaddrs, kel_sctp_freepaddrs, sockfd, id);

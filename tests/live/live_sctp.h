@@ -89,6 +89,11 @@ class Texts
 
 /* Lists of addresses as sorted texts, which are compared with each other. */
 Addresses named(const std::vector<kel_sockaddr_t> &records);
+
+/* Which of a host's addresses a packet comes from is the kernel's choice: on a machine that stalls it sends again, over
+ * another path, and calls that one the primary. */
+void expect_one_of(const kel_sockaddr_t &address, const std::vector<kel_sockaddr_t> &records);
+
 Addresses peers_of(LONG sockfd, sctp_assoc_t id = 0);
 Addresses locals_of(LONG sockfd, sctp_assoc_t id = 0);
 

@@ -60,6 +60,9 @@ class LiveSctpPaths : public LiveSctp
         Transfer transfer(pair.client, pair.server);
         EXPECT_EQ(state_of(pair.client, peers[0]), SCTP_ACTIVE);
         EXPECT_EQ(state_of(pair.client, peers[1]), SCTP_ACTIVE);
+        struct sctp_prim first = {};
+        memcpy(&first.ssp_addr, &peers[0], sizeof(peers[0].sin6));
+        set(pair.client, SCTP_PRIMARY_ADDR, &first, sizeof(first));
 
         transfer.fill(0x701, SIZE_MAX);
         auto before = query<struct sctp_status>(pair.client, 0, SCTP_STATUS);
