@@ -212,8 +212,10 @@ void connect_wire(const Interface &one, const Interface &other)
     }
 }
 
+/* The kernel makes the route to an IPv6 address later, when it tells of it, and until then drops what is sent there. */
 void add_address(const Interface &end, int family, const std::string &address, int prefix_length)
 {
+    Notices notices(end, RTMGRP_IPV6_IFADDR);
     struct ifaddrmsg which = {};
     which.ifa_family = (unsigned char)family;
     which.ifa_prefixlen = (unsigned char)prefix_length;
@@ -222,6 +224,9 @@ void add_address(const Interface &end, int family, const std::string &address, i
     const std::string value = address_bytes(family, address);
     request(end.host, RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, which,
             attribute(IFA_LOCAL, value) + attribute(IFA_ADDRESS, value));
+    struct ifaddrmsg told = {};
+    while (family == AF_INET6 && told.ifa_index != which.ifa_index && notices.next(told)) {
+    }
 }
 
 void add_neighbour(const Interface &end, int family, const std::string &address, const std::string &mac)

@@ -28,7 +28,7 @@ constexpr struct {
     int value;
 } settings[] = {
     {"net/sctp/rto_min", 100},
-    {"net/sctp/rto_initial", 200},
+    {"net/sctp/rto_initial", 1000},
     {"net/sctp/rto_max", 400},
     {"net/sctp/sack_timeout", 20},
     {"net/sctp/hb_interval", 200},

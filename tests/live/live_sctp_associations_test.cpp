@@ -488,7 +488,7 @@ TEST_P(LiveSctpCalls, OptionsTellTheAssociation)
 
     auto times = query<struct sctp_rtoinfo>(sockfd, id, SCTP_RTOINFO);
     EXPECT_EQ(times.srto_assoc_id, id);
-    EXPECT_EQ(times.srto_initial, 200U);
+    EXPECT_EQ(times.srto_initial, 1000U);
     EXPECT_EQ(times.srto_min, 100U);
     EXPECT_EQ(times.srto_max, 400U);
 
