@@ -368,7 +368,7 @@ def draw(build, results, path):
         values = [f"{name}={number}" for name, number in numbers.items()]
         values += [f"folder='{folder}'", f"picture='{path}'"]
         subprocess.run(["gnuplot", "-e", "; ".join(values), PLOT], check=True)
-    picture.follow_scheme(path)
+    picture.follow_scheme(path, "What the module costs beside others")
 
 
 def write(build, results, faults, folder):

@@ -1,4 +1,4 @@
-"""Lets a picture that gnuplot has drawn follow the reader's scheme: light as it is, dark by a style sheet inside it."""
+"""Gives a picture that gnuplot has drawn its title and the reader's scheme: light as it is, dark by a style sheet."""
 
 import re
 
@@ -22,8 +22,9 @@ STYLE = """<style>
 """
 
 
-def follow_scheme(path):
+def follow_scheme(path, title):
     with open(path, encoding="utf-8") as file:
         text = file.read()
     with open(path, "w", encoding="utf-8") as file:
+        text = text.replace("<title>Gnuplot</title>", f"<title>{title}</title>", 1)
         file.write(re.sub(r"<svg[^>]*>\n", lambda head: head[0] + STYLE, text, count=1))

@@ -1,5 +1,5 @@
 /*
- * Calls whose cost the module's contract fixes: patterns that are compiled for every text, and an interface that is
+ * Calls that cost more than a caller may expect: patterns that are compiled for every text, and an interface that is
  * asked about for every frame. Frames need the raw-socket privilege; they go to loopback, where nobody takes them.
  */
 #include "work.h"

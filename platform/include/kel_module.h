@@ -30,7 +30,7 @@ typedef KEL_msg_code_handler_ptr KEL_user_task_entry;
 /* A module's record. The registry fills it; the socket module neither reads nor writes its own. */
 typedef struct kel_module_s {
     module_type_t modType;
-    LONG commType;                     /* communication type*/
+    LONG commType;                     /* communication type */
     ULONG moduleID;                    /* 0 to 255, assigned by the registry */
     CHAR name[MODULE_NAME_LEN];        /* as it was registered, with its NUL */
     ULONG queueID;                     /* the module's message queue */

@@ -8,11 +8,15 @@ import os
 import re
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
 
 SOURCE = os.environ["SOURCE"]
+sys.path.insert(0, os.path.join(SOURCE, "tools"))
+from machine import patience  # noqa: E402
+
 BUILD = os.environ["BUILD"]
 INCLUDE = ["-I" + os.path.join(SOURCE, "platform/include")]
 PRIVATE = ["-I" + os.path.join(SOURCE, "platform/kel/socket")]
@@ -238,11 +242,12 @@ class CPrograms(Case):
                 with subprocess.Popen([server]) as running:
                     try:
                         # Refused until the server listens; then the first attempt that is taken is the only one.
-                        deadline = time.monotonic() + 60
-                        while (said := run(client, timeout=60)).returncode != 0 and time.monotonic() < deadline:
+                        limit = patience(60)
+                        deadline = time.monotonic() + limit
+                        while (said := run(client, timeout=limit)).returncode != 0 and time.monotonic() < deadline:
                             self.assertIn("Connection refused", said.stdout)
                         self.assertEqual((said.returncode, said.stdout), (0, "hello\n"))
-                        self.assertEqual(running.wait(timeout=60), 0)
+                        self.assertEqual(running.wait(timeout=limit), 0)
                     finally:
                         running.kill()
 

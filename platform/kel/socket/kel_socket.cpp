@@ -581,7 +581,7 @@ LONG kel_tcp_client_socket_create(kel_domain_t family, const CHAR *addrStr, SHOR
     }
 
     if (kel_connect_str(sockfd, family, port, addrStr) == KEL_ERROR) {
-        kel_perror("connet tcp socket"); /* spelled so, here and below, as the header says */
+        kel_perror("connet tcp socket"); /* scripts and print filters may match it: the spelling stays */
         kel_close(sockfd);
         return KEL_ERROR;
     }
