@@ -45,11 +45,14 @@ class Sctp(Test):
     def test_what_verbose_shows(self, style):
         server, place = self.listener("sctp-listen:127.0.0.1,127.0.0.2:0", *style)
         port = place.rpartition(":")[2].encode()
-        client = self.kelcat("-v", f"sctp:127.0.0.1,127.0.0.2:{port.decode()}", *style, data=QUESTION)
+        client = self.kelcat("-v", f"sctp:127.0.0.1,127.0.0.2:{port.decode()}", *style, stdin=subprocess.PIPE)
+        client.write(QUESTION)
+        server.wait_told(b"path 127.0.0.1 active, primary\n")
+        client.wait_told(b"path 127.0.0.2 active\n")
+        client.process.stdin.close()
         self.assertDone(client, server)
         self.assertRegex(server.told, rb"\Akelcat: listening on sctp:127.0.0.1,127.0.0.2:%s\n" % port)
         self.assertRegex(client.told, rb"kelcat: connected to sctp:127.0.0.1,127.0.0.2:%s from sctp:127.0.0.1" % port)
-        self.assertIn(b"path 127.0.0.2 active\n", client.told)
         if not style:
             self.assertRegex(server.told, rb"kelcat: peer sctp:127.0.0.1(,[\d.]+)*:\d+\n")
         for process in (client, server):
@@ -89,10 +92,11 @@ class Sctp(Test):
         server, place = self.listener("sctp-listen:127.0.0.1:0", "--recv-only")
         port = self.free_port(protocol=socket.IPPROTO_SCTP)
         client = self.kelcat("-v", place, "--send-only", "--local", f"127.0.0.2,127.0.0.3:{port}", *style,
-                             data=QUESTION)
+                             stdin=subprocess.PIPE)
+        server.wait_told(b"kelcat: peer sctp:127.0.0.2,127.0.0.3:%d\n" % port)
+        client.end_input(QUESTION)
         self.assertDone(client, server)
         self.assertIn(f"kelcat: connected to {place} from sctp:127.0.0.2,127.0.0.3:{port}\n".encode(), client.told)
-        self.assertIn(b"kelcat: peer sctp:127.0.0.2,127.0.0.3:%d\n" % port, server.told)
         server, place = self.listener("sctp-listen:[::1]:0", "--recv-only")
         self.assertDone(self.kelcat(place, "--send-only", "--local", "[::1]", *style, data=QUESTION), server)
         self.assertEqual(server.output(), QUESTION)
@@ -172,6 +176,7 @@ class Sctp(Test):
 
     @each(*STYLES)
     def test_answer_that_is_taken_slowly(self, style):
+        answer = BYTES[:3 << 19]  # more than lies between the two, and so not all of it arrives at the first attempt
         server, place = self.plain_listener()
         reader, writer = os.pipe()
         with open(reader, "rb") as output:
@@ -179,13 +184,30 @@ class Sctp(Test):
             os.close(writer)
             connection = self.accept(server)
             self.assertEqual(connection.recv(4096), QUESTION)
-            answering = threading.Thread(target=self.send_all, args=(connection, BYTES[:8 << 20]))
+            answering = threading.Thread(target=self.send_all, args=(connection, answer))
             answering.start()
             self.addCleanup(answering.join)
             wait_until(lambda: held(output) > 1 << 15, "the pipe fills")
             self.second_of_silence()
-            self.assertSame(output.read(), BYTES[:8 << 20])
+            self.assertSame(output.read(), answer)
         self.assertDone(client)
+
+    def test_answer_that_came_while_nobody_ran(self):
+        question = BYTES[:150000]
+        server, place = self.plain_listener()
+        client = self.kelcat(place, data=question)
+        connection = self.accept(server)
+        client.wait_blocked(len(question))  # until the peer takes what does not fit into its buffer
+        client.stop()
+        received = b""
+        while len(received) < len(question):
+            received += connection.recv(1 << 16)
+        connection.send(ANSWER)
+        self.second_of_silence()
+        client.go_on()
+        self.assertEqual(connection.recv(1), b"")
+        self.assertDone(client)
+        self.assertEqual((client.output(), received), (ANSWER, question))
 
     def send_all(self, connection, data):
         """In messages; and then the client ends it."""

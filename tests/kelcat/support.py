@@ -121,11 +121,12 @@ class Process:
     def go_on(self):
         self.process.send_signal(signal.SIGCONT)
 
-    def wait_blocked(self):
-        """Waits until it sleeps in the middle of its input, which is a file: then it waits for the peer to take data."""
+    def wait_blocked(self, position=1):
+        """Waits until it sleeps at or behind a place of its input, which is a file: then it waits for the peer to take
+        data."""
         def sleeps():
             with open(f"/proc/{self.pid}/fdinfo/0", encoding="ascii") as file:
-                return int(file.readline().split()[1]) > 0 and self.state() == "S"
+                return int(file.readline().split()[1]) >= position and self.state() == "S"
 
         try:
             wait_until(sleeps, f"{self.command} waits for its peer")

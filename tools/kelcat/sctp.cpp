@@ -121,9 +121,8 @@ class Association : public Channel
     {
         const double now = now_seconds();
         full = false;
-        struct pollfd waiting = {(int)sockfd, POLLIN, 0};
-        if (unconfirmed() != 0 || poll(&waiting, 1, 0) > 0) {
-            quiet_since = now; /* an answer that is there is no silence, however slowly standard output takes it */
+        if (more_to_come()) {
+            quiet_since = now;
         }
         const bool ours_to_end = sent_any || !(options.listen || received_any);
         if (!options.send_only && (!ours_to_end || now - quiet_since < patience)) {
@@ -182,6 +181,15 @@ class Association : public Channel
     }
 
   private:
+    /* An answer is no silence, however slowly standard output takes it, and what a gap in it lacks is on its way. */
+    bool more_to_come() const
+    {
+        struct pollfd waiting = {(int)sockfd, POLLIN, 0};
+        struct sctp_status status = {};
+        return poll(&waiting, 1, 0) > 0 || (association_status(sockfd, id, &status) &&
+                                            (status.sstat_unackdata != 0 || status.sstat_penddata != 0));
+    }
+
     struct sctp_initmsg first_message() const
     {
         return {options.streams, options.streams, 0, 0};
