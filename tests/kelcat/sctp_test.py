@@ -176,7 +176,7 @@ class Sctp(Test):
 
     @each(*STYLES)
     def test_answer_that_is_taken_slowly(self, style):
-        answer = BYTES[:3 << 19]  # more than lies between the two, and so not all of it arrives at the first attempt
+        answer = BYTES[:1 << 20]  # more than lies between the two, and so not all of it arrives at the first attempt
         server, place = self.plain_listener()
         reader, writer = os.pipe()
         with open(reader, "rb") as output:
