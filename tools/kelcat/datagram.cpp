@@ -8,8 +8,8 @@
 #include "udp_queue.h"
 
 const char datagram_rule[] =
-    "Datagrams: the same, with an empty datagram as the end mark, both ways (socat: null-eof, shut-null). A peer that "
-    "sends no mark: --send-only, --count or --idle ends it, all with status 0.";
+    "  Datagrams: the same, with an empty datagram as the end mark, both ways (socat: null-eof,\n"
+    "  shut-null). A peer that sends no mark: --send-only, --count or --idle ends it, all with status 0.\n";
 
 namespace
 {

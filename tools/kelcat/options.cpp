@@ -1,11 +1,11 @@
 #include "options.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 
 #include "channel.h"
 #include "say.h"
@@ -39,63 +39,6 @@ const char help_tail[] =
     "  kelcat sctp-listen:9000 > file                     kelcat sctp:10.1.0.2,10.2.0.2:9000 < file\n"
     "  kelcat packet:eth0,0x88b5 --count 1 > frame.txt    kelcat packet:eth1 --send-only < frame.txt\n";
 
-/* ---- Values ------------------------------------------------------------------------------------------------------ */
-
-double seconds(const std::string &text)
-{
-    char *end;
-    double value = strtod(text.c_str(), &end);
-    if (!isdigit((unsigned char)text[0]) || *end != '\0' || !(value > 0 && value <= 1e6)) {
-        bad_usage("\"%s\" is no time: give seconds, more than 0 and at most 1000000", text.c_str());
-    }
-    return value;
-}
-
-void rate(Options *options, const std::string &text)
-{
-    const size_t digits = text.find_last_not_of("km") + 1;
-    const double unit = digits + 1 != text.size() ? 1 : text.back() == 'k' ? 1 << 10 : 1 << 20;
-    const std::string number = unit != 1 ? text.substr(0, digits) : text;
-    options->rate = unit * (double)parse_number(number, 10, 1, 1000000000, "rate");
-}
-
-void check_path(const std::string &path)
-{
-    if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
-        bad_usage("the path \"%s\" has %zu characters: give 1 to %zu", path.c_str(), path.size(),
-                  sizeof(sockaddr_un::sun_path) - 1);
-    }
-}
-
-[[noreturn]]
-void print_and_exit(const std::string &text)
-{
-    if (fputs(text.c_str(), stdout) == EOF || fflush(stdout) == EOF) {
-        say("cannot write to standard output: %s", strerror(errno));
-        exit(3);
-    }
-    exit(0);
-}
-
-void print_version(Options *, const std::string &)
-{
-    print_and_exit("kelcat " KELCAT_VERSION "\n");
-}
-
-void print_help(Options *, const std::string &);
-
-/* How a value is stored: one for each kind of value. */
-
-template <bool Options::*member> void flag(Options *options, const std::string &)
-{
-    options->*member = true;
-}
-
-template <double Options::*member> void time(Options *options, const std::string &text)
-{
-    options->*member = seconds(text);
-}
-
 /* ---- The table --------------------------------------------------------------------------------------------------- */
 
 const struct Option {
@@ -103,43 +46,32 @@ const struct Option {
     const char *argument; /* null: it takes none */
     unsigned takers;      /* transports */
     bool listeners;       /* whether those of them that listen take it */
-    char letter;          /* 0: none */
     const char *help;
-    void (*store)(Options *options, const std::string &value);
+    char letter;
 } table[] = {
-    {"local", "ADDRESS", Tcp | Udp | Sctp | UnixDatagram, false, 0, "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH",
-     [](Options *options, const std::string &text) { options->local_text = text; }},
-    {"send-only", nullptr, every, true, 0, "what is received is discarded", flag<&Options::send_only>},
-    {"recv-only", nullptr, every, true, 0, "standard input is not read", flag<&Options::recv_only>},
-    {"timeout", "SECONDS", streams | Sctp, false, 0, "to connect within, over all addresses of a name",
-     time<&Options::timeout>},
-    {"idle", "SECONDS", every, true, 0, "end after so much silence", time<&Options::idle>},
-    {"size", "BYTES", datagrams | Sctp, true, 0, "of a datagram (1400, 8192) or message (8192)",
-     [](Options *options, const std::string &text) { options->size = parse_number(text, 10, 1, 200000, "size"); }},
-    {"rate", "BYTES[k|m]", datagrams | Packet, true, 0, "a second (packet 4m, udp to other machines 8m)", rate},
-    {"count", "N", datagrams | Packet, true, 0, "the Nth datagram or frame is the peer's end",
-     [](Options *options, const std::string &text) {
-         options->count = parse_number(text, 10, 1, 1000000000, "count");
-     }},
-    {"raw", nullptr, Packet, true, 0, "plain bytes, not hexadecimal; all of the input is one frame",
-     flag<&Options::raw>},
-    {"one-to-many", nullptr, Sctp, true, 0, "a socket of the one-to-many style", flag<&Options::one_to_many>},
-    {"streams", "N", Sctp, true, 0, "so many at most, used in turn; each keeps its own order alone",
-     [](Options *options, const std::string &text) {
-         options->streams = (uint16_t)parse_number(text, 10, 1, 65535, "number of streams");
-     }},
-    {"ppid", "N", Sctp, true, 0, "payload protocol identifier, as it is read on the wire (0)",
-     [](Options *options, const std::string &text) {
-         options->ppid = (uint32_t)parse_number(text, 0, 0, UINT32_MAX, "payload protocol identifier");
-     }},
-    {"verbose", nullptr, every, true, 'v',
-     "addresses, totals and the module's reports, on standard error; sctp: paths and notifications, as in "
-     "\"2.345 path 10.1.0.2 active, primary\"",
-     flag<&Options::verbose>},
-    {"quiet", nullptr, every, true, 'q', "no progress line", flag<&Options::quiet>},
-    {"help", nullptr, every, true, 'h', "", print_help},
-    {"version", nullptr, every, true, 0, "", print_version},
+    {"local", "ADDRESS", Tcp | Udp | Sctp | UnixDatagram, false, "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH", 0},
+    {"send-only", nullptr, every, true, "what is received is discarded", 0},
+    {"recv-only", nullptr, every, true, "standard input is not read", 0},
+    {"timeout", "SECONDS", streams | Sctp, false, "to connect within, over all addresses of a name", 0},
+    {"idle", "SECONDS", every, true, "end after so much silence", 0},
+    {"size", "BYTES", datagrams | Sctp, true, "of a datagram (1400, 8192) or message (8192)", 0},
+    {"rate", "BYTES[k|m]", datagrams | Packet, true, "a second (packet 4m, udp to other machines 8m)", 0},
+    {"count", "N", datagrams | Packet, true, "the Nth datagram or frame is the peer's end", 0},
+    {"raw", nullptr, Packet, true, "plain bytes, not hexadecimal; all of the input is one frame", 0},
+    {"one-to-many", nullptr, Sctp, true, "a socket of the one-to-many style", 0},
+    {"streams", "N", Sctp, true, "so many at most, used in turn; each keeps its own order alone", 0},
+    {"ppid", "N", Sctp, true, "payload protocol identifier, as it is read on the wire (0)", 0},
+    {"verbose", nullptr, every, true,
+     "addresses, totals and the module's reports, on standard error; sctp: paths\n"
+     "                        and notifications, as in \"2.345 path 10.1.0.2 active, primary\"",
+     'v'},
+    {"quiet", nullptr, every, true, "no progress line", 'q'},
+    {"help", nullptr, every, true, "", 'h'},
+    {"version", nullptr, every, true, "", 0},
 };
+
+/* Of the options that were given; empty: the option takes none. */
+using Values = std::map<std::string, std::string>;
 
 std::string names_of(unsigned transports, const char *last_separator)
 {
@@ -154,94 +86,72 @@ std::string names_of(unsigned transports, const char *last_separator)
     return list;
 }
 
-/* Words behind a first column, in lines of at most 100 characters. */
-std::string wrapped(std::string line, size_t indent, const std::string &words)
+[[noreturn]]
+void print_and_exit(const std::string &text)
 {
-    std::string text;
-    for (size_t at = 0, end; at < words.size(); at = end + 1) {
-        end = std::min(words.find(' ', at), words.size());
-        if (line.size() + 1 + end - at > 100) {
-            text += line + '\n';
-            line.clear();
-        }
-        line.resize(std::max(line.size() + 1, indent), ' ');
-        line += words.substr(at, end - at);
+    if (fputs(text.c_str(), stdout) == EOF || fflush(stdout) == EOF) {
+        say("cannot write to standard output: %s", strerror(errno));
+        exit(3);
     }
-    return text + line + '\n';
+    exit(0);
 }
 
-void print_help(Options *, const std::string &)
+std::string help()
 {
     std::string text = help_head;
     for (const Option &option : table) {
-        std::string name = option.letter != 0 ? std::string("  -") + option.letter + ", --" : "  --";
-        name += option.name;
-        name += option.argument != nullptr ? std::string(" ") + option.argument : "";
-        const std::string takers = option.takers != every ? names_of(option.takers, ", ") + ": " : "";
-        text += wrapped(name, 24, takers + option.help);
+        std::string line = option.letter != 0 ? std::string("  -") + option.letter + ", --" : "  --";
+        line += option.name;
+        line += option.argument != nullptr ? std::string(" ") + option.argument : "";
+        line.resize(*option.help != '\0' ? 24 : line.size(), ' ');
+        line += option.takers != every ? names_of(option.takers, ", ") + ": " : "";
+        text += line + option.help + '\n';
     }
     text += frame_format;
     text += "What ends a transfer\n";
     for (const char *rule : {stream_rule, datagram_rule, packet_rule, sctp_rule}) {
-        text += wrapped("", 2, rule);
+        text += rule;
     }
-    print_and_exit(text + help_tail);
+    return text + help_tail;
 }
 
-/* ---- Reading it -------------------------------------------------------------------------------------------------- */
+/* ---- Reading the arguments --------------------------------------------------------------------------------------- */
 
-const Option &find_option(const std::string &name)
+const Option &find_option(const std::string &text)
 {
     std::string candidates;
     const Option *found = nullptr;
     for (const Option &option : table) {
-        if (name == option.name) {
+        const std::string name = std::string("--") + option.name;
+        if (text == name || (text.size() == 2 && text[1] == option.letter)) {
             return option;
         }
-        if (std::string(option.name).compare(0, name.size(), name) == 0) {
-            candidates += (found == nullptr ? "--" : ", --") + std::string(option.name);
+        if (text.size() > 2 && name.compare(0, text.size(), text) == 0) {
+            candidates += (found == nullptr ? "" : ", ") + name;
             found = &option;
         }
     }
     if (found == nullptr) {
-        bad_usage("\"--%s\" is no option: see kelcat --help", name.c_str());
+        bad_usage("\"%s\" is no option: see kelcat --help", text.c_str());
     }
     if (candidates.find(',') != std::string::npos) {
-        bad_usage("\"--%s\" is ambiguous: %s", name.c_str(), candidates.c_str());
+        bad_usage("\"%s\" is ambiguous: %s", text.c_str(), candidates.c_str());
     }
     return *found;
 }
 
-const Option &find_letter(char letter)
+/* Returns whether the next argument was its value. */
+bool take_option(const std::string &text, const char *next, Values *values)
 {
-    for (const Option &option : table) {
-        if (option.letter == letter) {
-            return option;
-        }
-    }
-    bad_usage("\"-%c\" is no option: see kelcat --help", letter);
-}
-
-/* One argument, and the value behind it; returns how many of the arguments that makes. */
-int take_option(Options *options, const std::string &text, const char *next, std::vector<const Option *> *given)
-{
-    if (text[1] != '-') {
-        for (const char letter : text.substr(1)) {
-            given->push_back(&find_letter(letter));
-            given->back()->store(options, "");
-        }
-        return 1;
-    }
     const size_t equals = text.find('=');
     const bool attached = equals != std::string::npos;
-    const Option &option = find_option(text.substr(2, attached ? equals - 2 : equals));
-    given->push_back(&option);
+    const Option &option = find_option(text.substr(0, equals));
     if (option.argument == nullptr) {
         if (attached) {
             bad_usage("--%s takes no value", option.name);
         }
-        option.store(options, "");
-        return 1;
+        (*values)[option.name] = "";
+        return false;
     }
     if (!attached && next == nullptr) {
         bad_usage("--%s needs a value: see kelcat --help", option.name);
@@ -250,25 +160,55 @@ int take_option(Options *options, const std::string &text, const char *next, std
     if (value.empty()) {
         bad_usage("--%s is empty: give it %s", option.name, option.argument);
     }
-    option.store(options, value);
-    return attached ? 1 : 2;
+    (*values)[option.name] = value;
+    return !attached;
 }
 
-/* Whether the endpoint takes the option is seen when both are known. */
-void check_option(const Options &options, const Option &option)
+/* Whether the endpoint takes them is seen when it is known. */
+void check_takers(const Options &options, const Values &values)
 {
-    if ((option.takers & options.transport) == 0 || (options.listen && !option.listeners)) {
-        bad_usage("--%s is for %s endpoints %s", option.name, names_of(option.takers, " and ").c_str(),
-                  option.listeners ? "alone" : "that do not listen");
+    for (const Option &option : table) {
+        const bool taken = (option.takers & options.transport) != 0 && (option.listeners || !options.listen);
+        if (values.count(option.name) != 0 && !taken) {
+            bad_usage("--%s is for %s endpoints %s", option.name, names_of(option.takers, " and ").c_str(),
+                      option.listeners ? "alone" : "that do not listen");
+        }
     }
 }
 
-void parse_endpoint(const std::string &text, Options *options)
+/* ---- What they say ----------------------------------------------------------------------------------------------- */
+
+double seconds(const std::string &text)
 {
+    char *end;
+    const double value = strtod(text.c_str(), &end);
+    if (!isdigit((unsigned char)text[0]) || *end != '\0' || !(value > 0 && value <= 1e6)) {
+        bad_usage("\"%s\" is no time: give seconds, more than 0 and at most 1000000", text.c_str());
+    }
+    return value;
+}
+
+double rate(std::string text)
+{
+    const double unit = text.back() == 'k' ? 1 << 10 : text.back() == 'm' ? 1 << 20 : 1;
+    text.resize(text.size() - (unit != 1));
+    return unit * (double)parse_number(text, 10, 1, 1000000000, "rate");
+}
+
+void check_path(const std::string &path)
+{
+    if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path)) {
+        bad_usage("the path \"%s\" has %zu characters: give 1 to %zu", path.c_str(), path.size(),
+                  sizeof(sockaddr_un::sun_path) - 1);
+    }
+}
+
+void parse_endpoint(Options *options)
+{
+    const std::string &text = options->endpoint;
     size_t colon = text.find(':');
     std::string name = text.substr(0, colon);
     const size_t suffix = name.rfind("-listen");
-    options->endpoint = text;
     options->listen = suffix != std::string::npos && suffix + strlen("-listen") == name.size();
     name.resize(options->listen ? suffix : name.size());
 
@@ -324,15 +264,38 @@ void parse_local(Options *options)
     }
 }
 
-/* What one option asks of the endpoint or of another option, and the values that nobody gave. */
+void read_values(Options *options, const Values &values)
+{
+    const auto given = [&](const char *name) { return values.count(name) != 0; };
+    const auto number = [&](const char *name, int base, unsigned long least, unsigned long most, const char *what) {
+        return given(name) ? parse_number(values.at(name), base, least, most, what) : 0;
+    };
+    const size_t largest = options->transport == Udp ? 65507 : options->transport == Sctp ? 65536 : 200000;
+
+    options->send_only = given("send-only");
+    options->recv_only = given("recv-only");
+    options->timeout = given("timeout") ? seconds(values.at("timeout")) : 0;
+    options->idle = given("idle") ? seconds(values.at("idle")) : 0;
+    options->size = number("size", 10, 1, largest, "size");
+    options->rate = given("rate") ? rate(values.at("rate")) : 0;
+    options->count = number("count", 10, 1, 1000000000, "count");
+    options->raw = given("raw");
+    options->one_to_many = given("one-to-many");
+    options->streams = (uint16_t)number("streams", 10, 1, 65535, "number of streams");
+    options->ppid = (uint32_t)number("ppid", 0, 0, UINT32_MAX, "payload protocol identifier");
+    options->verbose = given("verbose");
+    options->quiet = given("quiet");
+    if (given("local")) {
+        options->local_text = values.at("local");
+        parse_local(options);
+    }
+}
+
+/* What one option asks of another, and the values that nobody gave. */
 void complete(Options *options)
 {
     if (options->send_only && options->recv_only) {
         bad_usage("--send-only and --recv-only exclude each other");
-    }
-    const size_t most = options->transport == Udp ? 65507 : options->transport == Sctp ? 65536 : 200000;
-    if (options->size > most) {
-        bad_usage("\"%zu\" is no size here: give a number from 1 to %zu", options->size, most);
     }
     if (options->size == 0) {
         options->size = options->transport == Udp ? 1400 : 8192;
@@ -354,28 +317,28 @@ void complete(Options *options)
 Options parse_options(int argc, char **argv)
 {
     Options options;
-    std::vector<const Option *> given;
-    const char *endpoint = nullptr;
-    for (int i = 1; i < argc;) {
+    Values values;
+    for (int i = 1; i < argc; i++) {
         if (argv[i][0] == '-' && argv[i][1] != '\0') {
-            i += take_option(&options, argv[i], argv[i + 1], &given);
-            continue;
-        }
-        if (endpoint != nullptr) {
+            i += take_option(argv[i], argv[i + 1], &values) ? 1 : 0;
+        } else if (options.endpoint.empty()) {
+            options.endpoint = argv[i];
+        } else {
             bad_usage("\"%s\" is one argument too many: give one endpoint", argv[i]);
         }
-        endpoint = argv[i++];
     }
-    if (endpoint == nullptr) {
+    if (values.count("help") != 0) {
+        print_and_exit(help());
+    }
+    if (values.count("version") != 0) {
+        print_and_exit("kelcat " KELCAT_VERSION "\n");
+    }
+    if (options.endpoint.empty()) {
         bad_usage("an endpoint is missing, such as tcp:127.0.0.1:9000: see kelcat --help");
     }
-    parse_endpoint(endpoint, &options);
-    for (const Option *option : given) {
-        check_option(options, *option);
-    }
-    if (!options.local_text.empty()) {
-        parse_local(&options);
-    }
+    parse_endpoint(&options);
+    check_takers(options, values);
+    read_values(&options, values);
     complete(&options);
     return options;
 }

@@ -7,7 +7,7 @@
 #include "frames.h"
 #include "pace.h"
 
-const char packet_rule[] = "Packets: --count or --idle; with --send-only the end of the input.";
+const char packet_rule[] = "  Packets: --count or --idle; with --send-only the end of the input.\n";
 
 namespace
 {

@@ -9,10 +9,9 @@
 #include "paths.h"
 
 const char sctp_rule[] =
-    "SCTP ends both ways at once and delivers what was sent. Who has sent data ends it, after the end of the input and "
-    "0.5 s without an answer (--send-only: at once); who has not waits for the peer, a client 0.5 s for its first "
-    "data; "
-    "with --recv-only there is no such limit. --idle: as for streams.";
+    "  SCTP ends both ways at once and delivers what was sent. Who has sent data ends it, after the end\n"
+    "  of the input and 0.5 s without an answer (--send-only: at once); who has not waits for the peer, a\n"
+    "  client 0.5 s for its first data; with --recv-only there is no such limit. --idle: as for streams.\n";
 
 namespace
 {

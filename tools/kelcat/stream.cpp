@@ -7,9 +7,9 @@
 #include "channel.h"
 
 const char stream_rule[] =
-    "Streams: the end of the input closes the sending side; it is over when the peer has ended, too. Input that is no "
-    "terminal is sent until it ends; a terminal's ends with the peer. --send-only: it is over at the end of the input. "
-    "Ended by --idle before, it is broken (status 3).";
+    "  Streams: the end of the input closes the sending side; it is over when the peer has ended, too.\n"
+    "  Input that is no terminal is sent until it ends; a terminal's ends with the peer. --send-only: it\n"
+    "  is over at the end of the input. Ended by --idle before, it is broken (status 3).\n";
 
 namespace
 {
