@@ -2,12 +2,18 @@
 #include <cerrno>
 #include <cstring>
 #include <net/if.h>
+#include <sstream>
+#include <utility>
 
 #include "channel.h"
-#include "frames.h"
 #include "pace.h"
 
 const char packet_rule[] = "  Packets: --count or --idle; with --send-only the end of the input.\n";
+
+const char frame_format[] =
+    "Frames are hexadecimal text both ways: '#' comments, then lines of an offset and up to 16 bytes,\n"
+    "\"0010  08 00 45 ...\"; offset 0 begins the next frame. packet: receives, or sends with --send-only.\n"
+    "It shows incoming frames; with -v, unless --raw, the machine's own too, marked \"out\".\n";
 
 namespace
 {
@@ -16,10 +22,121 @@ const size_t frame_limit = 64 << 10; /* more than any interface takes */
 const double packet_rate = 4 << 20;
 const double nap = 0.001; /* until a full queue of the interface is tried again */
 
+/* A comment line, then lines of an offset and 16 bytes: of a frame of 64 KiB less than 256 KiB. */
+size_t frame_text(char *text, unsigned long number, const char *frame, size_t size, bool outgoing, unsigned protocol)
+{
+    static const char digits[] = "0123456789abcdef";
+    char *end =
+        text + sprintf(text, "# %lu: %zu bytes %s, protocol 0x%04x", number, size, outgoing ? "out" : "in", protocol);
+    for (size_t i = 0; i < size; i++) {
+        if (i % 16 == 0) {
+            end += sprintf(end, "\n%04zx ", i);
+        }
+        const unsigned char byte = (unsigned char)frame[i];
+        *end++ = ' ';
+        *end++ = digits[byte >> 4];
+        *end++ = digits[byte & 15];
+    }
+    *end++ = '\n';
+    return (size_t)(end - text);
+}
+
+/* What packet: prints when it receives, it reads when it sends: hexadecimal text; or with --raw one frame's bytes. */
+class FrameReader
+{
+  public:
+    explicit FrameReader(bool plain) : raw(plain)
+    {
+    }
+
+    /* Takes input up to where it completes a frame, which it puts into the empty one, and returns how much. */
+    size_t take(const char *text, size_t size, std::string *complete)
+    {
+        if (raw) {
+            frame.append(text, size);
+            if (frame.size() > frame_limit) {
+                wrong = "standard input is longer than any frame: with --raw all of it is one frame";
+            }
+            return size;
+        }
+        size_t used = 0;
+        while (used < size && complete->empty() && wrong.empty()) {
+            const char *start = text + used;
+            const char *end = static_cast<const char *>(memchr(start, '\n', size - used));
+            line.append(start, end != nullptr ? (size_t)(end - start) : size - used);
+            used = end != nullptr ? (size_t)(end - text) + 1 : size;
+            if (end != nullptr) {
+                take_line(complete);
+            }
+        }
+        return used;
+    }
+
+    /* The input has ended: so has the frame. To be called until it completes no more. */
+    void finish(std::string *complete)
+    {
+        if (!line.empty()) {
+            take_line(complete);
+        }
+        if (complete->empty() && wrong.empty()) {
+            complete->swap(frame);
+        }
+    }
+
+    std::string wrong; /* with the number of the line; empty: nothing is */
+
+  private:
+    void take_line(std::string *complete)
+    {
+        const std::string text = std::exchange(line, "");
+        line_number++;
+        if (text.find('\0') != std::string::npos) {
+            return refuse("holds a NUL");
+        }
+        std::istringstream words(text);
+        std::string word;
+        if (!(words >> word) || word[0] == '#') {
+            return;
+        }
+        if (word.size() < 3 || word.size() > 8 || !hexadecimal(word)) {
+            return refuse("does not begin with an offset such as 0000");
+        }
+        const size_t offset = std::stoul(word, nullptr, 16);
+        if (offset == 0 && !frame.empty()) {
+            complete->swap(frame);
+        }
+        if (offset != frame.size()) {
+            return refuse("has an offset that is neither 0 nor where the frame goes on");
+        }
+        while (words >> word) {
+            if (word.size() != 2 || !hexadecimal(word)) {
+                return refuse("holds something else than bytes of two hexadecimal digits");
+            }
+            frame += (char)std::stoul(word, nullptr, 16);
+        }
+    }
+
+    static bool hexadecimal(const std::string &word)
+    {
+        return word.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    }
+
+    void refuse(const char *why)
+    {
+        wrong = "line " + std::to_string(line_number) + " of standard input " + why;
+    }
+
+    const bool raw;
+    std::string line;
+    unsigned long line_number = 0;
+    std::string frame;
+};
+
 class Frames : public Channel
 {
   public:
-    explicit Frames(const Options &given) : Channel(given), pace{given.rate != 0 ? given.rate : packet_rate}
+    explicit Frames(const Options &given)
+        : Channel(given), pace{given.rate != 0 ? given.rate : packet_rate}, reader(given.raw)
     {
         receiving = !given.send_only;
     }
@@ -48,17 +165,16 @@ class Frames : public Channel
     {
         size_t used = 0;
         while (settle() && used < size) {
-            used += options.raw ? take_raw(bytes, size) : reader.take(bytes + used, size - used, &frame);
+            used += reader.take(bytes + used, size - used, &frame);
         }
         return used;
     }
 
     void finish() override
     {
-        whole = whole || options.raw;
         if (settle()) {
             reader.finish(&frame);
-            sending = !frame.empty() || !reader.error().empty();
+            sending = !frame.empty() || !reader.wrong.empty();
         }
     }
 
@@ -92,25 +208,14 @@ class Frames : public Channel
     }
 
   private:
-    size_t take_raw(const char *bytes, size_t size)
-    {
-        frame.append(bytes, size);
-        if (frame.size() > frame_limit) {
-            fail("standard input is longer than any frame: with --raw all of it is one frame");
-            sending = false;
-        }
-        return size;
-    }
-
     /* Sends the frame that is complete, and then tells what is wrong behind it. False: not now, or nothing more. */
     bool settle()
     {
-        const bool complete = !frame.empty() && (!options.raw || whole);
-        if (complete && !send_frame()) {
+        if (!frame.empty() && !send_frame()) {
             return false;
         }
-        if (!reader.error().empty()) {
-            fail("%s", reader.error().c_str());
+        if (!reader.wrong.empty()) {
+            fail("%s", reader.wrong.c_str());
             sending = false;
         }
         return sending;
@@ -139,8 +244,7 @@ class Frames : public Channel
 
     Pace pace;
     FrameReader reader;
-    std::string frame;             /* the next one, once it is complete; with --raw the input so far */
-    bool whole = false;            /* with --raw: it is complete */
+    std::string frame;             /* the next one, once it is complete */
     kel_sockaddr_t interface = {}; /* where frames go: filled once */
     unsigned long received = 0;
     std::unique_ptr<char[]> incoming;
