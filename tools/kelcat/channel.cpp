@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <optional>
 #include <unistd.h>
 
 #include "signals.h"
@@ -50,19 +49,23 @@ int Channel::cannot(const char *what)
 int Channel::open_socket()
 {
     const std::vector<Addresses> places = resolve(options.place, options.local);
-    std::optional<SignalsExit> while_connecting;
-    if (connection && !options.listen) {
-        while_connecting.emplace(options.endpoint, options.timeout);
+    if (places.empty()) {
+        return 1;
+    }
+    const bool may_last = connection && !options.listen;
+    if (may_last) {
+        signals_end_at_once(options.endpoint, options.timeout);
     }
     for (size_t i = 0; i < places.size() && sockfd == KEL_ERROR && !failed; i++) {
         more_places = i + 1 < places.size();
         show_reports(); /* a timeout leaves no time for them */
         sockfd = options.listen ? listen_at(places[i]) : connect_to(places[i]);
     }
-    if (places.empty()) {
-        return 1;
+    const int status = sockfd != KEL_ERROR ? 0 : cannot(options.listen ? "listen on" : "connect to");
+    if (may_last) {
+        signals_wait_again();
     }
-    return sockfd != KEL_ERROR ? 0 : cannot(options.listen ? "listen on" : "connect to");
+    return status;
 }
 
 LONG Channel::given_back(LONG socket)
@@ -79,6 +82,11 @@ LONG Channel::bound(LONG socket)
     if (socket == KEL_ERROR || options.local.empty() || kel_bind(socket, &local) == KEL_OK) {
         return socket;
     }
+    return no_local(socket);
+}
+
+LONG Channel::no_local(LONG socket)
+{
     fail("cannot use --local %s: %s", options.local_text.c_str(), strerror(errno));
     return given_back(socket);
 }

@@ -53,6 +53,7 @@ class Channel
     void fail(const char *format, ...) __attribute__((format(printf, 2, 3)));
 
     static constexpr size_t largest = 256 << 10;
+    static constexpr double nap = 0.001; /* until what poll(2) cannot tell is looked at again */
 
     LONG sockfd = KEL_ERROR;
     size_t unit = 1;         /* bytes that are sent as one */
@@ -91,6 +92,7 @@ class Channel
 
     /* A socket that is connected, or bound to --local, or closed again: then it is KEL_ERROR, and errno stays. */
     LONG bound(LONG socket);
+    LONG no_local(LONG socket);
     static LONG connected(LONG socket, kel_sockaddr_t to);
     static LONG given_back(LONG socket);
 

@@ -15,8 +15,6 @@ namespace
 {
 
 const double remote_rate = 8 << 20;
-const double shortest_nap = 0.0001; /* until a full queue is looked at again; longer and longer while that is in vain */
-const double longest_nap = 0.01;
 const size_t most_together = 64; /* datagrams that one call may send */
 const size_t most_bytes = 65507; /* and all that they may hold */
 const char lost[] = "datagrams were lost: the receiver's queue was full";
@@ -169,11 +167,10 @@ class Datagram : public Channel
             return KEL_ERROR;
         }
         const LONG created = kel_unix_udp_socket_create(path.empty() ? nullptr : path.c_str(), !path.empty());
-        if (created == KEL_ERROR && !options.listen && !path.empty()) {
-            fail("cannot use --local %s: %s", path.c_str(), strerror(errno));
-        } else if (created != KEL_ERROR && !path.empty()) {
-            made_file(path);
+        if (created == KEL_ERROR) {
+            return options.listen || path.empty() ? KEL_ERROR : no_local(created);
         }
+        made_file(path);
         return created;
     }
 
@@ -207,12 +204,6 @@ class Datagram : public Channel
         return nameless || kel_sock_addr_cmp(&from, &peer, KEL_FALSE) == KEL_OK;
     }
 
-    void nap()
-    {
-        napped = std::min(std::max(2 * napped, shortest_nap), longest_nap);
-        not_before = now_seconds() + napped;
-    }
-
     /* How many datagrams may go now; if none, `not_before` is when to ask again. */
     size_t allowed()
     {
@@ -235,9 +226,7 @@ class Datagram : public Channel
         } else if (queue.lost()) {
             give_up(lost);
         } else if (queue.room(unit) == 0) {
-            nap();
-        } else {
-            napped = 0;
+            not_before = now + nap;
         }
         return sending ? queue.room(unit) : 0;
     }
@@ -255,7 +244,8 @@ class Datagram : public Channel
         } else if (errno == EAGAIN && !options.listen) {
             full = true;
         } else if (errno == EAGAIN || errno == ENOBUFS) {
-            nap(); /* of a socket that is not connected poll cannot tell when the receiver has room */
+            not_before =
+                now_seconds() + nap; /* of a socket that is not connected poll cannot tell when the receiver has room */
         } else {
             give_up("cannot send " + std::to_string(size) + " bytes to " + options.endpoint + ": " + strerror(errno));
         }
@@ -285,7 +275,6 @@ class Datagram : public Channel
     UdpQueue queue;
     bool watched = false;  /* the receiver's queue is looked at */
     bool together = false; /* one call may send several datagrams */
-    double napped = 0;
     kel_sockaddr_t peer = {};
     bool sent_any = false;
     bool at_mark = false;

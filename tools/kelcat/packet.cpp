@@ -20,7 +20,6 @@ namespace
 
 const size_t frame_limit = 64 << 10; /* more than any interface takes */
 const double packet_rate = 4 << 20;
-const double nap = 0.001; /* until a full queue of the interface is tried again */
 
 /* A comment line, then lines of an offset and 16 bytes: of a frame of 64 KiB less than 256 KiB. */
 size_t frame_text(char *text, unsigned long number, const char *frame, size_t size, bool outgoing, unsigned protocol)

@@ -16,7 +16,6 @@ namespace
 
 const size_t input_size = 256 << 10;
 const size_t output_size = 2 * Channel::largest;
-const double nap = 0.001; /* until the peer's confirmation is asked for again */
 
 /* A part of a buffer, which is not cleared: it need not be. */
 struct Bytes {
@@ -112,7 +111,7 @@ class Pump
                                {in != 0 || out != 0 ? (int)channel.sockfd : -1, (short)(in | out), 0},
                                {!incoming.empty() ? output : -1, POLLOUT, 0}};
 
-        double next = std::min({progress.due(), channel.wake, unconfirmed != 0 ? now + nap : never});
+        double next = std::min({progress.due(), channel.wake, unconfirmed != 0 ? now + Channel::nap : never});
         next = std::min(next, wants_send() && !channel.full ? channel.not_before : never);
         next = std::min(next, options.idle != 0 ? last_traffic + options.idle : never);
         if (signals_poll(fds, 3, next < never ? std::max(next - now, 0.0) : -1) <= 0) {

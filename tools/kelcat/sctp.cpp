@@ -17,7 +17,6 @@ namespace
 {
 
 const double patience = 0.5;   /* with silence */
-const double nap = 0.001;      /* until an association that ends is looked at again */
 const size_t piece = 64 << 10; /* one read; a longer message comes in parts */
 const uint32_t jumbo = 9000;   /* no Ethernet has larger packets */
 const uint32_t ethernet = 1500;
@@ -85,8 +84,7 @@ class Association : public Channel
             kel_socket(family_of(to), options.one_to_many ? KEL_SOCK_SEQPACKET : KEL_SOCK_STREAM, IPPROTO_SCTP);
         if (!local.empty() &&
             kel_sctp_bindx(client, local.data(), (LONG)local.size(), SCTP_BINDX_ADD_ADDR) == KEL_ERROR) {
-            fail("cannot use --local %s: %s", options.local_text.c_str(), strerror(errno));
-            return given_back(client);
+            return no_local(client);
         }
         const bool up =
             kel_setsockopt(client, SOL_SCTP, SCTP_INITMSG, &initmsg, sizeof(initmsg)) == 0 &&

@@ -10,7 +10,6 @@
 namespace
 {
 
-const int ends[] = {SIGHUP, SIGINT, SIGTERM};
 volatile sig_atomic_t caught;
 volatile sig_atomic_t exit_at_once;
 sigset_t blocked;
@@ -25,19 +24,18 @@ void note(int signal)
     }
 }
 
-void set_alarm(double seconds)
-{
-    struct itimerval timer = {};
-    timer.it_value.tv_sec = (time_t)seconds;
-    timer.it_value.tv_usec = (suseconds_t)ceil((seconds - floor(seconds)) * 1e6);
-    setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
 void give_up(int)
 {
     [[maybe_unused]]
     const ssize_t told = write(STDERR_FILENO, too_late.data(), too_late.size());
     _exit(1);
+}
+
+void set_alarm(double seconds)
+{
+    const long micros = (long)ceil(seconds * 1e6);
+    const struct itimerval timer = {{0, 0}, {micros / 1000000, micros % 1000000}};
+    setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 } // namespace
@@ -47,12 +45,12 @@ void signals_install()
     struct sigaction action = {};
     action.sa_handler = note;
     sigemptyset(&blocked);
-    for (int signal : ends) {
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
         struct sigaction present;
-        sigaction(signal, nullptr, &present);
+        sigaction(number, nullptr, &present);
         if (present.sa_handler != SIG_IGN) {
-            sigaddset(&blocked, signal);
-            sigaction(signal, &action, nullptr);
+            sigaddset(&blocked, number);
+            sigaction(number, &action, nullptr);
         }
     }
     sigprocmask(SIG_BLOCK, &blocked, &former);
@@ -61,20 +59,18 @@ void signals_install()
 
 int signals_poll(struct pollfd *fds, nfds_t count, double seconds)
 {
-    struct timespec limit;
-    limit.tv_sec = (time_t)seconds;
-    limit.tv_nsec = (long)((seconds - (double)limit.tv_sec) * 1e9);
+    const struct timespec limit = {(time_t)seconds, (long)(fmod(seconds, 1) * 1e9)};
     return ppoll(fds, count, seconds < 0 ? nullptr : &limit, &former);
 }
 
 int signals_take()
 {
-    int signal = caught;
+    const int signal = caught;
     caught = 0;
     return signal;
 }
 
-SignalsExit::SignalsExit(const std::string &endpoint, double timeout)
+void signals_end_at_once(const std::string &endpoint, double timeout)
 {
     exit_at_once = 1;
     sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
@@ -87,7 +83,7 @@ SignalsExit::SignalsExit(const std::string &endpoint, double timeout)
     }
 }
 
-SignalsExit::~SignalsExit()
+void signals_wait_again()
 {
     set_alarm(0);
     sigprocmask(SIG_BLOCK, &blocked, nullptr);

@@ -18,16 +18,10 @@ int signals_poll(struct pollfd *fds, nfds_t count, double seconds);
 int signals_take();
 
 /*
- * While one lives, a signal ends the program at once, and so does the timeout, with a sentence. For a connect, which
- * may take minutes and leaves nothing behind.
+ * From now on until the second call a signal ends the program at once, and so does the timeout, with a sentence; 0: no
+ * timeout. For a connect, which may take minutes and leaves nothing behind.
  */
-class SignalsExit
-{
-  public:
-    SignalsExit(const std::string &endpoint, double timeout); /* seconds; 0: none */
-    ~SignalsExit();
-    SignalsExit(const SignalsExit &) = delete;
-    SignalsExit &operator=(const SignalsExit &) = delete;
-};
+void signals_end_at_once(const std::string &endpoint, double timeout);
+void signals_wait_again();
 
 #endif
