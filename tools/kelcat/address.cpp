@@ -14,11 +14,7 @@
 const char *transport_name(unsigned transport)
 {
     static const char *const names[] = {"tcp", "udp", "sctp", "unix", "unix-dgram", "packet"};
-    unsigned i = 0;
-    while (1u << i != transport) {
-        i++;
-    }
-    return names[i];
+    return names[__builtin_ctz(transport)];
 }
 
 /* ---- From text --------------------------------------------------------------------------------------------------- */
@@ -36,16 +32,15 @@ unsigned long parse_number(const std::string &text, int base, unsigned long leas
 {
     char *end;
     errno = 0;
-    bool hexadecimal = base == 0 && text.size() > 2 && (text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0);
-    unsigned long value = strtoul(text.c_str(), &end, hexadecimal ? 16 : 10);
-    if (text.empty() || !isdigit((unsigned char)text[0]) || *end != '\0' || errno != 0 || value < least ||
-        value > most) {
+    const bool hexadecimal = base == 0 && text.compare(0, 2, "0x") == 0;
+    const unsigned long value = strtoul(text.c_str(), &end, hexadecimal ? 16 : 10);
+    if (!isdigit((unsigned char)text[0]) || *end != '\0' || errno != 0 || value < least || value > most) {
         bad_usage("\"%s\" is no %s: give a number from %lu to %lu", text.c_str(), what, least, most);
     }
     return value;
 }
 
-int numeric_family(const std::string &host)
+static int numeric_family(const std::string &host)
 {
     kel_sockaddr_t record;
     return kel_inet_pton(KEL_AF_INET, host.c_str(), &record) == KEL_OK    ? AF_INET
@@ -60,8 +55,7 @@ static bool is_name(const std::string &text)
     return std::all_of(text.begin(), text.end(), belongs) && text.find_first_not_of("0123456789.") != std::string::npos;
 }
 
-/* The family that the host shows in text, as parse_place() does. */
-static int add_host(const std::string &text, std::string host, int known, bool names, Place *place)
+static void add_host(const std::string &text, std::string host, bool names, Place *place)
 {
     const bool brackets = host.size() >= 2 && host.front() == '[' && host.back() == ']';
     host = brackets ? host.substr(1, host.size() - 2) : host;
@@ -73,28 +67,26 @@ static int add_host(const std::string &text, std::string host, int known, bool n
         bad_usage("\"%s\" is no %saddress: give ADDR:PORT such as 127.0.0.1:9000%s", text.c_str(),
                   names ? "" : "numeric ", names ? ", [::1]:9000 or localhost:9000" : " or [::1]:9000");
     }
-    if (family != AF_UNSPEC && known != AF_UNSPEC && family != known) {
+    if (family != AF_UNSPEC && place->family != AF_UNSPEC && family != place->family) {
         bad_usage("\"%s\" has addresses of two families: give all as IPv4 or all as IPv6", text.c_str());
     }
     place->hosts.push_back(host);
-    return family != AF_UNSPEC ? family : known;
+    place->family = family != AF_UNSPEC ? family : place->family;
 }
 
 Place parse_place(const std::string &text, const Demands &demands)
 {
     Place place;
-    size_t bracket = text.rfind(']');
-    size_t colon = text.rfind(':');
-    if (bracket != std::string::npos && colon != std::string::npos && colon < bracket) {
-        colon = std::string::npos; /* one of an IPv6 address */
+    size_t colon = text.find_last_of(":]");
+    if (colon != std::string::npos && text[colon] == ']') {
+        colon = std::string::npos; /* there are those of an IPv6 address alone */
     }
     if (colon != std::string::npos || demands.host) {
         std::string list = text.substr(0, colon);
-        int family = AF_UNSPEC;
         for (size_t comma; demands.many && (comma = list.find(',')) != std::string::npos; list.erase(0, comma + 1)) {
-            family = add_host(text, list.substr(0, comma), family, demands.names, &place);
+            add_host(text, list.substr(0, comma), demands.names, &place);
         }
-        add_host(text, list, family, demands.names, &place);
+        add_host(text, list, demands.names, &place);
         if (colon == std::string::npos && demands.port) {
             bad_usage("\"%s\" has no port: give ADDR:PORT such as 127.0.0.1:9000 or [::1]:9000", text.c_str());
         }

@@ -21,6 +21,7 @@ using Addresses = std::vector<kel_sockaddr_t>;
 /* Where a socket is to be, not resolved yet. */
 struct Place {
     std::vector<std::string> hosts; /* numbers, those of IPv6 without brackets, or names */
+    int family = AF_UNSPEC;         /* of the numbers among them */
     uint16_t port = 0;
     std::string path; /* of a local socket, instead */
 };
@@ -42,9 +43,6 @@ unsigned long parse_number(const std::string &text, int base, unsigned long leas
 /* One sentence, and the end of the program with status 2. */
 [[noreturn]]
 void bad_usage(const char *format, ...) __attribute__((format(printf, 1, 2)));
-
-/* AF_UNSPEC: a name, which only resolve() can tell. */
-int numeric_family(const std::string &host);
 
 /*
  * What to try, in turn: of a name its addresses, of a list one address of each host. Only those of the local address's

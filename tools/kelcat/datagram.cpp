@@ -106,9 +106,7 @@ class Datagram : public Channel
         size_t got = 0;
         while (receiving && room - got >= most) {
             kel_sockaddr_t from = {};
-            const LONG length = options.listen
-                                    ? kel_recvfrom(sockfd, buffer + got, room - got, MSG_DONTWAIT | MSG_TRUNC, &from)
-                                    : kel_recv(sockfd, buffer + got, room - got, MSG_DONTWAIT | MSG_TRUNC);
+            const LONG length = kel_recvfrom(sockfd, buffer + got, room - got, MSG_DONTWAIT | MSG_TRUNC, &from);
             if (length == KEL_ERROR) {
                 receiving = errno == EAGAIN && polled;
                 if (errno != EAGAIN) {
@@ -141,10 +139,9 @@ class Datagram : public Channel
     }
 
   private:
-    void set(int option, int value)
+    bool set(int option, int value)
     {
-        together = kel_setsockopt(sockfd, IPPROTO_UDP, option, &value, sizeof(value)) == 0 && option == UDP_SEGMENT &&
-                   value != 0;
+        return kel_setsockopt(sockfd, IPPROTO_UDP, option, &value, sizeof(value)) == 0;
     }
 
     /*
@@ -170,7 +167,7 @@ class Datagram : public Channel
         if (created == KEL_ERROR) {
             return options.listen || path.empty() ? KEL_ERROR : no_local(created);
         }
-        made_file(path);
+        file = path;
         return created;
     }
 
@@ -182,9 +179,7 @@ class Datagram : public Channel
         if (options.transport == Udp) {
             watched = queue.watch(sockfd, peer);
             pace.rate = watched || options.rate != 0 ? options.rate : remote_rate;
-            if (watched && options.rate == 0 && 2 * unit <= most_bytes) {
-                set(UDP_SEGMENT, (int)unit);
-            }
+            together = watched && options.rate == 0 && 2 * unit <= most_bytes && set(UDP_SEGMENT, (int)unit);
         }
     }
 
@@ -240,12 +235,13 @@ class Datagram : public Channel
             pace.sent(size, now_seconds());
             queue.sent(size / unit + 1, unit);
         } else if (errno == EINVAL && together) {
-            set(UDP_SEGMENT, 0); /* the loopback interface takes no such packets here */
+            set(UDP_SEGMENT, 0);
+            together = false; /* the loopback interface takes no such packets here */
         } else if (errno == EAGAIN && !options.listen) {
             full = true;
         } else if (errno == EAGAIN || errno == ENOBUFS) {
-            not_before =
-                now_seconds() + nap; /* of a socket that is not connected poll cannot tell when the receiver has room */
+            /* Of a socket that is not connected poll cannot tell when the receiver has room. */
+            not_before = now_seconds() + nap;
         } else {
             give_up("cannot send " + std::to_string(size) + " bytes to " + options.endpoint + ": " + strerror(errno));
         }

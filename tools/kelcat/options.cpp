@@ -86,16 +86,6 @@ std::string names_of(unsigned transports, const char *last_separator)
     return list;
 }
 
-[[noreturn]]
-void print_and_exit(const std::string &text)
-{
-    if (fputs(text.c_str(), stdout) == EOF || fflush(stdout) == EOF) {
-        say("cannot write to standard output: %s", strerror(errno));
-        exit(3);
-    }
-    exit(0);
-}
-
 std::string help()
 {
     std::string text = help_head;
@@ -250,16 +240,13 @@ void parse_local(Options *options)
     }
     const bool sctp = options->transport == Sctp;
     const Place place = parse_place(options->local_text, {true, !sctp, 1, sctp, false});
-    const int family = numeric_family(place.hosts.front());
-    for (const std::string &host : options->place.hosts) {
-        if (numeric_family(host) != AF_UNSPEC && numeric_family(host) != family) {
-            bad_usage("--local %s and %s are of two families: give both as IPv4 or both as IPv6",
-                      options->local_text.c_str(), options->endpoint.c_str());
-        }
+    if (options->place.family != AF_UNSPEC && options->place.family != place.family) {
+        bad_usage("--local %s and %s are of two families: give both as IPv4 or both as IPv6",
+                  options->local_text.c_str(), options->endpoint.c_str());
     }
     for (const std::string &host : place.hosts) {
         kel_sockaddr_t record = {};
-        kel_addr_fill(0, &record, (kel_domain_t)family, (SHORT)place.port, host.c_str(), 0, nullptr);
+        kel_addr_fill(0, &record, (kel_domain_t)place.family, (SHORT)place.port, host.c_str(), 0, nullptr);
         options->local.push_back(record);
     }
 }
@@ -327,11 +314,13 @@ Options parse_options(int argc, char **argv)
             bad_usage("\"%s\" is one argument too many: give one endpoint", argv[i]);
         }
     }
-    if (values.count("help") != 0) {
-        print_and_exit(help());
-    }
-    if (values.count("version") != 0) {
-        print_and_exit("kelcat " KELCAT_VERSION "\n");
+    if (values.count("help") + values.count("version") != 0) {
+        const std::string text = values.count("help") != 0 ? help() : "kelcat " KELCAT_VERSION "\n";
+        const bool told = fputs(text.c_str(), stdout) != EOF && fflush(stdout) != EOF;
+        if (!told) {
+            say("cannot write to standard output: %s", strerror(errno));
+        }
+        exit(told ? 0 : 3);
     }
     if (options.endpoint.empty()) {
         bad_usage("an endpoint is missing, such as tcp:127.0.0.1:9000: see kelcat --help");

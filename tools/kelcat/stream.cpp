@@ -44,9 +44,7 @@ class Stream : public Channel
             return KEL_ERROR;
         }
         const LONG server = kel_unix_tcp_server_socket_create(options.place.path.c_str(), 1);
-        if (server != KEL_ERROR) {
-            made_file(options.place.path);
-        }
+        file = server != KEL_ERROR ? options.place.path : "";
         return server;
     }
 
