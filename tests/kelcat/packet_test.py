@@ -114,8 +114,8 @@ class Packet(TwoHosts):
         self.assertTells(server, 3, b"the transfer with packet:side0 broke: Network is down\n")
 
     def test_without_the_privilege(self):
-        process = self.inside(self.names[0], "setpriv", "--reuid=65534", "--clear-groups", "--bounding-set=-all", KELCAT,
-                              "packet:side0")
+        process = self.inside(self.names[0], "setpriv", "--reuid=65534", "--clear-groups", "--bounding-set=-all",
+                              KELCAT, "packet:side0")
         self.assertSentence(process, 1, rb"it needs the raw-socket privilege \(CAP_NET_RAW\)")
 
 

@@ -490,7 +490,8 @@ class SctpPaths(TwoHosts):
             server, client = self.transfer(4, "--streams", "3", "--ppid", "0x11223344", "--size", "100", *options,
                                            data=BYTES[:700])
             self.assertDone(client, server)
-        self.assertTrue(capture.outputs.wait(lambda seen: seen.count(b"[SHUTDOWN COMPLETE]") == 2), capture.outputs.data)
+        self.assertTrue(capture.outputs.wait(lambda seen: seen.count(b"[SHUTDOWN COMPLETE]") == 2),
+                        capture.outputs.data)
         capture.process.send_signal(signal.SIGINT)
         self.assertDone(capture)
         self.assertEqual(re.findall(rb"\[INIT\] .*\[OS: (\d+)\] \[MIS: (\d+)\]", capture.output()), 2 * [(b"3", b"3")])

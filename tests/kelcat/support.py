@@ -1,4 +1,4 @@
-"""What the tests of kelcat share: programs whose outputs are followed, endpoints and peers made of plain sockets, hosts.
+"""What the tests of kelcat share: programs whose outputs are followed, endpoints and peers of plain sockets, hosts.
 
 The environment variable KELCAT names the program. Nothing here waits for time: a limit only ends what hangs.
 """

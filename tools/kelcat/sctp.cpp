@@ -183,8 +183,8 @@ class Association : public Channel
     {
         struct pollfd waiting = {(int)sockfd, POLLIN, 0};
         struct sctp_status status = {};
-        return poll(&waiting, 1, 0) > 0 || (association_status(sockfd, id, &status) &&
-                                            (status.sstat_unackdata != 0 || status.sstat_penddata != 0));
+        return poll(&waiting, 1, 0) > 0 ||
+               (association_status(sockfd, id, &status) && (status.sstat_unackdata != 0 || status.sstat_penddata != 0));
     }
 
     struct sctp_initmsg first_message() const
