@@ -44,30 +44,30 @@ const char help_tail[] =
 const struct Option {
     const char *name;
     const char *argument; /* null: it takes none */
-    unsigned takers;      /* transports */
-    bool listeners;       /* whether those of them that listen take it */
     const char *help;
-    char letter;
+    unsigned takers; /* transports */
+    bool listeners;  /* whether those of them that listen take it */
+    char letter;     /* 0: none */
 } table[] = {
-    {"local", "ADDRESS", Tcp | Udp | Sctp | UnixDatagram, false, "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH", 0},
-    {"send-only", nullptr, every, true, "what is received is discarded", 0},
-    {"recv-only", nullptr, every, true, "standard input is not read", 0},
-    {"timeout", "SECONDS", streams | Sctp, false, "to connect within, over all addresses of a name", 0},
-    {"idle", "SECONDS", every, true, "end after so much silence", 0},
-    {"size", "BYTES", datagrams | Sctp, true, "of a datagram (1400, 8192) or message (8192)", 0},
-    {"rate", "BYTES[k|m]", datagrams | Packet, true, "a second (packet 4m, udp to other machines 8m)", 0},
-    {"count", "N", datagrams | Packet, true, "the Nth datagram or frame is the peer's end", 0},
-    {"raw", nullptr, Packet, true, "plain bytes, not hexadecimal; all of the input is one frame", 0},
-    {"one-to-many", nullptr, Sctp, true, "a socket of the one-to-many style", 0},
-    {"streams", "N", Sctp, true, "so many at most, used in turn; each keeps its own order alone", 0},
-    {"ppid", "N", Sctp, true, "payload protocol identifier, as it is read on the wire (0)", 0},
-    {"verbose", nullptr, every, true,
+    {"local", "ADDRESS", "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH", Tcp | Udp | Sctp | UnixDatagram, false, 0},
+    {"send-only", nullptr, "what is received is discarded", every, true, 0},
+    {"recv-only", nullptr, "standard input is not read", every, true, 0},
+    {"timeout", "SECONDS", "to connect within, over all addresses of a name", streams | Sctp, false, 0},
+    {"idle", "SECONDS", "end after so much silence", every, true, 0},
+    {"size", "BYTES", "of a datagram (1400, 8192) or message (8192)", datagrams | Sctp, true, 0},
+    {"rate", "BYTES[k|m]", "a second (packet 4m, udp to other machines 8m)", datagrams | Packet, true, 0},
+    {"count", "N", "the Nth datagram or frame is the peer's end", datagrams | Packet, true, 0},
+    {"raw", nullptr, "plain bytes, not hexadecimal; all of the input is one frame", Packet, true, 0},
+    {"one-to-many", nullptr, "a socket of the one-to-many style", Sctp, true, 0},
+    {"streams", "N", "so many at most, used in turn; each keeps its own order alone", Sctp, true, 0},
+    {"ppid", "N", "payload protocol identifier, as it is read on the wire (0)", Sctp, true, 0},
+    {"verbose", nullptr,
      "addresses, totals and the module's reports, on standard error; sctp: paths\n"
      "                        and notifications, as in \"2.345 path 10.1.0.2 active, primary\"",
-     'v'},
-    {"quiet", nullptr, every, true, "no progress line", 'q'},
-    {"help", nullptr, every, true, "", 'h'},
-    {"version", nullptr, every, true, "", 0},
+     every, true, 'v'},
+    {"quiet", nullptr, "no progress line", every, true, 'q'},
+    {"help", nullptr, "", every, true, 'h'},
+    {"version", nullptr, "", every, true, 0},
 };
 
 /* Of the options that were given; empty: the option takes none. */
