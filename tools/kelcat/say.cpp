@@ -1,8 +1,8 @@
 #include "say.h"
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
-#include <regex>
 #include <string>
 #include <unistd.h>
 
@@ -47,11 +47,19 @@ void show_reports()
     std::string text(kept, kept_size);
     fseek(reports, 0, SEEK_SET);
 
-    text = std::regex_replace(text, std::regex("[\r\n]"), "");
-    text = std::regex_replace(text, std::regex("\033\\[m"), "$&\n");
-    text = colour ? text : std::regex_replace(text, std::regex("\033[^m]*m"), "");
+    std::string lines;
+    for (size_t i = 0; i < text.size(); i++) {
+        size_t sequence = text[i] == '\033' ? strcspn(&text[i], "m") + 1 : 0;
+        if (sequence != 0) {
+            lines += colour ? text.substr(i, sequence) : "";
+            lines += sequence == strlen("\033[m") ? "\n" : "";
+            i += sequence - 1;
+        } else if (text[i] != '\r' && text[i] != '\n') {
+            lines += text[i];
+        }
+    }
     show_line(nullptr);
-    fputs(text.c_str(), stderr);
+    fputs(lines.c_str(), stderr);
     fflush(stderr);
 }
 
