@@ -3,6 +3,7 @@
 import os
 import pty
 import re
+import socket
 import string
 
 from support import QUESTION, Followed, Test, port_of
@@ -143,6 +144,24 @@ class Files(Test):
                 successor, place = self.listener(f"{kind}-listen:{path}")
                 self.assertDone(self.kelcat(place, data=QUESTION), successor)
                 self.assertEqual(successor.output(), QUESTION)
+
+    def test_file_that_another_program_has_put_in_its_place_stays(self):
+        for kind in ("unix", "unix-dgram"):
+            with self.subTest(kind):
+                path = self.path(kind)
+                process, _ = self.listener(f"{kind}-listen:{path}", "--idle", "1")
+                os.unlink(path)
+                with socket.socket(socket.AF_UNIX) as successor:
+                    successor.bind(path)
+                    process.finish()
+                    self.assertTrue(os.path.exists(path))
+
+    def test_letters_in_one_word(self):
+        server, place = self.listener("unix-listen:" + self.path("letters"))
+        client = self.kelcat("-qv", place, "--send-only")
+        self.assertDone(client, server)
+        self.assertIn(b"connected to " + place.encode(), client.told)
+        self.assertSentence(self.kelcat("-qx", place), 2, b'"-x" is no option')
 
     def test_longest_path(self):
         for kind in ("unix", "unix-dgram"):

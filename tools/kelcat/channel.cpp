@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "signals.h"
@@ -176,9 +175,20 @@ bool Channel::claim_file(const std::string &path)
     return abandoned;
 }
 
+void Channel::made_file(const std::string &path)
+{
+    if (lstat(path.c_str(), &file_status) == 0) {
+        file = path;
+    }
+}
+
 void Channel::remove_file()
 {
-    unlink(file.c_str());
+    struct stat present;
+    if (!file.empty() && lstat(file.c_str(), &present) == 0 && present.st_dev == file_status.st_dev &&
+        present.st_ino == file_status.st_ino) {
+        unlink(file.c_str());
+    }
     file.clear();
 }
 

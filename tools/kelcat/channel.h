@@ -6,6 +6,7 @@
 #define KELCAT_CHANNEL_H
 
 #include <memory>
+#include <sys/stat.h>
 
 #include "options.h"
 #include "say.h"
@@ -97,8 +98,10 @@ class Channel
 
     /* False, after one sentence: something stands at the path that is not to be replaced. */
     bool claim_file(const std::string &path);
+
+    /* A local socket's file is removed by whoever made it, and only while it is still the same. */
+    void made_file(const std::string &path);
     void remove_file();
-    std::string file; /* of a local socket, removed by whoever made it; empty: none */
 
     void ask_for_receive_buffer(int bytes);
 
@@ -109,6 +112,10 @@ class Channel
     Addresses peer_address() const;
 
     const Options &options;
+
+  private:
+    std::string file; /* empty: none */
+    struct stat file_status = {};
 };
 
 /* Moves bytes between the standard descriptors and the channel until that is over; returns the exit status. */

@@ -167,7 +167,7 @@ class Datagram : public Channel
         if (created == KEL_ERROR) {
             return options.listen || path.empty() ? KEL_ERROR : no_local(created);
         }
-        file = path;
+        made_file(path);
         return created;
     }
 

@@ -306,7 +306,11 @@ Options parse_options(int argc, char **argv)
     Options options;
     Values values;
     for (int i = 1; i < argc; i++) {
-        if (argv[i][0] == '-' && argv[i][1] != '\0') {
+        if (argv[i][0] == '-' && argv[i][1] != '-' && argv[i][1] != '\0') {
+            for (const char *letter = argv[i] + 1; *letter != '\0'; letter++) {
+                take_option({'-', *letter}, nullptr, &values);
+            }
+        } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
             i += take_option(argv[i], argv[i + 1], &values) ? 1 : 0;
         } else if (options.endpoint.empty()) {
             options.endpoint = argv[i];

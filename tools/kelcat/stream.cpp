@@ -44,7 +44,9 @@ class Stream : public Channel
             return KEL_ERROR;
         }
         const LONG server = kel_unix_tcp_server_socket_create(options.place.path.c_str(), 1);
-        file = server != KEL_ERROR ? options.place.path : "";
+        if (server != KEL_ERROR) {
+            made_file(options.place.path);
+        }
         return server;
     }
 
