@@ -51,16 +51,15 @@ constexpr unsigned short PORT_IN_TEXT = 9000;
 constexpr int BACKLOG = 5;
 constexpr int DATAGRAM = 64;
 
-/* What several operations need first. A TCP server on 127.0.0.1, in a process of its own, that accepts and closes ...
- */
+/* What several operations need first: a TCP server on 127.0.0.1, in a process of its own, that accepts and closes. */
 extern unsigned short server_port;
 void find_server();
 
-/* ... a port that nobody has, for a library that goes about it in another way where the system is to choose one ... */
+/* A port that nobody has, for a library that goes about it in another way where the system is to choose one. */
 extern unsigned short free_port;
 void choose_port();
 
-/* ... and a path for a local socket, in a folder of the program's own. */
+/* A path for a local socket, in a folder of the program's own. */
 extern const char *path;
 void choose_path();
 

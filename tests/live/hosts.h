@@ -48,8 +48,7 @@ void connect_wire(const Interface &one, const Interface &other);
 void set_link(const Interface &end, bool up);
 void add_address(const Interface &end, int family, const std::string &address, int prefix_length);
 
-/* Saves the hosts to search for each other, which takes its time, and can't be done from the address of another wire.
- */
+/* Saves the hosts a search for each other, which takes its time and fails from the address of another wire. */
 void add_neighbour(const Interface &end, int family, const std::string &address, const std::string &mac);
 void set_loss(const Interface &end, bool total); /* of all that it sends */
 

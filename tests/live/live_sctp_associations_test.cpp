@@ -61,8 +61,7 @@ TEST_P(LiveSctpCalls, ListsNameTheAddressesOfTheirAssociationAlone)
     EXPECT_EQ(peers_of(all.server, other_id), named(third));
 }
 
-/* ---- Bind ---------------------------------------------------------------------------------------------------------
- */
+/* ---- Bind -------------------------------------------------------------------------------------------------------- */
 
 TEST_P(LiveSctpCalls, AddressesAreAddedAndRemoved)
 {

@@ -299,8 +299,7 @@ TEST_P(LiveTcp, ClientTalksToNcat)
     EXPECT_EQ(peer.exit_status(), 0);
 }
 
-/* From client to server through a relay that was written elsewhere, and is a server to one and a client to the other.
- */
+/* From client to server through a relay that was written elsewhere: a server to one and a client to the other. */
 TEST_P(LiveTcp, MebibytesArriveWhole)
 {
     Descriptor listener = server();

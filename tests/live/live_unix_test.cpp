@@ -320,8 +320,7 @@ TEST_F(LiveUnix, DatagramSocketSendsToNcat)
     expect_same(peer.read(4000), pattern(4000));
 }
 
-/* From client to server through a relay that was written elsewhere, and is a server to one and a client to the other.
- */
+/* From client to server through a relay that was written elsewhere: a server to one and a client to the other. */
 TEST_F(LiveUnix, MebibytesArriveWhole)
 {
     Descriptor listener = server(path);
