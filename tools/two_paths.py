@@ -1,6 +1,6 @@
 """Two hosts with cables between them, in network namespaces: for frames, and for what survives the loss of a cable.
 
-Needs the right to make namespaces, and a kernel with SCTP for associations: tests/live/guest has both.
+Needs the right to make namespaces, and a kernel with SCTP for associations: tools/guest/guest has both.
 """
 
 import contextlib

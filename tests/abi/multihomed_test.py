@@ -9,7 +9,7 @@ import unittest
 
 from abi_test import EITHER, SOURCE, Case, run
 
-GUEST = os.path.join(SOURCE, "tests/live/guest")
+GUEST = os.path.join(SOURCE, "tools/guest/guest")
 TALK = 'for pair; do "$pair/multihomed_server" & until grep -qs " 9000 " /proc/net/sctp/eps; do :; done; ' \
        '"$pair/multihomed_client" && wait $! || exit 1; done'
 

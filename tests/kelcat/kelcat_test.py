@@ -2,7 +2,7 @@
 """Runs the named files of tests, or classes or single ones: kelcat_test.py stream_test packet_test.Packet.test_raw
 
 The environment variable KELCAT names the program. What this machine cannot show fails: a file says
-in NEEDS what it takes, and tests/live/guest has all of it.
+in NEEDS what it takes, and tools/guest/guest has all of it.
 """
 
 import os
@@ -25,7 +25,7 @@ def main():
     for name in names:
         for need in getattr(__import__(name.split(".")[0]), "NEEDS", ()):
             if not ALLOWS[need]():
-                sys.exit(f"{sys.argv[0]}: {name} needs {need}, which this machine does not give: use tests/live/guest")
+                sys.exit(f"{sys.argv[0]}: {name} needs {need}, which this machine does not give: use tools/guest/guest")
     tests = unittest.defaultTestLoader.loadTestsFromNames(names)
     sys.exit(not unittest.TextTestRunner(verbosity=2).run(tests).wasSuccessful())
 

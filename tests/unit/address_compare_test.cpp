@@ -1,5 +1,5 @@
 /* Address comparison: which bytes of two records make them differ, and in which order they are looked at. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <string.h>
 

@@ -1,5 +1,5 @@
 /* Address construction: records from their parts, and the hardware address of an interface. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 #include <string.h>

@@ -1,5 +1,5 @@
 /* The address record, the enumerations, and the length that belongs to each family. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <arpa/inet.h>
 #include <stddef.h>

@@ -1,5 +1,5 @@
 /* Address text: the two checks and their patterns, the conversions, and the line that describes a record. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <arpa/inet.h>
 #include <errno.h>

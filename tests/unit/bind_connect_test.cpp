@@ -1,5 +1,5 @@
 /* Bind, listen, accept, connect, names. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 #include <string.h>

@@ -1,5 +1,5 @@
 /* Descriptors and options. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 

@@ -1,5 +1,5 @@
 /* TCP and UDP endpoints. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 #include <string.h>

@@ -1,5 +1,5 @@
 /* Packet endpoint. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 

@@ -1,5 +1,5 @@
 /* Local endpoints. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 

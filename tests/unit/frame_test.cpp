@@ -2,7 +2,7 @@
  * Basic types, levels and colours, and every macro of kel_lib.h: also those that the module itself never uses. What the
  * macros report is seen twice, in functions that were compiled as C and as C++.
  */
-#include "failure_test.h"
+#include "failure.h"
 #include "frame_uses.h"
 
 #include <errno.h>

@@ -1,5 +1,5 @@
 /* SCTP association calls. */
-#include "failure_test.h"
+#include "failure.h"
 #include "sctp_expected.h"
 
 #include <errno.h>

@@ -1,5 +1,5 @@
 /* SCTP endpoints, and through them the set-ups, in every variant of the module. */
-#include "failure_test.h"
+#include "failure.h"
 #include "sctp_expected.h"
 
 #include <algorithm>

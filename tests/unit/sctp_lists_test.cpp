@@ -1,5 +1,5 @@
 /* SCTP address lists. The conversions are the module's own: they are seen through the functions that use them. */
-#include "failure_test.h"
+#include "failure.h"
 #include "sctp_expected.h"
 
 #include <errno.h>

@@ -1,5 +1,5 @@
 /* Data transfer. */
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 #include <string.h>

@@ -1,6 +1,6 @@
 /* What the stand-ins for the system, libsctp and the allocator share: one trace, one script. */
-#ifndef TESTS_SYSTEM_TRACE_H
-#define TESTS_SYSTEM_TRACE_H
+#ifndef TESTS_SUPPORT_TRACE_H
+#define TESTS_SUPPORT_TRACE_H
 
 #include "system.h"
 

@@ -1,4 +1,4 @@
-#include "failure_test.h"
+#include "failure.h"
 
 #include <errno.h>
 #include <map>

@@ -2,8 +2,8 @@
  * What a test expects in the trace. A report names the function and the line of its macro: the line is looked up in the
  * module's source, inside the function whose name is reported, so that no test repeats a number.
  */
-#ifndef TESTS_UNIT_EXPECTED_H
-#define TESTS_UNIT_EXPECTED_H
+#ifndef TESTS_SUPPORT_EXPECTED_H
+#define TESTS_SUPPORT_EXPECTED_H
 
 #include <gtest/gtest.h>
 

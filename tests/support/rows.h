@@ -1,6 +1,6 @@
 /* Rows of a table: they have a name, which names the test and stands for the row in its messages. */
-#ifndef TESTS_UNIT_ROWS_H
-#define TESTS_UNIT_ROWS_H
+#ifndef TESTS_SUPPORT_ROWS_H
+#define TESTS_SUPPORT_ROWS_H
 
 #include <gtest/gtest.h>
 

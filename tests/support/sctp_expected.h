@@ -1,6 +1,6 @@
 /* What the SCTP tests have in common: lists of addresses, and the calls that carry them to the library. */
-#ifndef TESTS_UNIT_SCTP_EXPECTED_H
-#define TESTS_UNIT_SCTP_EXPECTED_H
+#ifndef TESTS_SUPPORT_SCTP_EXPECTED_H
+#define TESTS_SUPPORT_SCTP_EXPECTED_H
 
 #include "expected.h"
 

@@ -742,7 +742,7 @@ std::string records_of_subject(const std::string &before_warning, const std::str
     testing::internal::CaptureStdout();
     subject(); /* stores the lines of its reports */
     testing::internal::GetCapturedStdout();
-    const std::string place = " module 0 tests/unit/host_test.cpp:";
+    const std::string place = " module 0 tests/host/host_test.cpp:";
     return before_warning + place + std::to_string(warning_line) + " subject: warning\n" + before_err + place +
            std::to_string(err_line) + " subject: err 7\n";
 }

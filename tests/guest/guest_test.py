@@ -12,9 +12,9 @@ import sys
 import tempfile
 import unittest
 
-HERE = pathlib.Path(__file__).resolve().parent
-GUEST = HERE / "guest"
-sys.path.insert(0, str(HERE.parent.parent / "tools"))
+TOOLS = pathlib.Path(__file__).resolve().parent.parent.parent / "tools"
+GUEST = TOOLS / "guest/guest"
+sys.path.insert(0, str(TOOLS))
 import machine  # noqa: E402
 
 PATIENCE = machine.patience(60)  # for one guest, its boot included
@@ -100,8 +100,8 @@ class GuestTest(unittest.TestCase):
         nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
         with tempfile.TemporaryDirectory(prefix="guest copy ", dir="/var/tmp") as copy:  # root may hide its tree
             os.chmod(copy, 0o777)
-            for name in ("guest", "guest_init", "guest_preload.c"):
-                shutil.copy(HERE / name, copy)
+            for name in ("guest", "init", "preload.c"):
+                shutil.copy(GUEST.parent / name, copy)
             status, output, errors = self.run_guest(
                 "sh",
                 "-c",

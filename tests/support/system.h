@@ -4,8 +4,8 @@
  * a Recording lives, every call that the module makes is answered here, and written into one trace together with its
  * calls of the platform's services; at other times calls of the system go through.
  */
-#ifndef TESTS_SYSTEM_H
-#define TESTS_SYSTEM_H
+#ifndef TESTS_SUPPORT_SYSTEM_H
+#define TESTS_SUPPORT_SYSTEM_H
 
 #include <functional>
 #include <set>

@@ -3,8 +3,8 @@
  * report unfiltered, filtered by its line and filtered by its function. Every division instantiates the suite with a
  * table of its own.
  */
-#ifndef TESTS_UNIT_FAILURE_TEST_H
-#define TESTS_UNIT_FAILURE_TEST_H
+#ifndef TESTS_SUPPORT_FAILURE_H
+#define TESTS_SUPPORT_FAILURE_H
 
 #include "expected.h"
 #include "rows.h"
