@@ -11,14 +11,17 @@ namespace
 using Answers = std::vector<sys::Answer>;
 
 constexpr long beyond_32_bits = 1L << 32;
+constexpr long beyond_16_bits = 0x12345;
 
 /* Results that no manual page names. The usual result and the error that no page names are added in front. */
 std::map<std::string, Answers> by_hand()
 {
-    const Answers plain = {{-2}, {1}}; /* negative but not -1; not zero but no failure either */
-    const Answers descriptor = {{-2}, {0}};
-    const Answers short_count = {{-2}, {0}, {1}}; /* of addresses: also none with a list, and one without */
-    const Answers count = {{beyond_32_bits - 1}, {0}, {1}, {-2}, {beyond_32_bits / 2}, {beyond_32_bits + 5}};
+    const Answers plain = {{-2}, {1}, {beyond_16_bits}}; /* negative but not -1; not zero but no failure either */
+    const Answers descriptor = {{-2}, {0}, {beyond_16_bits}};
+    const Answers list_count = {{-2}, {0}, {1}}; /* of addresses: also none with a list, and one without */
+    const Answers short_count = {{-2}, {0}, {1}, {beyond_16_bits}};
+    const Answers count = {{beyond_32_bits - 1}, {0}, {1}, {-2}, {beyond_32_bits / 2}, {beyond_32_bits + 5},
+                           {beyond_16_bits}};
     return {{"socket", descriptor},
             {"accept", descriptor},
             {"bind", {{1}, {-2}}},
@@ -35,17 +38,17 @@ std::map<std::string, Answers> by_hand()
             {"send", count},
             {"recvfrom", count},
             {"sendto", count},
-            {"if_nametoindex", {{-1}, {0}}}, /* the highest index, which is no failure */
+            {"if_nametoindex", {{-1}, {0}, {beyond_16_bits}}}, /* the highest index, which is no failure */
             {"inet_pton", {{0}, {2}, {-2}}},
             {"regcomp", {{REG_ESPACE}, {REG_BADPAT}}},
             {"regexec", {{REG_NOMATCH}, {REG_ESPACE}}},
             {"regfree", {}},
             {"inet_ntop", {}}, /* cannot be made to fail: only its arguments can */
-            {"KEL_module_register", {{-1}, {5}}},
+            {"KEL_module_register", {{-1}, {5}, {beyond_16_bits}}},
             {"tc_malloc", {}},
             {"tc_free", {}},
-            {"sctp_getpaddrs", short_count},
-            {"sctp_getladdrs", short_count},
+            {"sctp_getpaddrs", list_count},
+            {"sctp_getladdrs", list_count},
             {"sctp_freepaddrs", {sys::fail(unknown_error), {1}}},
             {"sctp_freeladdrs", {sys::fail(unknown_error), {1}}},
             {"sctp_bindx", plain},

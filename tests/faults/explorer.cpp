@@ -8,8 +8,9 @@
 #include <unistd.h>
 
 #include "answers.h"
-#include "kel_lib.h"
-#include "model.h"
+#include "calls.h"
+#include "machine.h"
+#include "text.h"
 
 Caller caller;
 std::map<std::string, std::set<size_t>> taken_at;
@@ -41,7 +42,9 @@ const Part parts[] = {{&caller.inet, "inet"},
                       {&caller.initmsg, "initmsg"},
                       {&caller.events, "events"},
                       {&caller.info, "info"},
-                      {&caller.flags, "flags"}};
+                      {&caller.flags, "flags"},
+                      {caller.listed, "listed"},
+                      {&caller.listed_count, "listed_count"}};
 
 Caller pristine()
 {
@@ -81,11 +84,22 @@ Caller pristine()
     return fresh;
 }
 
-void renew(const Case &which)
+/* The address that the system fills in. */
+kel_sockaddr_t peer()
+{
+    kel_sockaddr_t filled;
+    memset(&filled, 0x5a, sizeof(filled));
+    filled.sin6.sin6_family = AF_INET6;
+    filled.sin6.sin6_port = htons(4711);
+    return filled;
+}
+
+/* What a call is made with. */
+void renew(const Trial &trial)
 {
     static const Caller fresh = pristine();
     caller = fresh;
-    which.prepare(caller);
+    Machine().prepare(trial.prepare);
     sys::set_addresses({caller.listed, caller.listed + caller.listed_count});
 }
 
@@ -144,13 +158,25 @@ class Walk
         return true;
     }
 
+    /* Which answer the last call got. */
+    size_t taken() const
+    {
+        return path[depth - 1].taken;
+    }
+
+    /* Whether the prints of the last report changed errno. */
+    bool is_noisy() const
+    {
+        return noisy;
+    }
+
     Path path;
 
   private:
     template <typename Answering> sys::Answer choose(const std::string &call, size_t count, Answering answering)
     {
         if (depth < path.size() && path[depth].call != call) {
-            path.resize(depth); /* not the calls of the last time: the comparison with the model shows it */
+            path.resize(depth); /* not the calls of the last time: the comparison shows it */
         }
         if (depth == path.size()) {
             path.push_back({call, 0, count, {0, 0}});
@@ -183,9 +209,9 @@ class Walk
         return {usual, noisy ? console_error + prints : 0};
     }
 
-    const bool in_pairs;
+    bool in_pairs;
     /* How many answers a call has at most: the first one, this one, and the next one. Reports go with this one. */
-    const size_t all;
+    size_t all;
     size_t most = 0;
     size_t soon = 0;
     size_t depth = 0;
@@ -193,7 +219,7 @@ class Walk
     int prints = 0;
 };
 
-/* ---- One run: of the module, and of the model on the path that it took ------------------------------------------- */
+/* ---- One run: of the module, and of the text on the path that it took ------------------------------------------- */
 
 struct Seen {
     std::string result;
@@ -247,16 +273,57 @@ class Console
 char *Console::bytes;
 size_t Console::size;
 
-Seen run(const Case &which, Walk &walk)
+std::string shown(long result, bool is_text)
+{
+    const char *text = reinterpret_cast<const char *>(result);
+    return !is_text              ? std::to_string(result)
+           : text == nullptr     ? "null"
+           : text == caller.text ? "the caller's text"
+                                 : '"' + std::string(text) + '"';
+}
+
+/* An array that the caller was given counts by what it holds, not by where it lies. */
+std::string fetched(long count)
+{
+    kel_sockaddr_t *const records = caller.addresses;
+    caller.addresses = &caller.record;
+    return records == &caller.record                   ? ""
+           : records == nullptr                        ? ", no records"
+           : sys::held_block(records) == std::string() ? ", records released"
+                                                       : ", records " + sys::hex(records, (size_t)count * 112);
+}
+
+/* Calls a function of the module or of the text, with what a trial says. */
+using Callers = std::function<long(const std::string &name, const std::vector<long> &arguments)>;
+
+Seen run(const Function &function, const Trial &trial, Walk &walk, Machine &machine, const Callers &call)
 {
     Seen seen;
-    renew(which);
+    renew(trial);
     walk.begin();
     Console console;
-    sys::Recording recording([&](const std::string &call, long usual) { return walk.decide(call, usual); });
+    sys::Recording recording([&](const std::string &name, long usual) {
+        const sys::Answer answer = walk.decide(name, usual);
+        if (name != "printf" && name != "filter") {
+            machine.answered(walk.taken());
+        }
+        return answer;
+    });
+    machine.trace = &recording.trace();
     errno = error_at_start;
-    seen.result = which.run();
+    auto values = [&](const std::vector<Expression> &expressions) {
+        std::vector<long> all;
+        for (const Expression &expression : expressions) {
+            all.push_back(machine.value(expression));
+        }
+        return all;
+    };
+    for (const Expression &before : trial.before) {
+        call(before.name, values(before.of));
+    }
+    const long result = call(function.name, values(trial.arguments));
     seen.error = errno;
+    seen.result = shown(result, module_function(function.name)->gives_text) + fetched(result);
     seen.trace = recording.trace();
     seen.open = recording.open();
     seen.held = recording.held();
@@ -265,19 +332,9 @@ Seen run(const Case &which, Walk &walk)
     return seen;
 }
 
-Seen expect(const Case &which, const Path &path)
+long call_module(const std::string &name, const std::vector<long> &arguments)
 {
-    Seen expected;
-    renew(which);
-    Model model(path);
-    expected.result = which.expect(model);
-    expected.error = model.error;
-    expected.trace = std::move(model.trace);
-    expected.open = model.open;
-    expected.held = model.held;
-    expected.console = model.console;
-    expected.memory = caller;
-    return expected;
+    return module_function(name)->call(arguments.data());
 }
 
 /* ---- Mismatches, as text ----------------------------------------------------------------------------------------- */
@@ -327,14 +384,17 @@ std::string differ(const std::string &what, const std::string &expected, const s
     return "  " + what + "\n    expected: " + readable(expected) + "\n    seen:     " + readable(seen) + "\n";
 }
 
-std::string difference(const sys::Trace &expected, const sys::Trace &seen)
+std::string difference(const sys::Trace &expected, const sys::Trace &seen,
+                       const std::vector<const Statement *> &origins)
 {
     size_t line = 0;
     while (line < expected.size() && line < seen.size() && expected[line] == seen[line]) {
         line++;
     }
     auto at = [=](const sys::Trace &trace) { return line < trace.size() ? trace[line] : "the end"; };
-    return differ("call " + std::to_string(line + 1), at(expected), at(seen));
+    const Statement *origin = line < origins.size() ? origins[line] : nullptr;
+    const std::string where = origin == nullptr ? "" : ", at " + origin->place + ": " + origin->text;
+    return differ("call " + std::to_string(line + 1) + where, at(expected), at(seen));
 }
 
 std::string difference(const Caller &expected, const Caller &seen)
@@ -355,11 +415,11 @@ std::string difference(const Caller &expected, const Caller &seen)
                   sys::hex(right + at, 1));
 }
 
-std::string difference(const Seen &expected, const Seen &seen)
+std::string difference(const Seen &expected, const Seen &seen, const Machine &machine)
 {
     std::string text;
     if (expected.trace != seen.trace) {
-        text += difference(expected.trace, seen.trace);
+        text += difference(expected.trace, seen.trace, machine.origins);
     }
     if (expected.result != seen.result) {
         text += differ("result", expected.result, seen.result);
@@ -384,14 +444,13 @@ std::string difference(const Seen &expected, const Seen &seen)
 
 /* ---- A run that crashes still has to be named -------------------------------------------------------------------- */
 
-const Case *running;
+const Trial *running;
 const Walk *walking;
 struct sigaction former_action;
 
 void name_the_crash(int, siginfo_t *, void *)
 {
-    const std::string text = "\nCrashed in " + running->function + "(" + running->arguments +
-                             "): " + shown(walking->path) +
+    const std::string text = "\nCrashed at " + running->place + ": " + running->text + ": " + shown(walking->path) +
                              "\n"; /* allocates memory: if that crashes as well, the name is lost */
     (void)!write(STDERR_FILENO, text.data(), text.size());
     sigaction(SIGSEGV, &former_action, nullptr); /* the faulting instruction runs again */
@@ -400,9 +459,9 @@ void name_the_crash(int, siginfo_t *, void *)
 class NameCrashes
 {
   public:
-    NameCrashes(const Case &which, const Walk &walk)
+    NameCrashes(const Trial &trial, const Walk &walk)
     {
-        running = &which;
+        running = &trial;
         walking = &walk;
         struct sigaction action = {};
         action.sa_sigaction = name_the_crash;
@@ -420,33 +479,39 @@ class NameCrashes
 /* A module that calls in a loop has no last path. */
 constexpr size_t enough_mismatches = 1000;
 
-void explore(const Case &which, Exploration &exploration)
+void explore(const Function &function, const Trial &trial, Exploration &exploration)
 {
-    Walk walk(which.depth);
-    NameCrashes name_crashes(which, walk);
+    Walk walk(trial.depth);
+    NameCrashes name_crashes(trial, walk);
     do {
-        const Seen seen = run(which, walk);
-        const std::string text = difference(expect(which, walk.path), seen);
+        Machine idle;
+        const Seen seen = run(function, trial, walk, idle, call_module);
+        Walk again = walk;
+        Machine machine;
+        machine.is_noisy = [&] { return again.is_noisy(); };
+        auto as_the_text_says = [&](const std::string &name, const std::vector<long> &arguments) {
+            return machine.call(*function_named(name), arguments);
+        };
+        const Seen expected = run(function, trial, again, machine, as_the_text_says);
+        const std::string text = difference(expected, seen, machine);
         exploration.leaves++;
         if (!text.empty() && exploration.mismatches++ == 0) {
-            exploration.first = which.function + "(" + which.arguments + "): " + shown(walk.path) + "\n" + text;
+            exploration.first = trial.place + ": " + trial.text + ": " + shown(walk.path) + "\n" + text;
         }
     } while (exploration.mismatches < enough_mismatches && walk.next());
 }
 
 } // namespace
 
-std::string name_of(const void *pointer)
+void *memory_of_caller(const std::string &name)
 {
-    if (pointer == nullptr) {
-        return "null";
-    }
     for (const Part &part : parts) {
-        if (part.place == pointer) {
-            return part.name;
+        if (part.name == name) {
+            return const_cast<void *>(part.place);
         }
     }
-    return "?";
+    fprintf(stderr, "the caller has no memory of the name %s\n", name.c_str());
+    exit(1);
 }
 
 const Exploration &explored(const std::string &function)
@@ -457,12 +522,10 @@ const Exploration &explored(const std::string &function)
         for (const Part &part : parts) {
             sys::name_pointer(part.place, part.name);
         }
-        sys::set_peer(Model::peer(), sizeof(struct sockaddr_in6));
+        sys::set_peer(peer(), sizeof(struct sockaddr_in6));
         sys::set_received_flags(received_flags);
-        for (const Case &which : cases()) {
-            if (which.function == function) {
-                explore(which, place->second);
-            }
+        for (const Trial &trial : function_named(function)->trials) {
+            explore(*function_named(function), trial, place->second);
         }
     }
     return place->second;

@@ -1,6 +1,6 @@
 /*
- * The explorer: runs a case of the module once for every path through the outcomes of its calls, depth first, and
- * compares each run with the model.
+ * The explorer: makes the calls that the text says, each once for every path through the outcomes of the calls behind
+ * it, depth first, and compares every run with what the text makes of it.
  */
 #ifndef TESTS_FAULTS_EXPLORER_H
 #define TESTS_FAULTS_EXPLORER_H
@@ -13,8 +13,6 @@
 
 #include "kel_sctp.h"
 #include "system.h"
-
-class Model;
 
 /* The errno that every run starts with, and those that the prints of a report leave behind on a noisy console. */
 constexpr int error_at_start = 4094;
@@ -65,37 +63,13 @@ struct Caller {
 };
 extern Caller caller;
 
-/* The name that the trace shows for a part of the caller's memory. */
-std::string name_of(const void *pointer);
-
-/* How far a case is explored. */
-enum class Depth {
-    Every, /* every answer of every call, in every combination */
-    Pairs, /* for long sequences: every answer of every call, and few for one more; none more behind another errno */
-    Brief, /* for an argument that changes little: few answers for each call, every path */
-    Once   /* for an argument that changes no path: everything goes as usual */
-};
-
-/* One call of one function: the same arguments for the module and for the model, and the result as text. */
-struct Case {
-    std::string function;
-    std::string arguments;
-    Depth depth;
-    void (*prepare)(Caller &);
-    std::string (*run)();
-    std::string (*expect)(Model &);
-};
-
-/* Every case, those of one function in a row. See cases.cpp. */
-const std::vector<Case> &cases();
-
 struct Exploration {
     size_t leaves = 0;
     size_t mismatches = 0;
     std::string first; /* the first mismatch: where, what was expected, what was seen */
 };
 
-/* Explores every case of a function, once: later calls get the same answer. */
+/* Makes every trial of a function, once: later calls get the same answer. */
 const Exploration &explored(const std::string &function);
 
 /* What was taken at each position of the source, by the explorations so far. See positions.h for the names. */

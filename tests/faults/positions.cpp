@@ -1,5 +1,6 @@
 #include "positions.h"
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <set>
@@ -83,6 +84,7 @@ size_t behind(const std::string &text, size_t place)
 struct Function {
     std::string name;
     std::string body;
+    int first_line;
 };
 
 /* Definitions begin in the first column and have their braces alone on a line. */
@@ -92,9 +94,11 @@ std::vector<Function> functions()
     std::istringstream lines(without_comments(read(KEL_SOCKET_SOURCE)));
     std::string name;
     bool inside = false;
+    int number = 0;
     for (std::string line; std::getline(lines, line);) {
+        number++;
         if (line == "{" && !name.empty()) {
-            found.push_back({name, ""});
+            found.push_back({name, "", number + 1});
             inside = true;
         } else if (line == "}") {
             inside = false;
@@ -130,7 +134,7 @@ size_t outcomes(const std::string &call)
     return answers(call).size();
 }
 
-Source read_source()
+static Source read_source()
 {
     const auto all = functions();
     std::set<std::string> own;
@@ -139,7 +143,7 @@ Source read_source()
     }
 
     Source source;
-    for (const auto &[function, body] : all) {
+    for (const auto &[function, body, first_line] : all) {
         std::map<std::string, int> uses;
         for (size_t i = 0; i < body.size(); i++) {
             if (body[i] == '"') {
@@ -154,13 +158,32 @@ Source read_source()
             const std::string call = renamed == other_names.end() ? word : renamed->second;
             if (outcomes(call) != 0) {
                 const std::string use = is_report(call) ? call + body.substr(i, behind(body, i) - i) : call;
-                source.positions.push_back({position(function, use, ++uses[use]), call});
+                const int line = first_line + (int)std::count(body.begin(), body.begin() + (long)i, '\n');
+                source.positions.push_back({position(function, use, ++uses[use]), call, line});
             } else if (own.count(word) == 0 && harmless.count(word) == 0 && word.rfind("KEL_", 0) != 0) {
                 source.unknown.push_back(function + ": " + word);
             }
         }
     }
     return source;
+}
+
+const Source &source()
+{
+    static const Source read = read_source();
+    return read;
+}
+
+const Position *find_position(const std::string &function, const std::string &use, int nth)
+{
+    const Position *only = nullptr;
+    for (const Position &candidate : source().positions) {
+        if (candidate.name == position(function, use, nth)) {
+            return &candidate;
+        }
+        only = candidate.name == position(function, use, 1) ? &candidate : only;
+    }
+    return only;
 }
 
 std::vector<std::string> exported()

@@ -11,6 +11,7 @@
 struct Position {
     std::string name;
     std::string call; /* or the name of the reporting macro */
+    int line;
 };
 
 /* "function: use", and from the second equal use in a function on its number behind. */
@@ -29,8 +30,14 @@ struct Source {
     std::vector<std::string> unknown; /* calls that are neither the system's nor the platform's nor the module's */
 };
 
-/* Read from kel_socket.cpp. */
-Source read_source();
+/* Read from kel_socket.cpp, once. */
+const Source &source();
+
+/*
+ * The nth use of a function; the only one, if there is only one, for a text may say twice what the source says once.
+ * Null when there is none.
+ */
+const Position *find_position(const std::string &function, const std::string &use, int nth);
 
 /* The functions that the shared library exports, from its map. */
 std::vector<std::string> exported();

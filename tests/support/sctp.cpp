@@ -92,6 +92,12 @@ void set_addresses(const std::vector<kel_sockaddr_t> &records)
     addresses = records;
 }
 
+std::string held_block(void *given)
+{
+    auto found = memory.find(given);
+    return found == memory.end() ? "" : found->second;
+}
+
 void set_received_flags(int flags)
 {
     received_flags = flags;

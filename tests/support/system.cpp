@@ -133,11 +133,14 @@ void set_peer(const kel_sockaddr_t &record, socklen_t length)
 
 std::string hex(const void *bytes, size_t size)
 {
-    std::string digits;
+    constexpr const char *digits = "0123456789abcdef";
+    std::string shown;
     for (size_t i = 0; bytes != nullptr && i < size; i++) {
-        digits += text("%02x", static_cast<const unsigned char *>(bytes)[i]);
+        const unsigned char byte = static_cast<const unsigned char *>(bytes)[i];
+        shown += digits[byte >> 4];
+        shown += digits[byte & 15];
     }
-    return digits;
+    return shown;
 }
 
 Recording::Recording(Script script)

@@ -58,6 +58,9 @@ constexpr sctp_assoc_t association = 0x5ca1ab1e;
 /* For a test that stands in for one function more: traces and answers a call in the form of all others. */
 long answered(const std::string &name, const std::string &arguments, long usual);
 
+/* The name of memory that the module was given and has not handed back; empty for other memory. */
+std::string held_block(void *memory);
+
 /* Bytes as they are shown in the trace, without separators. */
 std::string hex(const void *bytes, size_t size);
 
