@@ -127,7 +127,11 @@ int kel_info_print_filter_is_filtered(int level, const char *name);
  * report is expanded whole, for an inline function must not call a static one there.
  */
 #ifdef __cplusplus
-#define __no_arguments(...) (sizeof(#__VA_ARGS__) == 1)
+#ifdef __cpp_if_constexpr /* then the branch that is not taken is no code at all, neither to run nor to cover */
+#define __if_no_arguments(...) if constexpr (sizeof(#__VA_ARGS__) == 1)
+#else
+#define __if_no_arguments(...) if (sizeof(#__VA_ARGS__) == 1)
+#endif
 
 static __attribute__((unused, noinline, cold)) void __report_err(const char *func, const char *file, int line,
                                                                  const char *coloured, const char *text)
@@ -155,21 +159,24 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
 }
 
 #else
-#define __no_arguments(...) 0
+#define __if_no_arguments(...) if (0)
 #define __report_err(func, file, line, coloured, text)
 #define __report_perror(func, file, line, text)
 #endif
 
 #define kel_err_print(fmt, ...)                                                                                        \
     do {                                                                                                               \
-        if (__no_arguments(__VA_ARGS__)) {                                                                             \
-            __report_err(__func__, __FILE__, __LINE__, KEL_COLOR_RED "%s.%d:" fmt KEL_COLOR_NONE, fmt);                \
-            break;                                                                                                     \
-        }                                                                                                              \
-        __print_check(_kel_print_lv_err, __func__, __LINE__)                                                           \
+        __if_no_arguments(__VA_ARGS__)                                                                                 \
         {                                                                                                              \
-            printf(KEL_COLOR_RED "%s.%d:" fmt KEL_COLOR_NONE, __func__, __LINE__, ##__VA_ARGS__);                      \
-            KEL_log(__log_mid, SYSLOG_ERR, fmt, ##__VA_ARGS__);                                                        \
+            __report_err(__func__, __FILE__, __LINE__, KEL_COLOR_RED "%s.%d:" fmt KEL_COLOR_NONE, fmt);                \
+        }                                                                                                              \
+        else                                                                                                           \
+        {                                                                                                              \
+            __print_check(_kel_print_lv_err, __func__, __LINE__)                                                       \
+            {                                                                                                          \
+                printf(KEL_COLOR_RED "%s.%d:" fmt KEL_COLOR_NONE, __func__, __LINE__, ##__VA_ARGS__);                  \
+                KEL_log(__log_mid, SYSLOG_ERR, fmt, ##__VA_ARGS__);                                                    \
+            }                                                                                                          \
         }                                                                                                              \
     } while (0)
 
@@ -179,19 +186,22 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
  */
 #define kel_perror(fmt, ...)                                                                                           \
     do {                                                                                                               \
-        if (__no_arguments(__VA_ARGS__)) {                                                                             \
-            __report_perror(__func__, __FILE__, __LINE__, fmt);                                                        \
-            break;                                                                                                     \
-        }                                                                                                              \
-        __print_check(_kel_print_lv_err, __func__, __LINE__)                                                           \
+        __if_no_arguments(__VA_ARGS__)                                                                                 \
         {                                                                                                              \
-            char _errno_text[200];                                                                                     \
-            printf(KEL_COLOR_RED "%s.%d:", __func__, __LINE__);                                                        \
-            printf(fmt, ##__VA_ARGS__);                                                                                \
-            sprintf(_errno_text, "%m");                                                                                \
-            printf(": %s", _errno_text);                                                                               \
-            printf(KEL_COLOR_NONE);                                                                                    \
-            KEL_log(__log_mid, SYSLOG_ERR, fmt, ##__VA_ARGS__);                                                        \
+            __report_perror(__func__, __FILE__, __LINE__, fmt);                                                        \
+        }                                                                                                              \
+        else                                                                                                           \
+        {                                                                                                              \
+            __print_check(_kel_print_lv_err, __func__, __LINE__)                                                       \
+            {                                                                                                          \
+                char _errno_text[200];                                                                                 \
+                printf(KEL_COLOR_RED "%s.%d:", __func__, __LINE__);                                                    \
+                printf(fmt, ##__VA_ARGS__);                                                                            \
+                sprintf(_errno_text, "%m");                                                                            \
+                printf(": %s", _errno_text);                                                                           \
+                printf(KEL_COLOR_NONE);                                                                                \
+                KEL_log(__log_mid, SYSLOG_ERR, fmt, ##__VA_ARGS__);                                                    \
+            }                                                                                                          \
         }                                                                                                              \
     } while (0)
 
