@@ -1,9 +1,10 @@
 #include "answers.h"
 
-#include <algorithm>
 #include <errno.h>
 #include <map>
 #include <regex.h>
+
+#include "errno_table.h"
 
 namespace
 {
@@ -63,8 +64,9 @@ std::map<std::string, Answers> by_hand()
 std::map<std::string, std::vector<int>> by_page()
 {
     std::map<std::string, std::vector<int>> errors;
-#define ERRNO(call, error) errors[#call].push_back(error);
-#include "errno_table.inc"
+    for (const ErrnoPair &pair : errno_table()) {
+        errors[pair.call].push_back(pair.error);
+    }
     return errors;
 }
 
@@ -81,10 +83,7 @@ std::map<std::string, Answers> all()
         }
         list.insert(list.end(), odd.begin(), odd.end());
         for (int error : failures[call]) {
-            auto same = [=](const sys::Answer &a) { return a.result == failed && a.error == error; };
-            if (std::none_of(list.begin(), list.end(), same)) { /* EWOULDBLOCK is EAGAIN */
-                list.push_back({failed, error});
-            }
+            list.push_back({failed, error});
         }
     }
     return table;
