@@ -1,109 +1,72 @@
-/* The address record, the enumerations, and the length that belongs to each family. */
-#include "failure.h"
+/* Address records, over every value of their two bytes of family and of their two bytes of port or protocol. */
+#include "expected.h"
 
 #include <arpa/inet.h>
-#include <stddef.h>
 #include <string.h>
-#include <type_traits>
 
 namespace
 {
 
-TEST(Families, AreTheSystemsValues)
+LONG length_of(int family)
 {
-    EXPECT_EQ(KEL_AF_UNIX, 1);
-    EXPECT_EQ(KEL_AF_INET, 2);
-    EXPECT_EQ(KEL_AF_INET6, 10);
-    EXPECT_EQ(KEL_AF_PACKET, 17);
-    static_assert(std::is_same<kel_domain_t, enum kel_domain_e>::value);
-}
-
-TEST(SocketTypes, AreTheSystemsValues)
-{
-    EXPECT_EQ(KEL_SOCK_STREAM, 1);
-    EXPECT_EQ(KEL_SOCK_DGRAM, 2);
-    EXPECT_EQ(KEL_SOCK_RAW, 3);
-    EXPECT_EQ(KEL_SOCK_SEQPACKET, 5);
-    static_assert(std::is_same<kel_socktype_t, enum kel_socktype_e>::value);
-}
-
-TEST(AddressRecord, IsAUnionOfTheSystemsRecords)
-{
-    static_assert(std::is_same<kel_sockaddr_t, union kel_sockaddr_u>::value);
-    static_assert(std::is_same<decltype(kel_sockaddr_t::sa), struct sockaddr>::value);
-    static_assert(std::is_same<decltype(kel_sockaddr_t::sin), struct sockaddr_in>::value);
-    static_assert(std::is_same<decltype(kel_sockaddr_t::sin6), struct sockaddr_in6>::value);
-    static_assert(std::is_same<decltype(kel_sockaddr_t::un), struct sockaddr_un>::value);
-    static_assert(std::is_same<decltype(kel_sockaddr_t::raw), struct sockaddr_ll>::value);
-
-    EXPECT_EQ(sizeof(kel_sockaddr_t), 112u);
-    EXPECT_EQ(offsetof(kel_sockaddr_t, sa), 0u);
-    EXPECT_EQ(offsetof(kel_sockaddr_t, sin), 0u);
-    EXPECT_EQ(offsetof(kel_sockaddr_t, sin6), 0u);
-    EXPECT_EQ(offsetof(kel_sockaddr_t, un), 0u);
-    EXPECT_EQ(offsetof(kel_sockaddr_t, raw), 0u);
-}
-
-TEST(AddressRecord, ReadsTheFamilyOfEveryMemberThroughOneField)
-{
-    kel_sockaddr_t record = poisoned();
-    record.sin.sin_family = 2;
-    EXPECT_EQ(record.sa.sa_family, 2);
-    record.sin6.sin6_family = 10;
-    EXPECT_EQ(record.sa.sa_family, 10);
-    record.un.sun_family = 1;
-    EXPECT_EQ(record.sa.sa_family, 1);
-    record.raw.sll_family = 17;
-    EXPECT_EQ(record.sa.sa_family, 17);
-}
-
-TEST(Wildcards, AreTheTextsOfTheAnyAddresses)
-{
-    EXPECT_STREQ(IPV4_ANY_STR, "0.0.0.0");
-    EXPECT_STREQ(IPV6_ANY_STR, "::");
-}
-
-struct Length {
-    const char *name;
-    int family;
-    LONG length;
-};
-
-class RecordLength : public testing::TestWithParam<Length>
-{
-};
-
-TEST_P(RecordLength, DependsOnTheFamilyFieldAlone)
-{
-    for (int fill : {0x00, 0xa5}) {
-        kel_sockaddr_t record;
-        memset(&record, fill, sizeof(record));
-        record.sa.sa_family = (sa_family_t)GetParam().family;
-        const std::string before = bytes_of(record);
-        sys::Recording recording;
-
-        EXPECT_EQ(kel_sizeof_socket(&record), GetParam().length);
-
-        EXPECT_EQ(recording.trace(), sys::Trace{});
-        EXPECT_EQ(bytes_of(record), before);
+    switch (family) {
+    case 1:
+        return 110;
+    case 2:
+        return 16;
+    case 10:
+        return 28;
+    case 17:
+        return 20;
+    default:
+        return 0;
     }
 }
 
-const Length lengths[] = {
-    {"None", 0, 0},
-    {"Three", 3, 0},
-    {"Nine", 9, 0},
-    {"Eleven", 11, 0},
-    {"Sixteen", 16, 0},
-    {"Eighteen", 18, 0},
-    {"LowByteAlone", 0x0102, 0}, /* all 16 bits count */
-    {"Highest", 0xffff, 0},
-    {"Unix", KEL_AF_UNIX, 110},
-    {"Inet", KEL_AF_INET, 16},
-    {"Inet6", KEL_AF_INET6, 28},
-    {"Packet", KEL_AF_PACKET, 20},
-};
+bool same(const kel_sockaddr_t &left, const kel_sockaddr_t &right)
+{
+    return memcmp(&left, &right, sizeof(left)) == 0;
+}
 
-INSTANTIATE_TEST_SUITE_P(AddressRecord, RecordLength, testing::ValuesIn(lengths), row_name<Length>);
+TEST(Families, AreKnownByAllOfTheirBits)
+{
+    for (int family = 0; family <= 0xffff; family++) {
+        kel_sockaddr_t record = poisoned();
+        record.sa.sa_family = (sa_family_t)family;
+        ASSERT_EQ(kel_sizeof_socket(&record), length_of(family)) << family;
+
+        if (length_of(family) == 0) {
+            CHAR str[] = "untouched";
+            kel_sockaddr_t filled = poisoned();
+            ASSERT_STREQ(kel_addr_showstr(&record, str, sizeof(str)), "null") << family;
+            ASSERT_STREQ(str, "untouched") << family;
+            ASSERT_EQ(kel_addr_fill(5, &filled, (kel_domain_t)family, 80, "1.2.3.4", 3, "lo"), KEL_OK) << family;
+            ASSERT_TRUE(same(filled, blank(0))) << family;
+            ASSERT_EQ(kel_inet_pton(family, "1.2.3.4", &filled), KEL_ERROR) << family;
+            ASSERT_EQ(kel_inet_ntop(family, &record, str, sizeof(str)), nullptr) << family;
+        }
+    }
+}
+
+TEST(Ports, AreFilledInAndShownOverTheirWholeRange)
+{
+    kel_sockaddr_t four = inet_address("10.1.2.3", 0), six = inet6_address("::1", 0), packet = blank(KEL_AF_PACKET);
+    for (int port = 0; port <= 0xffff; port++) {
+        const std::string number = std::to_string(port);
+        char hexadecimal[8];
+        snprintf(hexadecimal, sizeof(hexadecimal), "%x", (unsigned)port);
+        kel_sockaddr_t filled_four, filled_six;
+        CHAR str[100];
+        four.sin.sin_port = six.sin6.sin6_port = packet.raw.sll_protocol = htons((uint16_t)port);
+
+        ASSERT_EQ(kel_addr_fill(0, &filled_four, KEL_AF_INET, (SHORT)port, "10.1.2.3", 0, NULL), KEL_OK);
+        ASSERT_EQ(kel_addr_fill(0, &filled_six, KEL_AF_INET6, (SHORT)port, "::1", 0, NULL), KEL_OK);
+
+        ASSERT_TRUE(same(filled_four, four) && same(filled_six, six)) << port;
+        ASSERT_EQ(kel_addr_showstr(&four, str, sizeof(str)), "ipv4 10.1.2.3:" + number);
+        ASSERT_EQ(kel_addr_showstr(&six, str, sizeof(str)), "ipv6 ::1:" + number);
+        ASSERT_EQ(kel_addr_showstr(&packet, str, sizeof(str)), std::string("ifindex 0,protocol 0x") + hexadecimal);
+    }
+}
 
 } // namespace
