@@ -116,6 +116,10 @@ class Headers(Case):
     def test_every_value_size_and_offset(self):
         self.compile(*COMPILERS[0], "-Wall", "-Wextra", "-Werror", *INCLUDE, "-fsyntax-only", "tests/abi/contract.c")
 
+    def test_every_function_is_declared_a_second_time(self):
+        with open(os.path.join(SOURCE, "tests/unit/declarations.inc"), encoding="ascii") as file:
+            self.assertEqual(declared_functions() - set(re.findall(r"(\w+)\(", file.read())), set())
+
     def test_uses_of_the_report_macros_cause_no_warning(self):
         for compiler in COMPILERS:
             with self.subTest(compiler=compiler[0]):

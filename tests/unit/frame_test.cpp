@@ -20,60 +20,6 @@ namespace
 #define TABLE frame_uses_cpp
 #include "frame_uses.inc"
 
-/* ---- Types and constants ---------------------------------------------------------------------------------------- */
-
-static_assert(std::is_same<VOID, void>::value && std::is_same<BOOL, int>::value && std::is_same<CHAR, char>::value &&
-              std::is_same<UCHAR, unsigned char>::value && std::is_same<SHORT, short int>::value &&
-              std::is_same<LONG, long int>::value && std::is_same<ULONG, unsigned long int>::value);
-
-TEST(Types, HaveTheWidthsOfTheTarget)
-{
-    EXPECT_EQ(sizeof(BOOL), 4u);
-    EXPECT_EQ(sizeof(SHORT), 2u);
-    EXPECT_EQ(sizeof(LONG), 8u);
-    EXPECT_EQ(sizeof(ULONG), 8u);
-}
-
-TEST(Results, AreTheFixedValues)
-{
-    EXPECT_EQ(KEL_OK, 0);
-    EXPECT_EQ(KEL_ERROR, -1);
-    EXPECT_EQ(KEL_TRUE, 1);
-    EXPECT_EQ(KEL_FALSE, 0);
-}
-
-TEST(Levels, AreTheFixedValues)
-{
-    EXPECT_EQ(SYSLOG_CRIT, 1);
-    EXPECT_EQ(SYSLOG_ERR, 2);
-    EXPECT_EQ(SYSLOG_WARNING, 3);
-    EXPECT_EQ(SYSLOG_INFO, 4);
-    EXPECT_EQ(SYSLOG_DEBUG, 5);
-    EXPECT_EQ(KEL_SYSLOGLEVELS_NUM, 6);
-    EXPECT_EQ(sizeof(enum _tag_SYSLOG_LEVEL), 4u);
-
-    EXPECT_EQ(_kel_print_lv_info, 0);
-    EXPECT_EQ(_kel_print_lv_warning, 1);
-    EXPECT_EQ(_kel_print_lv_err, 2);
-    EXPECT_EQ(_kel_print_lv_max, 3);
-}
-
-TEST(Levels, ThePlatformsPrintLevelIsAVariableThatStartsAtZero)
-{
-    decltype(_kel_print_lv) *level = &_kel_print_lv;
-
-    EXPECT_EQ(*level, 0);
-}
-
-TEST(Colours, AreTheEscapeSequencesByteForByte)
-{
-    EXPECT_EQ(sys::hex(KEL_COLOR_NONE, sizeof(KEL_COLOR_NONE)), "1b5b6d00");
-    EXPECT_EQ(sys::hex(KEL_COLOR_RED, sizeof(KEL_COLOR_RED)), "1b5b313b33316d00");
-    EXPECT_EQ(sys::hex(KEL_COLOR_BLUE, sizeof(KEL_COLOR_BLUE)), "1b5b313b33346d00");
-    EXPECT_EQ(sys::hex(KEL_COLOR_PURPLE, sizeof(KEL_COLOR_PURPLE)), "1b5b313b33356d00");
-    EXPECT_EQ(sys::hex(KEL_COLOR_GREEN, sizeof(KEL_COLOR_GREEN)), "1b5b313b33326d00");
-}
-
 /* ---- What the macros report ------------------------------------------------------------------------------------- */
 
 std::string at_line(const std::string &function)
