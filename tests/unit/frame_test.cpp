@@ -1,15 +1,16 @@
 /*
- * Basic types, levels and colours, and every macro of kel_lib.h: also those that the module itself never uses. What the
- * macros report is seen twice, in functions that were compiled as C and as C++.
+ * Every macro of kel_lib.h: also those that the module itself never uses. What they report is seen twice, in functions
+ * that were compiled as C and as C++.
  */
-#include "failure.h"
+#include "expected.h"
 #include "frame_uses.h"
+#include "rows.h"
 
 #include <errno.h>
 #include <string.h>
-#include <type_traits>
+#include <tuple>
 
-#include "kel_lib.h"
+#include "kel_module.h"
 
 int frame_used_on;
 
@@ -19,8 +20,6 @@ namespace
 #define USE(name) cpp_##name
 #define TABLE frame_uses_cpp
 #include "frame_uses.inc"
-
-/* ---- What the macros report ------------------------------------------------------------------------------------- */
 
 std::string at_line(const std::string &function)
 {
@@ -44,7 +43,104 @@ std::string logged(ULONG module, int level, const std::string &function, const s
            ", " + function + ") " + format + "|" + text;
 }
 
-/* The macros as both languages expand them: use is the table of functions, name() a function's own name. */
+/* ---- The reports: one shape, three levels, with errno or without ------------------------------------------------ */
+
+struct Report {
+    std::string name;
+    int level;
+    const char *colour;
+    int log_level; /* 0: console only */
+    const char *format;
+    const char *text;
+    bool with_errno = false;
+    LONG result = 5;
+};
+
+const char *const red = "\033[1;31m", *const blue = "\033[1;34m", *const purple = "\033[1;35m";
+
+const Report reports[] = {
+    {"info", 0, blue, 0, "%d of %s\r\n", "3 of four\r\n"},
+    {"warning", 1, purple, 3, "%d of %s\r\n", "3 of four\r\n"},
+    {"err", 2, red, 2, "%d of %s\r\n", "3 of four\r\n"},
+    {"perror", 2, red, 2, "%d of %s\r\n", "3 of four\r\n", true},
+    {"short_info", 0, blue, 0, "%d lost", "7 lost"},
+    {"short_warning", 1, purple, 3, "%d lost", "7 lost"},
+    {"short_err", 2, red, 2, "%d lost", "7 lost"},
+    {"short_perror", 2, red, 2, "%d lost", "7 lost", true},
+    {"plain_info", 0, blue, 0, "ready ", "ready "},
+    {"plain_warning", 1, purple, 3, "ready ", "ready "},
+    {"plain_err", 2, red, 2, "ready ", "ready "},
+    {"plain_perror", 2, red, 2, "ready ", "ready ", true},
+    {"check", 2, red, 2, "nothing is null\r\n", "nothing is null\r\n", false, KEL_ERROR},
+    {"check_either", 2, red, 2, "nothing ? nothing : nothing is null\r\n", "nothing ? nothing : nothing is null\r\n",
+     false, KEL_ERROR},
+    {"check_ret", 2, red, 2, "n error\r\n", "n error\r\n", false, KEL_ERROR},
+    {"check_rp", 2, red, 2, "argument is null\r\n", "argument is null\r\n", false, KEL_ERROR},
+};
+
+sys::Trace trace_of(const Report &report, const std::string &function, Filtered filtered)
+{
+    const std::string format = report.format, text = report.text;
+    sys::Trace trace{question(report.level, at_line(function), filtered == Filtered::ByLine)};
+    if (filtered != Filtered::ByLine) {
+        trace.push_back(question(report.level, function, filtered == Filtered::ByName));
+    }
+    if (filtered != Filtered::No) {
+        return trace;
+    }
+    const std::string place = report.colour + at_line(function) + ":";
+    if (report.with_errno) {
+        trace.insert(trace.end(), {report.colour + ("%s.%d:)|" + place), format + ")|" + text,
+                                   ": %s)|: Address already in use", "\033[m)|\033[m"});
+    } else {
+        trace.push_back(report.colour + ("%s.%d:" + format) + "\033[m)|" + place + text + "\033[m");
+    }
+    for (size_t i = 2; i < trace.size(); i++) {
+        trace[i] = "printf(" + trace[i];
+    }
+    if (report.log_level != 0) {
+        trace.push_back(logged(module_print_filter.moduleID, report.log_level, function, format, text));
+    }
+    return trace;
+}
+
+/* The macros as both languages expand them. */
+const struct frame_uses *const languages[] = {&frame_uses_c, &frame_uses_cpp};
+
+class Reports : public testing::TestWithParam<std::tuple<const struct frame_uses *, Report>>
+{
+};
+
+TEST_P(Reports, AskTheFilterTwiceAndThenPrintAndLog)
+{
+    const struct frame_uses &uses = *std::get<0>(GetParam());
+    const Report &report = std::get<1>(GetParam());
+    const std::string function = uses.prefix + report.name;
+    const struct frame_report *use = uses.reports;
+    while (use->name != function) {
+        ASSERT_NE(use->name, nullptr);
+        use++;
+    }
+
+    for (Filtered filtered : {Filtered::No, Filtered::ByLine, Filtered::ByName}) {
+        sys::Recording recording;
+        if (filtered != Filtered::No) { /* the line is known from the first round */
+            recording.suppress(filtered == Filtered::ByLine ? at_line(function) : function);
+        }
+        errno = EADDRINUSE;
+
+        EXPECT_EQ(use->report(), report.result);
+
+        EXPECT_EQ(errno, EADDRINUSE);
+        EXPECT_EQ(recording.trace(), trace_of(report, function, filtered));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Frame, Reports, testing::Combine(testing::ValuesIn(languages), testing::ValuesIn(reports)),
+                         [](const auto &row) { return std::get<0>(row.param)->prefix + std::get<1>(row.param).name; });
+
+/* ---- The macros' other sides ------------------------------------------------------------------------------------ */
+
 class Macros : public testing::TestWithParam<const struct frame_uses *>
 {
   protected:
@@ -56,73 +152,15 @@ class Macros : public testing::TestWithParam<const struct frame_uses *>
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Frame, Macros, testing::Values(&frame_uses_c, &frame_uses_cpp),
-                         [](const auto &row) { return std::string(row.param == &frame_uses_c ? "C" : "Cpp"); });
+INSTANTIATE_TEST_SUITE_P(Frame, Macros, testing::ValuesIn(languages),
+                         [](const auto &row) { return row.param == &frame_uses_c ? "C" : "Cpp"; });
 
-/* ---- The prints: one shape, three levels ------------------------------------------------------------------------ */
-
-struct Print {
-    std::string name; /* of the function, too */
-    void (*use)();
-    int level;
-    const char *colour;
-    int log_level; /* 0: console only */
-    const char *format = "%d of %s\r\n";
-    const char *text = "3 of four\r\n";
-};
-
-class Prints : public testing::TestWithParam<std::tuple<Print, Filtered>>
-{
-};
-
-TEST_P(Prints, AskTheFilterTwiceAndThenPrintOnceAndLog)
-{
-    const Print &print = std::get<0>(GetParam());
-    Filtered filtered = std::get<1>(GetParam());
-    const std::string &function = print.name;
-    sys::Recording finding_the_line;
-    print.use();
-
-    sys::Recording recording;
-    if (filtered != Filtered::No) {
-        recording.suppress(filtered == Filtered::ByLine ? at_line(function) : function);
-    }
-    print.use();
-
-    sys::Trace expected{question(print.level, at_line(function), filtered == Filtered::ByLine)};
-    if (filtered != Filtered::ByLine) {
-        expected.push_back(question(print.level, function, filtered == Filtered::ByName));
-    }
-    if (filtered == Filtered::No) {
-        expected.push_back(std::string("printf(") + print.colour + "%s.%d:" + print.format + "\033[m)|" + print.colour +
-                           at_line(function) + ":" + print.text + "\033[m");
-        if (print.log_level != 0) {
-            expected.push_back(
-                logged(module_print_filter.moduleID, print.log_level, function, print.format, print.text));
-        }
-    }
-    EXPECT_EQ(recording.trace(), expected);
-}
-
-std::vector<Print> prints_of(const struct frame_uses &uses)
-{
-    const std::string prefix = uses.prefix;
-    return {{prefix + "info", uses.info, 0, "\033[1;34m", 0},
-            {prefix + "warning", uses.warning, 1, "\033[1;35m", 3},
-            {prefix + "err", uses.err, 2, "\033[1;31m", 2},
-            {prefix + "plain_info", uses.plain_info, 0, "\033[1;34m", 0, "ready", "ready"},
-            {prefix + "plain_warning", uses.plain_warning, 1, "\033[1;35m", 3, "ready", "ready"},
-            {prefix + "plain_err", uses.plain_err, 2, "\033[1;31m", 2, "ready", "ready"}};
-}
-
-INSTANTIATE_TEST_SUITE_P(Frame, Prints, in_every_way(together({prints_of(frame_uses_c), prints_of(frame_uses_cpp)})),
-                         filtered_name<Print>);
-
-TEST_P(Macros, AreOneStatementEach)
+TEST_P(Macros, AreOneStatementEachAndChecksArePassedInSilence)
 {
     sys::Recording recording;
 
     EXPECT_TRUE(use.one_statement_each(KEL_FALSE));
+    EXPECT_EQ(use.pass(), 5);
 
     EXPECT_EQ(recording.trace(), sys::Trace{});
 }
@@ -137,76 +175,64 @@ TEST_P(Macros, RawPrintIsPrintfAloneAndAsksNobody)
     EXPECT_EQ(recording.trace(), (sys::Trace{"printf(%d apples)|3 apples", "printf(none)|none"}));
 }
 
+TEST_P(Macros, PerrorReadsErrnoAfterItsFirstTwoPrints)
+{
+    for (const struct frame_report *report = use.reports; report->name != nullptr; report++) {
+        if (strstr(report->name, "perror") == nullptr) {
+            continue;
+        }
+        int prints = 0;
+        sys::Recording recording([&](const std::string &called, long usual) {
+            /* Every print changes errno; it is the second one's that shows. */
+            static const int errors[] = {0, EPERM, ENOENT, EINTR, EIO};
+            return called == "printf" ? sys::Answer{usual, errors[++prints]} : sys::ok(usual);
+        });
+        errno = EACCES;
+
+        report->report();
+
+        EXPECT_EQ(prints, 4);
+        EXPECT_EQ(recording.trace().at(4), "printf(: %s)|: No such file or directory");
+        EXPECT_EQ(errno, EIO); /* left alone */
+    }
+}
+
 /* ---- The print check -------------------------------------------------------------------------------------------- */
 
 TEST_P(Macros, FilterQuestionPassesLevelAndNameAndReturnsTheAnswer)
 {
-    sys::Recording recording(sys::fail_first("filter", sys::ok(7)));
+    sys::Recording recording(sys::fail_first("filter", sys::ok(0x12345)));
 
-    EXPECT_EQ(use.question(1, "name"), 7);
+    EXPECT_EQ(use.question(1, "name"), 0x12345);
     EXPECT_EQ(use.question(_kel_print_lv_max, "other"), 0);
 
-    EXPECT_EQ(recording.trace(), (sys::Trace{question(1, "name", 7), question(3, "other", 0)}));
-}
-
-TEST_P(Macros, PrintCheckStopsAtTheLineWithoutAskingForTheName)
-{
-    sys::Recording recording;
-    recording.suppress("kel_addr_fill.285");
-
-    EXPECT_FALSE(use.print_check(1, "kel_addr_fill", 285));
-
-    EXPECT_EQ(recording.trace(), sys::Trace{question(1, "kel_addr_fill.285", 1)});
-}
-
-TEST_P(Macros, PrintCheckStopsAtTheName)
-{
-    sys::Recording recording;
-    recording.suppress("kel_addr_fill");
-
-    EXPECT_FALSE(use.print_check(0, "kel_addr_fill", 285));
-
-    EXPECT_EQ(recording.trace(), (sys::Trace{question(0, "kel_addr_fill.285", 0), question(0, "kel_addr_fill", 1)}));
+    EXPECT_EQ(recording.trace(), (sys::Trace{question(1, "name", 0x12345), question(3, "other", 0)}));
 }
 
 TEST_P(Macros, PrintCheckAnyAnswerButZeroSuppresses)
 {
-    for (int answer : {1, 2, -1}) {
-        sys::Recording recording(sys::fail_first("filter", sys::ok(answer)));
+    for (int answer : {1, 2, -1, 256, 0x10000}) {
+        for (int nth : {1, 2}) {
+            sys::Recording recording(sys::fail_nth("filter", nth, sys::ok(answer)));
 
-        EXPECT_FALSE(use.print_check(2, "f", 1)) << answer;
-        EXPECT_EQ(recording.trace().size(), 1u);
+            EXPECT_FALSE(use.print_check(2, "f", 1)) << answer;
+
+            EXPECT_EQ(recording.trace().size(), (size_t)nth);
+        }
     }
 }
 
 TEST_P(Macros, PrintCheckCutsAKeyOf200BytesAndAsksForTheWholeName)
 {
-    struct {
-        size_t name;
-        const char *tail; /* what of ".12" is left */
-    } const rows[] = {{196, ".12"}, {197, ".1"}, {198, "."}, {199, ""}};
-    for (const auto &row : rows) {
-        std::string function(row.name, 'f');
+    for (size_t length : {1, 195, 196, 197, 198, 199, 250}) {
+        const std::string function(length, 'f');
         sys::Recording recording;
 
-        EXPECT_TRUE(use.print_check(2, function.c_str(), 12));
+        EXPECT_TRUE(use.print_check(2, function.c_str(), 123));
 
-        EXPECT_EQ(recording.trace(), (sys::Trace{question(2, function + row.tail, 0), question(2, function, 0)}));
+        EXPECT_EQ(recording.trace(),
+                  (sys::Trace{question(2, (function + ".123").substr(0, 199), 0), question(2, function, 0)}));
     }
-
-    std::string function(250, 'g');
-    sys::Recording recording;
-    EXPECT_TRUE(use.print_check(2, function.c_str(), 12));
-    EXPECT_EQ(recording.trace(), (sys::Trace{question(2, std::string(199, 'g'), 0), question(2, function, 0)}));
-}
-
-TEST_P(Macros, PrintCheckRunsTheStatementAfterTwoQuestions)
-{
-    sys::Recording recording;
-
-    EXPECT_TRUE(use.print_check(2, "kel_addr_fill", 285));
-
-    EXPECT_EQ(recording.trace(), (sys::Trace{question(2, "kel_addr_fill.285", 0), question(2, "kel_addr_fill", 0)}));
 }
 
 /* ---- The log ---------------------------------------------------------------------------------------------------- */
@@ -224,150 +250,16 @@ TEST_P(Macros, LogCarriesModuleLevelAndPlaceAndAsksNobody)
 
 TEST_P(Macros, LogTakesTheIdentifierOfThePrintFilter)
 {
-    sys::Recording recording;
     const ULONG former = module_print_filter.moduleID;
-    module_print_filter.moduleID = 201;
-
-    for (void (*report)() : {use.err, use.plain_err, use.warning, use.plain_warning, use.plain_perror}) {
-        report();
-        std::string latest = recording.trace().back();
-        EXPECT_EQ(latest.substr(0, latest.find(',')), "log(201") << latest;
+    module_print_filter.moduleID = 0x100000201;
+    for (const struct frame_report *report = use.reports; report->name != nullptr; report++) {
+        sys::Recording recording;
+        report->report();
+        const std::string latest = recording.trace().back();
+        EXPECT_TRUE(latest.compare(0, 4, "log(") != 0 || latest.compare(0, 14, "log(4294967809") == 0) << latest;
     }
-    ULONG seen = use.log_module();
+    EXPECT_EQ(use.log_module(), 0x100000201u);
     module_print_filter.moduleID = former;
-
-    EXPECT_EQ(seen, 201u);
-}
-
-/* ---- The report with the text of errno -------------------------------------------------------------------------- */
-
-TEST_P(Macros, PerrorIsSilentWhenFiltered)
-{
-    sys::Recording recording;
-    recording.suppress(name("perror"));
-
-    use.perror(1);
-
-    EXPECT_EQ(recording.trace(), (sys::Trace{question(2, at_line(name("perror")), 0), question(2, name("perror"), 1)}));
-}
-
-TEST_P(Macros, PerrorReadsErrnoAfterItsFirstTwoPrints)
-{
-    int prints = 0;
-    sys::Recording recording([&](const std::string &name, long usual) {
-        /* Every print changes errno; it is the second one's that shows. */
-        static const int errors[] = {0, EPERM, ENOENT, EINTR, EIO};
-        return name == "printf" ? sys::Answer{usual, errors[++prints]} : sys::ok(usual);
-    });
-    errno = EACCES;
-
-    use.perror(9);
-
-    EXPECT_EQ(prints, 4);
-    EXPECT_EQ(recording.trace().at(4), "printf(: %s)|: No such file or directory");
-    EXPECT_EQ(errno, EIO); /* left alone */
-}
-
-sys::Trace perror_trace(const std::string &function, const std::string &format, const std::string &text)
-{
-    return {question(2, at_line(function), 0),
-            question(2, function, 0),
-            "printf(\033[1;31m%s.%d:)|\033[1;31m" + at_line(function) + ":",
-            "printf(" + format + ")|" + text,
-            "printf(: %s)|: Address already in use",
-            "printf(\033[m)|\033[m",
-            logged(module_print_filter.moduleID, 2, function, format, text)};
-}
-
-TEST_P(Macros, PerrorPrintsFourTimesAndLogsTheCallersTextAlone)
-{
-    {
-        sys::Recording recording;
-        errno = EADDRINUSE;
-        use.perror(9);
-        EXPECT_EQ(recording.trace(), perror_trace(name("perror"), "step %d ", "step 9 "));
-        EXPECT_EQ(errno, EADDRINUSE);
-    }
-    sys::Recording recording;
-    errno = EADDRINUSE;
-    use.plain_perror();
-    EXPECT_EQ(recording.trace(), perror_trace(name("plain_perror"), "step ", "step "));
-    EXPECT_EQ(errno, EADDRINUSE);
-}
-
-/* ---- The checks ------------------------------------------------------------------------------------------------- */
-
-const int target = 0;
-
-sys::Trace check_report(const std::string &function, const std::string &text)
-{
-    return {question(2, at_line(function), 0), question(2, function, 0),
-            "printf(\033[1;31m%s.%d:" + text + "\033[m)|\033[1;31m" + at_line(function) + ":" + text + "\033[m",
-            logged(module_print_filter.moduleID, 2, function, text, text)};
-}
-
-TEST_P(Macros, NullCheckReportsTheArgumentsSourceTextAndReturnsError)
-{
-    sys::Recording recording;
-
-    EXPECT_EQ(use.check(nullptr), KEL_ERROR);
-
-    EXPECT_EQ(recording.trace(), check_report(name("check"), "argument is null\r\n"));
-}
-
-TEST_P(Macros, NullCheckTakesAnExpression)
-{
-    sys::Recording recording;
-
-    EXPECT_EQ(use.check_either(&target, nullptr), 5);
-    EXPECT_EQ(use.check_either(nullptr, nullptr), KEL_ERROR);
-
-    EXPECT_EQ(recording.trace(), check_report(name("check_either"), "first ? first : second is null\r\n"));
-}
-
-TEST_P(Macros, NullCheckRpReportsTheSameAndReturnsNull)
-{
-    sys::Recording recording;
-
-    EXPECT_EQ(use.check_rp(nullptr), nullptr);
-
-    EXPECT_EQ(recording.trace(), check_report(name("check_rp"), "argument is null\r\n"));
-}
-
-TEST_P(Macros, RetCheckReportsTheTextOfItsSecondArgumentAndReturnsError)
-{
-    for (LONG count : {4, -1}) {
-        sys::Recording recording;
-
-        EXPECT_EQ(use.check_ret(count), KEL_ERROR);
-
-        EXPECT_EQ(recording.trace(), check_report(name("check_ret"), "count error\r\n"));
-    }
-}
-
-TEST_P(Macros, ChecksReturnTheSameWhenTheirReportIsFiltered)
-{
-    sys::Recording recording;
-    recording.suppress(name("check"));
-    recording.suppress(name("check_rp"));
-    recording.suppress(name("check_ret"));
-
-    EXPECT_EQ(use.check(nullptr), KEL_ERROR);
-    EXPECT_EQ(use.check_rp(nullptr), nullptr);
-    EXPECT_EQ(use.check_ret(4), KEL_ERROR);
-
-    EXPECT_EQ(recording.trace().size(), 6u); /* two questions each, and nothing else */
-}
-
-TEST_P(Macros, ChecksArePassedInSilence)
-{
-    sys::Recording recording;
-
-    EXPECT_EQ(use.check(&target), 5);
-    EXPECT_EQ(use.check_rp(&target), &target);
-    EXPECT_EQ(use.check_ret(3), 5);
-
-    EXPECT_EQ(recording.trace(), sys::Trace{});
 }
 
 /* ---- The assertion ---------------------------------------------------------------------------------------------- */

@@ -14,26 +14,21 @@ extern "C" {
 /* Lines that tests look for are not repeated: a function stores its own here, or that of the first of several uses. */
 extern int frame_used_on;
 
+struct frame_report {
+    const char *name;     /* of the function that reports */
+    LONG (*report)(void); /* 5, or what a check returns */
+};
+
 struct frame_uses {
-    const char *prefix; /* of the functions' names */
-    void (*info)(void);
-    void (*warning)(void);
-    void (*err)(void);
-    void (*plain_info)(void); /* plain: a text without arguments */
-    void (*plain_warning)(void);
-    void (*plain_err)(void);
-    void (*plain_perror)(void);
-    void (*perror)(int number);
+    const char *prefix;                 /* of the functions' names */
+    const struct frame_report *reports; /* ends with a null name */
+    LONG (*pass)(void);
     void (*raw)(void);
     void (*log)(void);
     ULONG (*log_module)(void);
     int (*question)(int level, const char *name);
     BOOL (*print_check)(int level, const char *function, int line);
     BOOL (*one_statement_each)(BOOL reported);
-    LONG (*check)(const int *argument);
-    LONG (*check_either)(const int *first, const int *second);
-    const int *(*check_rp)(const int *argument);
-    LONG (*check_ret)(LONG count);
     void (*assertions)(LONG wide);
 };
 
