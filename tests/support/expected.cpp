@@ -108,40 +108,10 @@ sys::Trace perror_report(const std::string &function, const std::string &text, i
     return perror_report_with(function, "kel_perror(\"" + text + "\");", text, text, error, filtered, nth);
 }
 
-std::string filter_key(const std::string &function, const std::string &use, int nth, Filtered filtered)
-{
-    return filtered == Filtered::ByName ? function : format("%s.%d", function, source_line(function, use, nth));
-}
-
 sys::Trace assert_report(const std::string &function)
 {
     int line = source_line(function, "KEL_ASSERT(0)", 1);
     return {"assert(0, " + std::string(source_name) + ", " + std::to_string(line) + ", 0)"};
-}
-
-sys::Trace in_order(std::initializer_list<Piece> pieces)
-{
-    sys::Trace trace;
-    for (const Piece &piece : pieces) {
-        trace.insert(trace.end(), piece.lines.begin(), piece.lines.end());
-    }
-    return trace;
-}
-
-sys::Trace created(int domain, int type, int protocol)
-{
-    char line[64];
-    snprintf(line, sizeof(line), "socket(%d, %d, %d) = 70", domain, type, protocol);
-    sys::Trace trace{line, "setsockopt(70, 1, 2, 01000000, 4) = 0"};
-    if (domain == KEL_AF_INET6) {
-        trace.push_back("setsockopt(70, 41, 26, 01000000, 4) = 0");
-    }
-    return trace;
-}
-
-std::string record(const std::string &digits, size_t size)
-{
-    return digits + std::string(2 * size - digits.size(), '0');
 }
 
 std::string bytes_of(const kel_sockaddr_t &address)

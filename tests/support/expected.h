@@ -32,35 +32,8 @@ sys::Trace perror_report(const std::string &function, const std::string &text, i
 sys::Trace perror_report_with(const std::string &function, const std::string &use, const std::string &format,
                               const std::string &printed, int error, Filtered filtered = Filtered::No, int nth = 1);
 
-/* What suppresses the report of the nth macro use, in either way. */
-std::string filter_key(const std::string &function, const std::string &use, int nth, Filtered filtered);
-
 /* The trace of KEL_ASSERT(0) in a function. */
 sys::Trace assert_report(const std::string &function);
-
-/* One trace out of several, in order; a line of text is a trace of one call. */
-struct Piece {
-    sys::Trace lines;
-    Piece(sys::Trace trace) : lines(std::move(trace))
-    {
-    }
-    Piece(const char *line) : lines{line}
-    {
-    }
-    Piece(std::string line) : lines{std::move(line)}
-    {
-    }
-};
-sys::Trace in_order(std::initializer_list<Piece> pieces);
-
-/* The calls of kel_socket, up to descriptor 70 with its options. */
-sys::Trace created(int domain, int type, int protocol = 0);
-
-/* A record is cleared. */
-constexpr const char *cleared = "KEL_MemSet(set, 0, 112)";
-
-/* Bytes of a record: digits, and zeros up to its size. */
-std::string record(const std::string &digits, size_t size = sizeof(kel_sockaddr_t));
 
 /* All bytes of a record as digits. */
 std::string bytes_of(const kel_sockaddr_t &address);
