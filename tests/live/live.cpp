@@ -408,6 +408,13 @@ kel_sockaddr_t record_of(const Inet &inet, const char *address, int port)
     return record;
 }
 
+kel_sockaddr_t record_of_path(const std::string &path)
+{
+    kel_sockaddr_t record;
+    EXPECT_EQ(kel_addr_fill(0, &record, KEL_AF_UNIX, 0, path.c_str(), 0, NULL), KEL_OK);
+    return record;
+}
+
 int option(LONG sockfd, int level, int name)
 {
     int value = -1;

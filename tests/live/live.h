@@ -63,12 +63,6 @@ class Folder
         return path + "/" + name;
     }
 
-    /* A path in it of exactly that many characters. */
-    std::string file_of_length(size_t length) const
-    {
-        return path + "/" + std::string(length - path.size() - 1, 'p');
-    }
-
   private:
     std::string path;
 };
@@ -159,6 +153,8 @@ const Inet &ipv6();
 
 class LiveInet : public Live, public testing::WithParamInterface<Inet>
 {
+  protected:
+    const Inet &inet = GetParam();
 };
 std::string name_of_inet(const testing::TestParamInfo<Inet> &info);
 #define INSTANTIATE_FOR_IPV4_AND_IPV6(suite)                                                                           \
@@ -181,6 +177,7 @@ class Port
 int port_of(LONG sockfd);
 std::string text_of(kel_sockaddr_t record);
 kel_sockaddr_t record_of(const Inet &inet, const char *address, int port);
+kel_sockaddr_t record_of_path(const std::string &path);
 kel_sockaddr_t name_of(LONG sockfd);
 kel_sockaddr_t peer_of(LONG sockfd);
 

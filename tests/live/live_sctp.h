@@ -3,6 +3,7 @@
 #define TESTS_LIVE_SCTP_H
 
 #include <functional>
+#include <string.h>
 
 #include "kel_sctp.h"
 #include "live.h"
@@ -18,13 +19,13 @@ class Network
 
     Network();
 
-    /* The path carries nothing until it is restored. */
-    void cut(int path, Manner manner);
+    void cut(int path, Manner manner); /* it carries nothing until it is restored */
     void restore(int path, Manner manner);
-
+    void cut_all();
     void set(const std::string &name, int value); /* a number under /proc/sys, on both hosts */
 
     const Namespace near, far;
+    bool altered = false; /* it may not be as it was made */
 
   private:
     const Interface ends[2][2]; /* of each path, the near one and the far one */
@@ -32,10 +33,9 @@ class Network
     void carry(int path, Manner manner, bool all);
 };
 
-/* A host's addresses on the two paths. */
+/* A host's addresses on the two paths: of the near one, 0, or the far one, 1. */
 using Addresses = std::vector<std::string>;
-Addresses near_addresses(const Inet &inet);
-Addresses far_addresses(const Inet &inet);
+const Addresses &addresses_of(const Inet &inet, int side);
 
 /* Whoever opens a descriptor does so on one host; it stays there. */
 Descriptor on(const Namespace &host, const std::function<LONG()> &open);
@@ -43,19 +43,18 @@ Descriptor on(const Namespace &host, const std::function<LONG()> &open);
 /* A port of no test before. */
 int new_port();
 
-/* What a host sends and receives on all its interfaces, as tcpdump sees it. */
+/* What a host sends and receives from or to a port, as tcpdump sees it. */
 class Capture
 {
   public:
-    explicit Capture(const Namespace &where);
+    Capture(const Namespace &where, int port);
 
     /* A piece of data on its way, and where it went. */
     struct Chunk {
         std::string address, port, stream, ppid; /* as tcpdump writes them */
     };
 
-    /* Waits for a packet with this text, which has to come, and ends the capture. */
-    std::vector<Chunk> data_until(const std::string &last);
+    std::vector<Chunk> data(); /* waits for the end of an association, and ends the capture */
 
   private:
     Peer tcpdump;
@@ -66,23 +65,11 @@ class Capture
 std::vector<kel_sockaddr_t> records(const Inet &inet, const Addresses &addresses, int port);
 
 /* An array of texts as the module takes it. */
-class Texts
-{
-  public:
+struct Texts {
     explicit Texts(Addresses addresses);
     Texts(const Texts &) = delete;
     Texts &operator=(const Texts &) = delete;
 
-    CHAR **array()
-    {
-        return pointers.data();
-    }
-    LONG count() const
-    {
-        return (LONG)texts.size();
-    }
-
-  private:
     Addresses texts;
     std::vector<CHAR *> pointers;
 };
@@ -101,10 +88,8 @@ Addresses locals_of(LONG sockfd, sctp_assoc_t id = 0);
 
 struct sctp_initmsg streams(int out, int in);
 struct sctp_event_subscribe subscription(std::initializer_list<uint8_t sctp_event_subscribe::*> flags);
-std::string flags_of(const struct sctp_event_subscribe &events); /* ten digits */
-std::string events_of(LONG sockfd);                              /* what the kernel keeps */
 
-/* An option of an association, which is read without a failure. */
+/* An option of an association, which is read and set without a failure. */
 template <typename Record> Record query(LONG sockfd, sctp_assoc_t id, int opt, Record record = {})
 {
     socklen_t size = sizeof(record);
@@ -112,6 +97,11 @@ template <typename Record> Record query(LONG sockfd, sctp_assoc_t id, int opt, R
     EXPECT_EQ(size, sizeof(record));
     return record;
 }
+template <typename Record> void set(LONG sockfd, int name, const Record &record, int level = SOL_SCTP)
+{
+    EXPECT_EQ(kel_setsockopt(sockfd, level, name, &record, sizeof(record)), 0) << strerror(errno);
+}
+void reset_when_closed(LONG sockfd);
 
 struct sctp_paddrinfo path_of(LONG sockfd, sctp_assoc_t id, const kel_sockaddr_t &address);
 std::string text_of(const struct sockaddr_storage &address);
@@ -142,80 +132,59 @@ template <typename Record> Record next_event(LONG sockfd, int type)
     return record;
 }
 
+/* The next one tells that an association has come into this state. */
+struct sctp_assoc_change expect_change(LONG sockfd, int state);
+
 void send_message(LONG sockfd, const std::string &data, const kel_sockaddr_t &to, int stream = 0, uint32_t ppid = 0);
 void send_message(LONG sockfd, const std::string &data, sctp_assoc_t id, int stream = 0, uint32_t ppid = 0);
-void expect_message(LONG sockfd, const std::string &data);
-
-/* Numbered messages on one stream, of a thousand bytes each, compared as they arrive. */
-class Transfer
-{
-  public:
-    Transfer(LONG sender, LONG receiver) : from(sender), to(receiver)
-    {
-    }
-
-    void fill(uint32_t ppid, size_t limit); /* until the kernel takes no more, or that many have been sent */
-    void drain();                           /* until all that were sent have arrived */
-    size_t sent() const
-    {
-        return next_sent;
-    }
-
-  private:
-    LONG from, to;
-    size_t next_sent = 0, next_arrived = 0;
-};
+Message expect_message(LONG sockfd, const std::string &data);
 
 /* ---- Associations ------------------------------------------------------------------------------------------------ */
 
 /* One to one: from a client on the near host to a server on the far one, over both paths. */
 struct OneToOne {
     Descriptor listener, client, server;
-    int port;
-    sctp_assoc_t id; /* the client's */
+    std::vector<kel_sockaddr_t> peers; /* the server's */
+    sctp_assoc_t id;                   /* the client's */
 };
 
 /* One to many: either socket may have more associations than this one, which the client set up. */
 struct OneToMany {
     Descriptor client, server;
-    int port;
+    std::vector<kel_sockaddr_t> peers;
     sctp_assoc_t client_id, server_id;
 };
 
-/* One test: nothing stays allocated, nor do descriptors stay open. */
+/* One test: nothing stays allocated, nor do descriptors stay open. The network is that of the test before, unless that
+ * has altered it or failed. */
 class LiveSctp : public LiveInet
 {
   protected:
+    LiveSctp();
+    ~LiveSctp() override;
     void SetUp() override;
     void TearDown() override;
 
-    const Inet &inet = GetParam();
-    const Addresses near = near_addresses(inet), far = far_addresses(inet);
-    Network network;
+    Network &network;
     const Namespace &near_host = network.near, &far_host = network.far;
+    const Addresses near = addresses_of(inet, 0), far = addresses_of(inet, 1);
+    struct sctp_initmsg ten = streams(10, 10);
 
     std::vector<kel_sockaddr_t> far_records(int port)
     {
         return records(inet, far, port);
     }
 
-    using Events = const struct sctp_event_subscribe *;
+    using Events = struct sctp_event_subscribe *;
     Descriptor one2one_server(int port, Events events = nullptr);
     Descriptor one2one_client(int port, Events events = nullptr, sctp_assoc_t *id = nullptr);
     Descriptor one2many_server(int port, Events events = nullptr);
     Descriptor one2many_client(Events events = nullptr);
-    OneToOne one2one(Events client_events = nullptr, Events server_events = nullptr);
+    OneToOne one2one(Events client_events = nullptr, Events server_events = nullptr, int port = new_port());
     OneToMany one2many();
 
   private:
     long allocated_before = 0;
 };
-
-/* Blocks of tc_malloc() that tc_free() has not had yet. */
-long allocated();
-
-/* A call that fails, and exactly these texts on the console, each without colour, function and line. */
-void expect_failure(const std::function<LONG()> &call, const std::vector<std::string> &reports);
-void expect_reports(const Reports &shown, const std::vector<std::string> &reports);
 
 #endif

@@ -1,30 +1,22 @@
 /* SCTP with programs that were written elsewhere, as their server and as their client. */
 #include "live_sctp.h"
 
-#include <string.h>
-
 namespace
 {
 
 class LiveSctpPeers : public LiveSctp
 {
   protected:
-    Descriptor server(int port)
-    {
-        struct sctp_initmsg initmsg = streams(10, 10);
-        Texts texts(far);
-        return on(far_host, [&] {
-            return kel_sctp_server_one2one_str_create(inet.family, texts.array(), 2, (SHORT)port, 5, &initmsg, NULL);
-        });
-    }
+    const int port = new_port();
+    const std::string number = std::to_string(port);
 
-    Descriptor client(int port)
+    Descriptor client() /* which knows one address of its peer */
     {
-        struct sctp_initmsg initmsg = streams(10, 10);
         Texts texts({far[0]});
         sctp_assoc_t id;
         return on(near_host, [&] {
-            return kel_sctp_client_one2one_str_create(inet.family, texts.array(), 1, (SHORT)port, &initmsg, NULL, &id);
+            return kel_sctp_client_one2one_str_create(inet.family, texts.pointers.data(), 1, (SHORT)port, &ten, NULL,
+                                                      &id);
         });
     }
 
@@ -36,19 +28,12 @@ class LiveSctpPeers : public LiveSctp
     std::string received_messages(LONG sockfd, size_t size)
     {
         std::string data;
-        while (data.size() < size) {
+        for (bool more = true; more && data.size() < size;) {
             std::string message = next(sockfd).data;
-            if (message.empty()) {
-                break;
-            }
+            more = !message.empty();
             data += message;
         }
         return data;
-    }
-
-    std::string socat(const std::string &kind)
-    {
-        return "SCTP" + std::string(inet.socat) + kind;
     }
 
     void expect_both_directions(LONG connection, Peer &peer)
@@ -63,9 +48,9 @@ class LiveSctpPeers : public LiveSctp
     }
 
     /* The program ends first. */
-    void expect_server_talks_to(int port, const std::vector<std::string> &command)
+    void expect_server_talks_to(const std::vector<std::string> &command)
     {
-        Descriptor listener = server(port);
+        Descriptor listener = one2one_server(port);
         Peer peer(command, &near_host);
         Descriptor connection = accepted(listener);
 
@@ -78,11 +63,11 @@ class LiveSctpPeers : public LiveSctp
     }
 
     /* The module ends first. */
-    void expect_client_talks_to(int port, const std::vector<std::string> &command, const std::string &listening)
+    void expect_client_talks_to(const std::vector<std::string> &command)
     {
         Peer peer(command, &far_host);
-        peer.wait_until_it_says(listening);
-        Descriptor connection = client(port);
+        peer.wait_until_it_says("istening on");
+        Descriptor connection = client();
 
         expect_both_directions(connection, peer);
 
@@ -94,41 +79,27 @@ class LiveSctpPeers : public LiveSctp
 
 INSTANTIATE_FOR_IPV4_AND_IPV6(LiveSctpPeers);
 
-TEST_P(LiveSctpPeers, ServerTalksToSocat)
+TEST_P(LiveSctpPeers, TalksToSocat)
 {
-    int port = new_port();
-    expect_server_talks_to(port, {"socat", "-", socat("") + ":" + in_brackets(far[1]) + ":" + std::to_string(port)});
-}
-
-TEST_P(LiveSctpPeers, ClientTalksToSocat)
-{
-    int port = new_port();
+    const std::string socat = "SCTP" + std::string(inet.socat);
+    expect_server_talks_to({"socat", "-", socat + ":" + in_brackets(far[1]) + ":" + number});
     expect_client_talks_to(
-        port,
-        {"socat", "-d", "-d", socat("-LISTEN") + ":" + std::to_string(port) + ",bind=" + in_brackets(far[0]), "-"},
-        "listening on");
+        {"socat", "-d", "-d", socat + "-LISTEN:" + number + ",reuseaddr,bind=" + in_brackets(far[0]), "-"});
 }
 
-TEST_P(LiveSctpPeers, ServerTalksToNcat)
+TEST_P(LiveSctpPeers, TalksToNcat)
 {
-    int port = new_port();
-    expect_server_talks_to(port, {"ncat", "--sctp", inet.ncat, far[1], std::to_string(port)});
-}
-
-TEST_P(LiveSctpPeers, ClientTalksToNcat)
-{
-    int port = new_port();
-    expect_client_talks_to(port, {"ncat", "-v", "-l", "--sctp", inet.ncat, far[0], std::to_string(port)},
-                           "Listening on");
+    expect_server_talks_to({"ncat", "--sctp", inet.ncat, far[1], number});
+    expect_client_talks_to({"ncat", "-v", "-l", "--sctp", inet.ncat, far[0], number});
 }
 
 TEST_P(LiveSctpPeers, OneToManyServerTalksToDarnOverBothPaths)
 {
-    int port = new_port(), theirs = new_port();
+    int theirs = new_port();
     Descriptor listener = one2many_server(port);
-    Peer peer({"sctp_darn", "-H", near[0], "-B", near[1], "-P", std::to_string(theirs), "-h", far[0], "-p",
-               std::to_string(port), "-s"},
-              &near_host);
+    Peer peer(
+        {"sctp_darn", "-H", near[0], "-B", near[1], "-P", std::to_string(theirs), "-h", far[0], "-p", number, "-s"},
+        &near_host);
 
     peer.write("hello from elsewhere\n");
 
@@ -140,11 +111,10 @@ TEST_P(LiveSctpPeers, OneToManyServerTalksToDarnOverBothPaths)
 
 TEST_P(LiveSctpPeers, ClientTalksToDarnOverBothPaths)
 {
-    int port = new_port();
-    Peer peer({"stdbuf", "-oL", "sctp_darn", "-H", far[0], "-B", far[1], "-P", std::to_string(port), "-l"}, &far_host);
+    Peer peer({"stdbuf", "-oL", "sctp_darn", "-H", far[0], "-B", far[1], "-P", number, "-l"}, &far_host);
     Descriptor connection;
     while (connection == KEL_ERROR) { /* refused until the program listens, which it does not say */
-        connection = client(port);
+        connection = client();
     }
 
     EXPECT_EQ(peers_of(connection), named(far_records(port))) << "the client was told of the second one";
