@@ -72,14 +72,12 @@ std::string address(const struct sockaddr *addr, socklen_t length)
 long answered(const std::string &name, const std::string &arguments, long usual)
 {
     Answer a = state->script ? state->script(name, usual) : Answer{usual, 0};
-    std::string line = text("%s(%s) = %ld", name.c_str(), arguments.c_str(), a.result);
+    std::string line = name + "(" + arguments + ") = " + std::to_string(a.result);
     if (a.error != 0) {
-        line += text(" errno %d", a.error);
-    }
-    state->trace.push_back(line);
-    if (a.error != 0) {
+        line += " errno " + std::to_string(a.error);
         errno = a.error;
     }
+    state->trace.push_back(std::move(line));
     return a.result;
 }
 
