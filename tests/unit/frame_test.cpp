@@ -17,10 +17,6 @@ int frame_used_on;
 namespace
 {
 
-#define USE(name) cpp_##name
-#define TABLE frame_uses_cpp
-#include "frame_uses.inc"
-
 std::string at_line(const std::string &function)
 {
     return function + "." + std::to_string(frame_used_on);

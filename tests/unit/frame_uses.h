@@ -1,6 +1,6 @@
 /*
  * Uses of every macro of kel_lib.h, as functions in a table. C and C++ expand the macros differently, so frame_uses.inc
- * defines them in either language: frame_uses_c.c and frame_test.cpp include it, each with a prefix of its own.
+ * defines them in either language: frame_uses_c.c and frame_uses_cpp.cpp include it, each with a prefix of its own.
  */
 #ifndef TESTS_UNIT_FRAME_USES_H
 #define TESTS_UNIT_FRAME_USES_H
@@ -32,7 +32,7 @@ struct frame_uses {
     void (*assertions)(LONG wide);
 };
 
-extern const struct frame_uses frame_uses_c;
+extern const struct frame_uses frame_uses_c, frame_uses_cpp;
 
 #ifdef __cplusplus
 }
