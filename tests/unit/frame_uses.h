@@ -26,7 +26,7 @@ struct frame_uses {
     void (*raw)(void);
     void (*log)(void);
     ULONG (*log_module)(void);
-    int (*question)(int level, const char *name);
+    int (*question)(const char *name);
     BOOL (*print_check)(int level, const char *function, int line);
     BOOL (*one_statement_each)(BOOL reported);
     void (*assertions)(LONG wide);
