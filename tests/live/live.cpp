@@ -10,7 +10,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -34,13 +33,6 @@ constexpr double usual = 0.005; /* seconds that such a machine takes at most to 
 
 bool gave_up;                            /* something that was waited for did not come */
 volatile sig_atomic_t limit_was_reached; /* the test's own */
-
-void make_pipe(int ends[2])
-{
-    if (pipe2(ends, O_CLOEXEC) == -1) {
-        fail_set_up("pipe2");
-    }
-}
 
 int time_to_wait()
 {
@@ -156,9 +148,11 @@ Peer::Peer(std::vector<std::string> command, const Namespace *where)
     arguments.push_back(nullptr);
 
     int in[2], out[2], err[2];
-    make_pipe(in);
-    make_pipe(out);
-    make_pipe(err);
+    for (int *ends : {in, out, err}) {
+        if (pipe2(ends, O_CLOEXEC) == -1) {
+            fail_set_up("pipe2");
+        }
+    }
     pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -268,35 +262,6 @@ int Peer::exit_status()
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-/* ---- Console ----------------------------------------------------------------------------------------------------- */
-
-Reports::Reports() : file(memfd_create("console", MFD_CLOEXEC)), former(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
-{
-    fflush(stdout);
-    dup2(file, STDOUT_FILENO);
-    host_filter_clear();
-}
-
-Reports::~Reports()
-{
-    host_filter_add("*", HOST_EVERY_LEVEL);
-    std::string shown = text();
-    dup2(former, STDOUT_FILENO);
-    if (testing::Test::HasFailure()) { /* the failure's own text is in it */
-        fputs(shown.c_str(), stdout);
-    }
-    ::close(former);
-    ::close(file);
-}
-
-std::string Reports::text() const
-{
-    fflush(stdout);
-    std::string text((size_t)lseek(file, 0, SEEK_END), '\0');
-    EXPECT_EQ(pread(file, text.data(), text.size(), 0), (ssize_t)text.size());
-    return text;
-}
-
 /* ---- Frame of a test --------------------------------------------------------------------------------------------- */
 
 Live::Live()
@@ -327,11 +292,6 @@ void Live::TearDown()
     EXPECT_EQ(limit_was_reached, 0) << "not done after " << 4 * patience * slowness() << " seconds";
 }
 
-void PrintTo(const Inet &inet, std::ostream *out)
-{
-    *out << inet.name;
-}
-
 std::string Inet::socat_address() const
 {
     return family == KEL_AF_INET6 ? "[" + std::string(loopback) + "]" : loopback;
@@ -356,20 +316,22 @@ std::string name_of_inet(const testing::TestParamInfo<Inet> &info)
 
 /* ---- Records and ports ------------------------------------------------------------------------------------------- */
 
-kel_sockaddr_t name_of(LONG sockfd)
+static kel_sockaddr_t told(LONG (*call)(LONG, kel_sockaddr_t *), LONG sockfd)
 {
     kel_sockaddr_t record;
     memset(&record, 0, sizeof(record));
-    EXPECT_EQ(kel_getsockname(sockfd, &record), KEL_OK) << strerror(errno);
+    EXPECT_EQ(call(sockfd, &record), KEL_OK) << strerror(errno);
     return record;
+}
+
+kel_sockaddr_t name_of(LONG sockfd)
+{
+    return told(kel_getsockname, sockfd);
 }
 
 kel_sockaddr_t peer_of(LONG sockfd)
 {
-    kel_sockaddr_t record;
-    memset(&record, 0, sizeof(record));
-    EXPECT_EQ(kel_getpeername(sockfd, &record), KEL_OK) << strerror(errno);
-    return record;
+    return told(kel_getpeername, sockfd);
 }
 
 int port_of(LONG sockfd)

@@ -76,11 +76,8 @@ class Peer
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
 
-    /* Waits until its standard error says so; fails the test with all that it said if it ends first. */
-    void wait_until_it_says(const std::string &text);
-
-    /* All of its output up to a text, which has to come. */
-    std::string read_until(const std::string &text);
+    void wait_until_it_says(const std::string &text); /* on its standard error */
+    std::string read_until(const std::string &text);  /* all of its output up to a text, which has to come */
 
     void write(const std::string &data);
     void end_input();
@@ -104,30 +101,13 @@ class Peer
     Source output, errors;
 };
 
-/* Shows every report on the console, where the tests suppress them, and collects what the console is given. */
-class Reports
-{
-  public:
-    Reports();
-    ~Reports();
-    Reports(const Reports &) = delete;
-    Reports &operator=(const Reports &) = delete;
-
-    std::string text() const;
-
-  private:
-    int file, former;
-};
-
 /* One test: a time limit, no reports on the console, and as many descriptors open after it as before. At the limit,
  * whatever waits in the kernel returns with EINTR, and nothing is waited for any more: the test ends, and fails. */
 class Live : public testing::Test
 {
-  public:
+  protected:
     Live();
     ~Live() override;
-
-  protected:
     void SetUp() override;
     void TearDown() override;
 
@@ -147,7 +127,10 @@ struct Inet {
 
     std::string socat_address() const; /* loopback, in brackets where they are needed */
 };
-void PrintTo(const Inet &inet, std::ostream *out);
+inline void PrintTo(const Inet &inet, std::ostream *out)
+{
+    *out << inet.name;
+}
 const Inet &ipv4();
 const Inet &ipv6();
 

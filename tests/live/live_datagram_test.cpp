@@ -149,18 +149,6 @@ TEST_P(LiveUdp, ClientSendsFromItsRecordIfItCan)
     }
 }
 
-TEST_P(LiveUdp, ConnectedSocketLearnsThatNobodyListens)
-{
-    Descriptor sender = client();
-    char byte = 0;
-
-    EXPECT_EQ(kel_connect(sender, &record), KEL_OK);
-    EXPECT_EQ(kel_send(sender, &byte, 1, 0), 1);
-    ASSERT_TRUE(wait_for(sender, POLLIN));
-    EXPECT_EQ(kel_recv(sender, &byte, 1, 0), KEL_ERROR);
-    EXPECT_EQ(errno, ECONNREFUSED);
-}
-
 /* ---- Local ------------------------------------------------------------------------------------------------------- */
 
 class LiveLocalDatagram : public Live

@@ -37,71 +37,33 @@ struct Constructor {
     LONG (*open)(Call &);
 };
 
+#define BY_RECORDS c.server.data(), c.count, no_port
+#define BY_TEXTS c.texts.pointers.data(), c.count, c.port
+#define WITHOUT_A_LIST NULL, 2, c.port
+#define SERVER(kind, ...)                                                                                              \
+    [](Call &c) { return kel_sctp_server_##kind(c.family, __VA_ARGS__, c.backlog, &c.initmsg, c.events); }
+#define CLIENT(kind, list, ...)                                                                                        \
+    [](Call &c) { return kel_sctp_client_##kind(c.family, list, &c.initmsg, c.events __VA_ARGS__); }
+#define MINE , c.mine.data(), (LONG)c.mine.size()
+#define ID , &c.id
+
 constexpr Constructor servers[] = {
-    {"one2one_create", false, false,
-     [](Call &c) {
-         return kel_sctp_server_one2one_create(c.family, c.server.data(), c.count, no_port, c.backlog, &c.initmsg,
-                                               c.events);
-     }},
-    {"one2one_create without a list", false, true,
-     [](Call &c) {
-         return kel_sctp_server_one2one_create(c.family, NULL, 2, c.port, c.backlog, &c.initmsg, c.events);
-     }},
-    {"one2one_str_create", false, false,
-     [](Call &c) {
-         return kel_sctp_server_one2one_str_create(c.family, c.texts.pointers.data(), c.count, c.port, c.backlog,
-                                                   &c.initmsg, c.events);
-     }},
-    {"one2one_str_create without a list", false, true,
-     [](Call &c) {
-         return kel_sctp_server_one2one_str_create(c.family, NULL, 2, c.port, c.backlog, &c.initmsg, c.events);
-     }},
-    {"one2many_create", true, false,
-     [](Call &c) {
-         return kel_sctp_server_one2many_create(c.family, c.server.data(), c.count, no_port, c.backlog, &c.initmsg,
-                                                c.events);
-     }},
-    {"one2many_str_create", true, false,
-     [](Call &c) {
-         return kel_sctp_server_one2many_str_create(c.family, c.texts.pointers.data(), c.count, c.port, c.backlog,
-                                                    &c.initmsg, c.events);
-     }},
-    {"one2many_str_create without a list", true, true,
-     [](Call &c) {
-         return kel_sctp_server_one2many_str_create(c.family, NULL, 2, c.port, c.backlog, &c.initmsg, c.events);
-     }},
+    {"one2one_create", false, false, SERVER(one2one_create, BY_RECORDS)},
+    {"one2one_create without a list", false, true, SERVER(one2one_create, WITHOUT_A_LIST)},
+    {"one2one_str_create", false, false, SERVER(one2one_str_create, BY_TEXTS)},
+    {"one2one_str_create without a list", false, true, SERVER(one2one_str_create, WITHOUT_A_LIST)},
+    {"one2many_create", true, false, SERVER(one2many_create, BY_RECORDS)},
+    {"one2many_str_create", true, false, SERVER(one2many_str_create, BY_TEXTS)},
+    {"one2many_str_create without a list", true, true, SERVER(one2many_str_create, WITHOUT_A_LIST)},
 };
 
 constexpr Constructor clients[] = {
-    {"one2one_create", false, false,
-     [](Call &c) {
-         return kel_sctp_client_one2one_create(c.family, c.server.data(), c.count, no_port, &c.initmsg, c.events,
-                                               &c.id);
-     }},
-    {"one2one_create_bind", false, false,
-     [](Call &c) {
-         return kel_sctp_client_one2one_create_bind(c.family, c.server.data(), c.count, no_port, &c.initmsg, c.events,
-                                                    &c.id, c.mine.data(), (LONG)c.mine.size());
-     }},
-    {"one2one_str_create", false, false,
-     [](Call &c) {
-         return kel_sctp_client_one2one_str_create(c.family, c.texts.pointers.data(), c.count, c.port, &c.initmsg,
-                                                   c.events, &c.id);
-     }},
-    {"one2many_create", true, false,
-     [](Call &c) {
-         return kel_sctp_client_one2many_create(c.family, c.server.data(), c.count, no_port, &c.initmsg, c.events);
-     }},
-    {"one2many_create_bind", true, false,
-     [](Call &c) {
-         return kel_sctp_client_one2many_create_bind(c.family, c.server.data(), c.count, no_port, &c.initmsg, c.events,
-                                                     c.mine.data(), (LONG)c.mine.size());
-     }},
-    {"one2many_str_create", true, false,
-     [](Call &c) {
-         return kel_sctp_client_one2many_str_create(c.family, c.texts.pointers.data(), c.count, no_port, &c.initmsg,
-                                                    c.events);
-     }},
+    {"one2one_create", false, false, CLIENT(one2one_create, BY_RECORDS, ID)},
+    {"one2one_create_bind", false, false, CLIENT(one2one_create_bind, BY_RECORDS, ID MINE)},
+    {"one2one_str_create", false, false, CLIENT(one2one_str_create, BY_TEXTS, ID)},
+    {"one2many_create", true, false, CLIENT(one2many_create, BY_RECORDS, )},
+    {"one2many_create_bind", true, false, CLIENT(one2many_create_bind, BY_RECORDS, MINE)},
+    {"one2many_str_create", true, false, CLIENT(one2many_str_create, BY_TEXTS, )},
 };
 
 /* What a socket reads back as the events that it was given; without any, data_io alone is set. */

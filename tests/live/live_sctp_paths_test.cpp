@@ -155,16 +155,6 @@ TEST_P(LiveSctpPaths, AssociationEndsWhenNoPathIsLeft)
     EXPECT_EQ(expect_change(pair.client, SCTP_COMM_LOST).sac_error, SCTP_FAILED_THRESHOLD);
 }
 
-TEST_P(LiveSctpPaths, SilentPeerIsGivenUpAsTheInitMessageSays)
-{
-    network.cut_all();
-    ten.sinit_max_attempts = 1;
-    ten.sinit_max_init_timeo = 10;
-
-    EXPECT_EQ(one2one_client(new_port()), KEL_ERROR);
-    EXPECT_EQ(errno, ETIMEDOUT);
-}
-
 TEST_P(LiveSctpPaths, TenThousandMessagesArriveInOrder)
 {
     OneToOne pair = one2one();

@@ -1,7 +1,6 @@
 /* Stream endpoints: TCP over either IP family, and local ones. */
 #include "live.h"
 
-#include <poll.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -203,23 +202,6 @@ TEST_P(LiveTcp, ClientConnectsFromItsRecordIfItCan)
         EXPECT_EQ(port_of(connected) == port.number, record == &mine);
         connected.close(); /* first, so that the port is not the server's to linger on */
     }
-}
-
-TEST_P(LiveTcp, SendAfterAResetTellsWhy)
-{
-    Descriptor listener(kel_tcp_server_socket_create(inet.family, inet.loopback, 0, 5));
-    Descriptor connected(kel_tcp_client_socket_create(inet.family, inet.loopback, (SHORT)port_of(listener)));
-    Descriptor connection = accepted(listener);
-    struct linger now = {1, 0};
-    EXPECT_EQ(kel_setsockopt(connection, SOL_SOCKET, SO_LINGER, &now, sizeof(now)), 0);
-    connection.close();
-    ASSERT_TRUE(wait_for(connected, POLLIN));
-    char byte = 0;
-
-    EXPECT_EQ(kel_recv(connected, &byte, 1, 0), KEL_ERROR);
-    EXPECT_EQ(errno, ECONNRESET);
-    EXPECT_EQ(kel_send(connected, &byte, 1, MSG_NOSIGNAL), KEL_ERROR);
-    EXPECT_EQ(errno, EPIPE);
 }
 
 /* ---- Local ------------------------------------------------------------------------------------------------------- */
