@@ -242,7 +242,7 @@ TEST_P(Macros, LogCarriesModuleLevelAndPlaceAndAsksNobody)
     use.log();
 
     EXPECT_EQ(recording.trace(), (sys::Trace{logged(5, 5, name("log"), "%d lost", "4 lost"),
-                                             logged(6, 1, name("log"), "lost", "lost", 1)}));
+                                             logged(0x100000006, 0x12345, name("log"), "lost", "lost", 1)}));
 }
 
 TEST_P(Macros, LogTakesTheIdentifierOfThePrintFilter)
