@@ -4,6 +4,7 @@
 #include "recogniser.h"
 #include "trace.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -38,16 +39,27 @@ void expect_ipv6_as_recognised(std::string text)
     }
 }
 
-/* Every text of up to three digits: 1, 10, 100 and 1,000 of them. */
-std::vector<std::string> short_fields()
+/*
+ * 2,375 fields: every text of up to three digits (1, 10, 100 and 1,000), every one of three with a zero in front, and
+ * five numbers with 22 characters in place of each of their 12 digits.
+ */
+std::vector<std::string> fields()
 {
-    std::vector<std::string> fields{""};
-    for (int digits = 1, end = 10; digits <= 3; digits++, end *= 10) {
+    std::vector<std::string> all{""};
+    for (int digits = 1, end = 10; digits <= 4; digits++, end = std::min(10 * end, 1000)) {
         for (int number = 0; number < end; number++) {
-            fields.push_back(sys::text("%0*d", digits, number));
+            all.push_back(sys::text("%0*d", digits, number));
         }
     }
-    return fields;
+    for (const std::string number : {"1", "22", "199", "249", "255"}) {
+        for (size_t i = 0; i < number.size(); i++) {
+            for (char character : std::string("/:;. ,+-xXaAfFgG%\t\n@`_")) {
+                all.push_back(number);
+                all.back()[i] = character;
+            }
+        }
+    }
+    return all;
 }
 
 /* A text of four fields, one of which is given. */
@@ -61,29 +73,18 @@ std::string dotted(size_t position, const std::string &field)
     return text;
 }
 
-/*
- * In each of the four positions: the 1,111 short fields, 1,000 of four digits, and each of 90 characters that are no
- * digits before, in and behind a number.
- */
-TEST(Ipv4Check, AcceptsWhatIsRecognised)
+TEST(Ipv4Check, AcceptsTheFieldsThatAreRecognised)
 {
-    std::vector<std::string> fields = short_fields();
-    for (int number = 0; number < 1000; number++) {
-        fields.push_back(sys::text("%04d", number));
-    }
-    for (int c = 1; c < 128; c++) {
-        if ((isprint(c) || isspace(c)) && !isdigit(c)) {
-            const std::string character(1, (char)c);
-            fields.insert(fields.end(), {character + "1", "1" + character + "2", "1" + character});
-        }
-    }
-    EXPECT_EQ(4 * fields.size(), 9524u);
-    for (size_t position = 0; position < 4; position++) {
-        for (const std::string &field : fields) {
+    EXPECT_EQ(4 * fields().size(), 9500u);
+    for (const std::string &field : fields()) {
+        for (size_t position = 0; position < 4; position++) {
             expect_ipv4_as_recognised(dotted(position, field));
         }
     }
+}
 
+TEST(Ipv4Check, AcceptsFourFields)
+{
     for (const char *text : {"", "1", "1.2", "1.2.3", "1.2.3.4.5", ".1.2.3.4", "1.2.3.4.", "1,2,3,4", "::1"}) {
         expect_ipv4_as_recognised(text);
     }
@@ -129,8 +130,8 @@ TEST(Ipv6Check, AcceptsTheShapesThatAreRecognised)
 /* In every shape of an address, each character replaced by each of these, by none, and by more digits. */
 TEST(Ipv6Check, AcceptsTheCharactersThatAreRecognised)
 {
-    const char *const replacements[] = {"",  "0", "9", "a", "f", "A", "F", "g", "G",  "/",    "@",
-                                        "`", "x", "%", "[", "]", " ", "-", ".", "\n", "0000", "1.2"};
+    const char *const replacements[] = {"",  "0", "9", "a", "f", "A", "F", "g", "G",  "/",    "@",  "`",
+                                        ":", ";", "%", "[", "]", " ", "-", ".", "\n", "0000", "1.2"};
     size_t addresses = 0;
     for (const std::string &shape : ipv6_shapes()) {
         if (is_ipv6_text(shape)) {
@@ -145,14 +146,12 @@ TEST(Ipv6Check, AcceptsTheCharactersThatAreRecognised)
     EXPECT_EQ(addresses, 58u); /* one compression or none: 1 + 35, and 1 + 21 with a dotted tail */
 }
 
-/* Behind every number of groups, each of the 1,111 short fields in each position. */
 TEST(Ipv6Check, AcceptsTheDottedTailsThatAreRecognised)
 {
-    for (const char *head : {"1:2:3:4:5:6:", "1:2:3:4:5::", "1:2:3:4::", "1:2:3::", "1:2::", "1::", "::"}) {
+    for (const std::string &field : fields()) {
         for (size_t position = 0; position < 4; position++) {
-            for (const std::string &field : short_fields()) {
-                expect_ipv6_as_recognised(head + dotted(position, field));
-            }
+            expect_ipv6_as_recognised("1:2:3:4:5:6:" + dotted(position, field));
+            expect_ipv6_as_recognised("::" + dotted(position, field));
         }
     }
 }
