@@ -1,6 +1,5 @@
-/* Hosts that a test makes for itself: network namespaces, and wires between them. They are made by messages to the
- * kernel, since a user-mode kernel takes long to start a program. Nothing has to be undone: they end with the objects.
- */
+/* Hosts that a test makes for itself: network namespaces, and wires between them. Nothing has to be undone: they end
+ * with the objects. */
 #ifndef TESTS_LIVE_HOSTS_H
 #define TESTS_LIVE_HOSTS_H
 
@@ -35,22 +34,17 @@ class Namespace
 /* One end of a wire. */
 struct Interface {
     const Namespace &host;
-    std::string name;
-    std::string mac = ""; /* six bytes, or the kernel's choice */
+    std::string name, mac;
 };
 
-/* Joins two hosts. The interfaces are down and have no addresses but those that they are given. */
+/* Has ip(8) or tc(8) carry out commands on a host, one a line. */
+void configure(const Namespace &host, const std::string &commands, const std::string &program = "ip");
+
+/* Joins two hosts: what is sent from then on arrives. The interfaces have no addresses. */
 void lay_wire(const Interface &one, const Interface &other);
 
-/* Brings both ends up; what is sent from then on arrives. */
-void connect_wire(const Interface &one, const Interface &other);
-
-void set_link(const Interface &end, bool up);
-void add_address(const Interface &end, int family, const std::string &address, int prefix_length);
-
-/* Saves the hosts a search for each other, which takes its time and fails from the address of another wire. */
-void add_neighbour(const Interface &end, int family, const std::string &address, const std::string &mac);
-void set_loss(const Interface &end, bool total); /* of all that it sends */
+/* Waits until an IPv6 address that an interface has been given is reached: the kernel makes its route later. */
+void await_address(const Namespace &host, const std::string &address);
 
 /* A number under /proc/sys. */
 void write_setting(const Namespace &host, const std::string &name, int value);

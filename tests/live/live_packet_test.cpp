@@ -24,12 +24,8 @@ class LivePacket : public Live
     /* Two wires to another host. Without addresses, there is no traffic but the tests'. */
     LivePacket()
     {
-        const Interface first{own, near, near_mac}, first_end{other, far, far_mac};
-        const Interface second{own, beside}, second_end{other, "kel3"};
-        lay_wire(first, first_end);
-        lay_wire(second, second_end);
-        connect_wire(first, first_end);
-        connect_wire(second, second_end);
+        lay_wire({own, near, "02:00:00:00:00:0a"}, {other, far, "02:00:00:00:00:0b"});
+        lay_wire({own, beside, "02:00:00:00:00:0c"}, {other, "kel3", "02:00:00:00:00:0d"});
     }
 
     Descriptor open(int protocol, const char *interface = near)

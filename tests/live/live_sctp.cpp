@@ -32,9 +32,9 @@ constexpr struct {
     {"net/ipv6/conf/all/keep_addr_on_down", 1},
 };
 
-std::string mac(char path, char side)
+std::string mac(int path, int side)
 {
-    return {2, 0, 0, 0, path, side};
+    return "02:00:00:00:0" + std::to_string(path) + ":0" + std::to_string(side);
 }
 
 Addresses list_of(LONG (*get)(LONG, sctp_assoc_t, kel_sockaddr_t **), LONG (*release)(kel_sockaddr_t *), LONG sockfd,
@@ -86,15 +86,24 @@ Network::Network()
         set(setting.name, setting.value);
     }
     altered = false;
-    for (int path = 0; path < 2; path++) { /* loopback stays down: its addresses would be in every list */
-        lay_wire(ends[path][0], ends[path][1]);
-        connect_wire(ends[path][0], ends[path][1]);
-        for (int side = 0; side < 2; side++) {
-            const Interface &end = ends[path][side], &peer = ends[path][1 - side];
+    for (const auto &path : ends) { /* loopback stays down: its addresses would be in every list */
+        lay_wire(path[0], path[1]);
+    }
+    for (int side = 0; side < 2; side++) {
+        std::string commands;
+        for (int path = 0; path < 2; path++) {
             for (const Inet *inet : {&ipv4(), &ipv6()}) {
-                add_address(end, inet->family, addresses_of(*inet, side)[path], inet->family == AF_INET ? 24 : 64);
-                add_neighbour(end, inet->family, addresses_of(*inet, 1 - side)[path], peer.mac);
+                const std::string length = inet->family == KEL_AF_INET6 ? "/64 nodad" : "/24";
+                const std::string device = " dev " + ends[path][side].name + "\n";
+                commands += "address add " + addresses_of(*inet, side)[path] + length + device;
+                /* Saves the hosts a search for each other, which takes its time and fails from another wire. */
+                commands += "neighbour add " + addresses_of(*inet, 1 - side)[path] + " lladdr " +
+                            ends[path][1 - side].mac + device;
             }
+        }
+        configure(ends[0][side].host, commands);
+        for (const std::string &address : addresses_of(ipv6(), side)) {
+            await_address(ends[0][side].host, address);
         }
     }
 }
@@ -119,11 +128,11 @@ void Network::carry(int path, Manner manner, bool all)
 {
     altered = true;
     if (manner == link_down) {
-        set_link(ends[path][0], all);
+        configure(near, "link set " + ends[path][0].name + (all ? " up\n" : " down\n"));
         return;
     }
     for (const Interface &end : ends[path]) {
-        set_loss(end, !all);
+        configure(end.host, (all ? "qdisc del dev " : "qdisc add dev ") + end.name + " root netem loss 100%\n", "tc");
     }
 }
 
