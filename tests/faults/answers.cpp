@@ -12,40 +12,46 @@ namespace
 using Answers = std::vector<sys::Answer>;
 
 constexpr long beyond_32_bits = 1L << 32;
-constexpr long beyond_16_bits = 0x12345;
+
+/* Results that a short would take for another: for -1, for 0 though it is negative, for 0, and for -1. */
+constexpr long beyond_16_bits = 0x1ffff;
+constexpr long negative = -0x10000;
+constexpr long positive = 0x10000;
+constexpr long not_minus_one = -0x10001;
 
 /* Results that no manual page names. The usual result and the error that no page names are added in front. */
 std::map<std::string, Answers> by_hand()
 {
-    const Answers plain = {{-2}, {1}, {beyond_16_bits}}; /* negative but not -1; not zero but no failure either */
-    const Answers descriptor = {{-2}, {0}, {beyond_16_bits}};
-    const Answers list_count = {{-2}, {0}, {1}}; /* of addresses: also none with a list, and one without */
-    const Answers short_count = {{-2}, {0}, {1}, {beyond_16_bits}};
+    const Answers plain = {{negative}, {positive}, {beyond_16_bits}};
+    const Answers descriptor = {{not_minus_one}, {0}, {beyond_16_bits}};
+    const Answers list_count = {{not_minus_one}, {0}, {1}, {negative}}; /* also none with a list, and one without */
+    const Answers short_count = {{not_minus_one}, {0}, {1}, {beyond_16_bits}};
     const Answers count = {{beyond_32_bits - 1}, {0}, {1}, {-2}, {beyond_32_bits / 2}, {beyond_32_bits + 5},
                            {beyond_16_bits}};
     return {{"socket", descriptor},
             {"accept", descriptor},
-            {"bind", {{1}, {-2}}},
-            {"listen", {{1}, {-2}}},
-            {"connect", {{1}, {-2}}},
+            {"bind", {{positive}, {negative}}},
+            {"listen", {{positive}, {negative}}},
+            {"connect", {{positive}, {negative}}},
             {"getpeername", plain},
             {"getsockname", plain},
             {"getsockopt", plain},
             {"setsockopt", plain},
             {"close", plain},
             {"unlink", plain},
-            {"ioctl", {{-2}, {1}, sys::fail(ENODEV)}}, /* the answer for an interface that does not exist */
+            {"ioctl",
+             {{negative}, {beyond_16_bits}, sys::fail(ENODEV)}}, /* the answer for an interface that does not exist */
             {"recv", count},
             {"send", count},
             {"recvfrom", count},
             {"sendto", count},
-            {"if_nametoindex", {{-1}, {0}, {beyond_16_bits}}}, /* the highest index, which is no failure */
-            {"inet_pton", {{0}, {2}, {-2}}},
-            {"regcomp", {{REG_ESPACE}, {REG_BADPAT}}},
-            {"regexec", {{REG_NOMATCH}, {REG_ESPACE}}},
+            {"if_nametoindex", {{-1}, {0}, {positive}}}, /* the highest index, which is no failure */
+            {"inet_pton", {{0}, {2}, {positive + 1}}},
+            {"regcomp", {{REG_ESPACE}, {positive}}},
+            {"regexec", {{REG_NOMATCH}, {positive}}},
             {"regfree", {}},
             {"inet_ntop", {}}, /* cannot be made to fail: only its arguments can */
-            {"KEL_module_register", {{-1}, {5}, {beyond_16_bits}}},
+            {"KEL_module_register", {{-1}, {beyond_32_bits}, {beyond_32_bits + beyond_16_bits}}},
             {"tc_malloc", {}},
             {"tc_free", {}},
             {"sctp_getpaddrs", list_count},

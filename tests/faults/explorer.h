@@ -18,9 +18,6 @@
 constexpr int error_at_start = 4094;
 constexpr int console_error = 2000; /* and the number of the print, from 1 */
 
-/* What libsctp hands out with a message: the module has to keep the sign. */
-constexpr int received_flags = -0x8000;
-
 /* One outcome on a path: of a call, of a question to the print filter ("filter"), or of a report's prints ("console": 1
  * when they change errno). */
 struct Choice {
@@ -57,9 +54,11 @@ struct Caller {
     struct sctp_sndrcvinfo info;
     LONG flags;
 
-    /* What libsctp knows of an association: the addresses that it lists. Not handed to the module. */
-    kel_sockaddr_t listed[2];
-    size_t listed_count;
+    /* Not handed to the module: the addresses that libsctp lists, and what the system hands out. */
+    kel_sockaddr_t listed[3];
+    LONG listed_count;
+    LONG peer_length;
+    LONG received_flags;
 };
 extern Caller caller;
 

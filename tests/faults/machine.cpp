@@ -19,13 +19,6 @@ constexpr const char *red = "\033[1;31m";
 constexpr const char *end_of_colour = "\033[m";
 constexpr size_t record_size = 112;
 
-[[noreturn]]
-void give_up(const std::string &where, const std::string &why)
-{
-    fprintf(stderr, "%s: %s\n", where.c_str(), why.c_str());
-    exit(1);
-}
-
 bool compare(long left, Condition::Kind kind, long right)
 {
     switch (kind) {
@@ -95,8 +88,6 @@ long Machine::value(const Expression &expression, Frame &frame)
         return expression.number;
     case Expression::Variable:
         return frame.variables[(size_t)expression.number];
-    case Expression::Caller:
-        return reinterpret_cast<long>(memory_of_caller(expression.name));
     case Expression::Field:
         return load(value(of[0], frame), field(expression.number));
     case Expression::ElementOf: {
@@ -133,9 +124,6 @@ long Machine::value(const Expression &expression, Frame &frame)
         return call(*function, arguments);
     }
     const Callee *callee = system_function(expression.name);
-    if (callee == nullptr) {
-        give_up(frame.function.place, "no function has the name " + expression.name);
-    }
     arguments.resize(std::max(arguments.size(), callee->parameters));
     return callee->call(arguments.data());
 }
@@ -218,9 +206,6 @@ void Machine::step(const Statement &statement, Frame &frame)
     if (!statement.is_known) {
         statement.function = function_named(statement.use);
         statement.callee = statement.function == nullptr ? system_function(statement.use) : nullptr;
-        if (statement.function == nullptr && statement.callee == nullptr) {
-            give_up(statement.place, "no function has the name " + statement.use);
-        }
         statement.is_known = true;
     }
     long result;

@@ -54,7 +54,4 @@ class Machine
     std::deque<std::array<long, 16>> memories;
 };
 
-/* What a text calls "@name": memory that the caller hands to the module. */
-void *memory_of_caller(const std::string &name);
-
 #endif

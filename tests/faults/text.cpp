@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
+#include "calls.h"
 #include "kel_prv_socket.h"
 
 namespace
@@ -30,92 +29,42 @@ const FieldOf fields[] = {{"family", 0, 2, false},
                           {"answered_index", 16, 4, false},
                           {"answered_mac", 18, 0, false}};
 
-struct Token {
-    enum Kind { Word, Memory, Number, Text, Sign } kind;
-    std::string text; /* a text with its escapes replaced */
-    std::string source;
-    long number = 0;
-};
-
 struct Line {
     size_t indent;
     std::string place;
     std::string text;
-    std::vector<Token> tokens;
+    std::vector<std::string> tokens;
 };
-
-[[noreturn]]
-void give_up(const std::string &place, const std::string &why)
-{
-    fprintf(stderr, "%s: %s\n", place.c_str(), why.c_str());
-    exit(1);
-}
 
 /* ---- Lines and tokens -------------------------------------------------------------------------------------------- */
 
-std::string unescaped(const std::string &source, const std::string &place)
+/* Words, numbers, "@name", texts with their quotation marks, and signs, each as it is written. */
+std::vector<std::string> tokens(const std::string &text, const std::string &place)
 {
-    std::string text;
-    for (size_t i = 0; i < source.size(); i++) {
-        if (source[i] != '\\') {
-            text += source[i];
-            continue;
-        }
-        switch (source[++i]) {
-        case 'r':
-            text += '\r';
-            break;
-        case 'n':
-            text += '\n';
-            break;
-        case '0':
-            text += '\0';
-            break;
-        case '\\':
-            text += '\\';
-            break;
-        default:
-            give_up(place, "unknown escape in \"" + source + '"');
-        }
-    }
-    return text;
-}
-
-std::vector<Token> tokens(const std::string &text, const std::string &place)
-{
-    std::vector<Token> found;
-    auto in_word = [](char c) { return isalnum((unsigned char)c) || c == '_'; };
-    for (size_t i = 0; i < text.size() && text[i] != '#';) {
-        const size_t start = i;
-        if (text[i] == ' ') {
-            i++;
-        } else if (text[i] == '"') {
-            i = text.find('"', i + 1);
-            if (i == std::string::npos) {
+    std::vector<std::string> found;
+    auto in_word = [&](size_t i) { return i < text.size() && (isalnum((unsigned char)text[i]) || text[i] == '_'); };
+    for (size_t start = 0, end; start < text.size() && text[start] != '#'; start = end) {
+        end = start + 1;
+        if (text[start] == '"') {
+            end = text.find('"', end) + 1;
+            if (end == 0) {
                 give_up(place, "a text without an end");
             }
-            const std::string source = text.substr(start + 1, i++ - start - 1);
-            found.push_back({Token::Text, unescaped(source, place), source});
-        } else if (isdigit((unsigned char)text[i]) || (text[i] == '-' && isdigit((unsigned char)text[i + 1]))) {
-            char *end;
-            const long number = strtol(text.c_str() + i, &end, 0);
-            i = (size_t)(end - text.c_str());
-            found.push_back({Token::Number, "", text.substr(start, i - start), number});
-        } else if (text[i] == '@' || in_word(text[i])) {
-            for (i++; i < text.size() && in_word(text[i]); i++) {
+        } else if (text.compare(start, 2, "->") == 0) {
+            end++;
+        } else if (text[start] == '@' || text[start] == '-' || in_word(start)) {
+            for (; in_word(end); end++) {
             }
-            const bool memory = text[start] == '@';
-            const std::string word = text.substr(start + memory, i - start - memory);
-            found.push_back({memory ? Token::Memory : Token::Word, word, word});
-        } else {
-            i += text.compare(i, 2, "->") == 0 ? 2 : 1;
-            found.push_back({Token::Sign, text.substr(start, i - start), ""});
+        }
+        if (text[start] != ' ') {
+            found.push_back(text.substr(start, end - start));
         }
     }
     return found;
 }
 
-/* A line that ends with a comma goes on in the next one. */
+/* A line that ends with a sign that something has to follow goes on in the next one. */
+
 std::vector<Line> lines_of(const std::filesystem::path &path)
 {
     std::vector<Line> lines;
@@ -131,11 +80,11 @@ std::vector<Line> lines_of(const std::filesystem::path &path)
         const size_t indent = text.find_first_not_of(' ');
         if (goes_on) {
             lines.back().text += " " + text.substr(indent);
-            std::copy(found.begin(), found.end(), std::back_inserter(lines.back().tokens));
+            lines.back().tokens.insert(lines.back().tokens.end(), found.begin(), found.end());
         } else {
             lines.push_back({indent, place, text.substr(indent), found});
         }
-        goes_on = found.back().kind == Token::Sign && found.back().text == ",";
+        goes_on = found.back() == "where" || found.back().find_first_of(",|;") == 0;
     }
     return lines;
 }
@@ -157,6 +106,18 @@ std::map<std::string, long> &names()
     return all;
 }
 
+/* Calls, whose names can be looked up when everything has been read. */
+struct Called {
+    std::string place;
+    std::string name;
+    size_t arguments;
+};
+std::vector<Called> &called()
+{
+    static std::vector<Called> all;
+    return all;
+}
+
 class Reader
 {
   public:
@@ -167,16 +128,15 @@ class Reader
     void read(std::vector<Function> &all)
     {
         while (at < lines.size()) {
-            start(lines[at]);
-            if (line().indent != 0) {
+            start();
+            if (now->indent != 0) {
                 fail("a heading begins in the first column");
             }
-            if (tokens_left() > 1 && is_sign(1, "=")) {
+            if (is("=", 1)) {
                 const std::string name = word();
-                sign("=");
+                need("=");
                 names()[name] = expression().number;
                 end();
-                at++;
             } else {
                 function(all);
             }
@@ -184,109 +144,136 @@ class Reader
     }
 
   private:
-    /* Where the reader stands. */
-    const Line &line() const
+    /* ---- Where the reader stands ---- */
+
+    /* At the next line. */
+    void start()
     {
-        return *now;
-    }
-    void start(const Line &which)
-    {
-        now = &which;
+        now = &lines[at++];
         token = 0;
     }
-    size_t tokens_left() const
+    /* Whether the next line is deeper than that. */
+    bool is_deeper(size_t indent) const
     {
-        return now->tokens.size() - token;
+        return at < lines.size() && lines[at].indent > indent;
     }
     [[noreturn]]
     void fail(const std::string &why) const
     {
         give_up(now->place, why + ", in: " + now->text);
     }
-    bool is_sign(size_t ahead, const char *text) const
+    bool at_end() const
     {
-        return tokens_left() > ahead && now->tokens[token + ahead].kind == Token::Sign &&
-               now->tokens[token + ahead].text == text;
+        return token == now->tokens.size();
     }
-    bool is_word(const char *text) const
+    const std::string &next()
     {
-        return tokens_left() > 0 && now->tokens[token].kind == Token::Word && now->tokens[token].text == text;
-    }
-    bool take_sign(const char *text)
-    {
-        const bool found = is_sign(0, text);
-        token += found;
-        return found;
-    }
-    bool take_word(const char *text)
-    {
-        const bool found = is_word(text);
-        token += found;
-        return found;
-    }
-    void sign(const char *text)
-    {
-        if (!take_sign(text)) {
-            fail(std::string("expected ") + text);
-        }
-    }
-    void need(const char *text)
-    {
-        if (!take_word(text)) {
-            fail(std::string("expected ") + text);
-        }
-    }
-    Token next(Token::Kind kind)
-    {
-        if (tokens_left() == 0 || now->tokens[token].kind != kind) {
-            fail("this cannot be read from word " + std::to_string(token + 1));
+        if (at_end()) {
+            fail("something is missing at the end");
         }
         return now->tokens[token++];
     }
-    std::string word()
+    bool is(const char *what, size_t ahead = 0) const
     {
-        return next(Token::Word).text;
+        return token + ahead < now->tokens.size() && now->tokens[token + ahead] == what;
+    }
+    bool take(const char *what)
+    {
+        const bool found = is(what);
+        token += found;
+        return found;
+    }
+    void need(const char *what)
+    {
+        if (!take(what)) {
+            fail(std::string("expected ") + what + " in place of " + next());
+        }
     }
     void end()
     {
-        if (tokens_left() != 0) {
-            fail("this cannot be read from word " + std::to_string(token + 1));
+        if (!at_end()) {
+            fail("what is " + next());
         }
+    }
+    static bool is_word(const std::string &what)
+    {
+        return isalpha((unsigned char)what[0]) || what[0] == '_';
+    }
+    std::string word()
+    {
+        const std::string found = next();
+        if (!is_word(found)) {
+            fail("expected a name in place of " + found);
+        }
+        return found;
+    }
+    long number()
+    {
+        const std::string found = next();
+        char *behind;
+        const long value = strtol(found.c_str(), &behind, 0);
+        if (*behind != '\0') {
+            fail("what is " + found);
+        }
+        return value;
+    }
+    /* A text without its quotation marks. */
+    std::string text()
+    {
+        const std::string source = next();
+        if (source[0] != '"') {
+            fail("expected a text in place of " + source);
+        }
+        std::string found;
+        for (size_t i = 1; i + 1 < source.size(); i++) {
+            const bool escaped = source[i] == '\\';
+            i += escaped;
+            if (escaped && source[i] != 'r' && source[i] != 'n') {
+                fail("unknown escape");
+            }
+            found += !escaped ? source[i] : source[i] == 'r' ? '\r' : '\n';
+        }
+        return found;
+    }
+    std::string written(size_t from) const
+    {
+        std::string all;
+        for (size_t i = from; i < token; i++) {
+            all += now->tokens[i];
+        }
+        return all;
     }
 
     /* ---- Expressions ---- */
 
-    long variable(const std::string &name)
+    long variable(const std::string &name, bool is_new)
     {
-        auto found = std::find(variables.begin(), variables.end(), name);
-        if (found == variables.end()) {
-            fail("unknown name " + name);
-        }
-        return found - variables.begin();
-    }
-
-    long declare(const std::string &name)
-    {
-        auto found = std::find(variables.begin(), variables.end(), name);
-        if (found == variables.end()) {
+        const long place = std::find(variables.begin(), variables.end(), name) - variables.begin();
+        if (place == (long)variables.size()) {
+            if (!is_new) {
+                fail("unknown name " + name);
+            }
             variables.push_back(name);
-            return (long)variables.size() - 1;
         }
-        return found - variables.begin();
+        return place;
+    }
+    Expression new_variable()
+    {
+        return {Expression::Variable, variable(word(), true), "", {}};
     }
 
-    static Expression number(long value)
+    static Expression constant(long value)
     {
-        return {Expression::Number, value, "", "", {}};
+        return {Expression::Number, value, "", {}};
     }
 
     std::vector<Expression> list(const char *closing)
     {
         std::vector<Expression> found;
-        while (!take_sign(closing)) {
+        while (!take(closing)) {
             found.push_back(expression());
-            if (!is_sign(0, closing)) {
-                sign(",");
+            if (!is(closing)) {
+                need(",");
             }
         }
         return found;
@@ -294,71 +281,61 @@ class Reader
 
     Expression primary()
     {
-        if (tokens_left() == 0) {
-            fail("something is missing at the end");
+        if (take("&")) {
+            return {Expression::AddressOf, 0, "", {primary()}};
         }
-        const Token first = now->tokens[token++];
-        switch (first.kind) {
-        case Token::Number:
-            if (take_sign("^")) {
-                return number(1L << next(Token::Number).number);
-            }
-            return number(first.number);
-        case Token::Text: {
-            Expression text = number((long)kept(first.text));
-            text.name = first.text;
-            text.source = first.source;
-            return text;
+        if (take("[")) {
+            return {Expression::List, 0, "", list("]")};
         }
-        case Token::Memory:
-            return {Expression::Caller, 0, first.text, first.text, {}};
-        case Token::Sign:
-            if (first.text == "&") {
-                return {Expression::AddressOf, 0, "", "", {primary()}};
-            }
-            if (first.text == "[") {
-                return {Expression::List, 0, "", "", list("]")};
-            }
-            if (first.text == "(") {
-                Expression inner = expression();
-                sign(")");
-                return inner;
-            }
-            fail("unexpected " + first.text);
-        case Token::Word:
-            break;
+        if (take("(")) {
+            Expression inner = expression();
+            need(")");
+            return inner;
         }
-        const bool names_one = tokens_left() > 1 && now->tokens[token + 1].kind == Token::Word &&
-                               now->tokens[token + 1].text == "of"; /* "record 1 of @pair" */
-        if (names_one && (first.text == "record" || first.text == "text" || first.text == "byte")) {
+        const char first = at_end() ? '"' : now->tokens[token][0];
+        if (first == '"') {
+            return constant((long)kept(text()));
+        }
+        if (first == '@') {
+            const std::string name = next();
+            const void *memory = memory_of_caller(name.substr(1));
+            if (memory == nullptr) {
+                fail("the caller has no " + name);
+            }
+            return constant((long)memory);
+        }
+        if (first == '-' || isdigit((unsigned char)first)) {
+            const long value = number();
+            return constant(take("^") ? 1L << number() : value); /* powers of two */
+        }
+        const std::string name = word();
+        if (is("of", 1)) { /* "record 1 of @pair" */
             Expression which = primary();
             need("of");
-            const long size = first.text == "record" ? 112 : first.text == "text" ? 8 : 1;
-            return {Expression::ElementOf, size, "", "", {which, primary()}};
+            const long size = name == "record" ? 112 : name == "text" ? 8 : 1;
+            return {Expression::ElementOf, size, "", {which, primary()}};
         }
-        if (take_sign("(")) {
-            return {Expression::Call, 0, first.text, "", list(")")};
+        if (take("(")) {
+            Expression call{Expression::Call, 0, name, list(")")};
+            called().push_back({now->place, name, call.of.size()});
+            return call;
         }
-        auto named = names().find(first.text);
-        if (named != names().end()) {
-            Expression value = number(named->second);
-            value.source = first.text;
-            return value;
-        }
-        return {Expression::Variable, variable(first.text), first.text, first.text, {}};
+        auto named = names().find(name);
+        return named != names().end() ? constant(named->second)
+                                      : Expression{Expression::Variable, variable(name, false), "", {}};
     }
 
     Expression part()
     {
         Expression value = primary();
-        while (take_sign(".")) {
+        while (take(".")) {
             const std::string name = word();
             auto found =
                 std::find_if(std::begin(fields), std::end(fields), [&](const FieldOf &f) { return f.name == name; });
             if (found == std::end(fields)) {
                 fail("unknown field " + name);
             }
-            value = {Expression::Field, found - std::begin(fields), "", "", {value}};
+            value = {Expression::Field, found - std::begin(fields), "", {value}};
         }
         return value;
     }
@@ -366,14 +343,12 @@ class Reader
     /* Products, and sums of them. */
     Expression expression(bool of_products = true)
     {
-        const char *const operation = of_products ? "+" : "*";
         Expression left = of_products ? expression(false) : part();
-        while (take_sign(operation)) {
+        while (take(of_products ? "+" : "*")) {
             const Expression right = of_products ? expression(false) : part();
             const bool known = left.kind == Expression::Number && right.kind == Expression::Number;
-            left = !known ? Expression{of_products ? Expression::Sum : Expression::Product, 0, "", "", {left, right}}
-                   : of_products ? number(left.number + right.number)
-                                 : number(left.number * right.number);
+            left = !known ? Expression{of_products ? Expression::Sum : Expression::Product, 0, "", {left, right}}
+                          : constant(of_products ? left.number + right.number : left.number * right.number);
         }
         return left;
     }
@@ -384,15 +359,15 @@ class Reader
         do {
             Condition one{Condition::Is, expression(), {}};
             need("is");
-            one.kind = take_word("not")     ? Condition::IsNot
-                       : take_word("below") ? Condition::IsBelow
-                       : take_word("above") ? Condition::IsAbove
-                                            : Condition::Is;
+            one.kind = take("not")     ? Condition::IsNot
+                       : take("below") ? Condition::IsBelow
+                       : take("above") ? Condition::IsAbove
+                                       : Condition::Is;
             do {
                 one.right.push_back(expression());
-            } while (take_word("or"));
+            } while (take("or"));
             all.push_back(one);
-        } while (take_word("and"));
+        } while (take("and"));
         return all;
     }
 
@@ -407,18 +382,21 @@ class Reader
         return statement;
     }
 
+    /* A statement that the source has, too: as it is written there, and which one of those that are written so. */
+    void found_as(Statement &statement, const std::string &use)
+    {
+        statement.use = use;
+        statement.nth = ++uses[use];
+    }
+
     /* What stands behind a colon, or deeper in the lines below. */
     Block body()
     {
-        if (tokens_left() != 0) {
-            sign(":");
-            Block block = in_line();
-            at++;
-            return block;
+        if (at_end()) {
+            return block(now->indent);
         }
-        const size_t outside = line().indent;
-        at++;
-        return block(outside);
+        need(":");
+        return in_line();
     }
 
     Block in_line()
@@ -426,51 +404,50 @@ class Reader
         Block block;
         do {
             block.push_back(simple());
-        } while (take_sign(";"));
+        } while (take(";"));
         end();
         return block;
     }
 
     Statement simple()
     {
-        if (take_word("report")) {
+        if (take("report")) {
             Statement report = begin(Statement::Report);
-            const Token text = next(Token::Text);
-            report.format = text.text;
-            report.use = "kel_perror(\"" + text.source + '"';
-            while (take_sign(",")) {
+            const size_t from = token;
+            report.format = text();
+            std::string use = "kel_perror(" + written(from);
+            while (take(",")) {
+                const size_t argument = token;
                 report.arguments.push_back(expression());
-                report.use += ", " + report.arguments.back().source;
+                use += ", " + written(argument);
             }
-            report.use += ")";
-            report.nth = ++uses[report.use];
+            found_as(report, use + ")");
             return report;
         }
-        if (take_word("assertion")) {
+        if (take("assertion")) {
             need("fails");
             Statement assertion = begin(Statement::AssertionFails);
-            assertion.use = "KEL_ASSERT(0)";
-            assertion.nth = ++uses[assertion.use];
+            found_as(assertion, "KEL_ASSERT(0)");
             return assertion;
         }
-        if (take_word("result")) {
+        if (take("result")) {
             Statement result = begin(Statement::Result);
             result.arguments.push_back(expression());
             return result;
         }
-        if (take_word("local")) {
+        if (take("local")) {
             Statement local = begin(Statement::Local);
-            local.target = {Expression::Variable, declare(word()), "", "", {}};
+            local.target = new_variable();
             need("of");
             local.arguments.push_back(expression());
             need("bytes");
             return local;
         }
-        if (tokens_left() > 1 && is_sign(1, "=") && now->tokens[token].kind == Token::Word) {
-            declare(now->tokens[token].text);
+        if (is("=", 1)) {
+            variable(now->tokens[token], true);
         }
         const Expression first = expression();
-        if (take_sign("=")) {
+        if (take("=")) {
             Statement assign = begin(Statement::Assign);
             assign.target = first;
             assign.arguments.push_back(expression());
@@ -480,14 +457,13 @@ class Reader
             fail("this is no step");
         }
         Statement call = begin(Statement::Call);
-        call.use = first.name;
+        found_as(call, first.name);
         call.arguments = first.of;
-        call.nth = ++uses[call.use];
-        if (take_sign("->")) {
+        if (take("->")) {
             call.has_target = true;
-            call.target = {Expression::Variable, declare(word()), "", "", {}};
-            if (take_word("in")) {
-                call.narrow = next(Token::Number).number == 32;
+            call.target = new_variable();
+            if (take("in")) {
+                call.narrow = number() == 32;
                 need("bits");
             }
         }
@@ -497,74 +473,84 @@ class Reader
     Branch branch()
     {
         Branch one{Condition::Is, 0, nullptr};
-        if (take_word("negative")) {
+        if (take("negative")) {
             one.kind = Condition::IsBelow;
-        } else if (take_word("null")) {
         } else {
-            if (take_word("not")) {
-                one.kind = take_word("above") ? Condition::IsBelow : Condition::IsNot;
+            if (take("not")) {
+                one.kind = take("above") ? Condition::IsBelow : Condition::IsNot;
             }
-            one.number = next(Token::Number).number + (one.kind == Condition::IsBelow);
+            one.number = number() + (one.kind == Condition::IsBelow);
         }
         one.then = std::make_shared<Block>(body());
         return one;
     }
 
-    Statement statement(Block &before)
+    Statement refusal()
+    {
+        Statement refuse = begin(Statement::Refuse);
+        const std::string name = word();
+        refuse.target = {Expression::Variable, variable(name, false), "", {}};
+        need(":");
+        need("refused");
+        refuse.result = -1;
+        if (take("with")) {
+            need("null");
+            refuse.result = 0;
+        }
+        end();
+        refuse.format = name + " is null\r\n";
+        found_as(refuse, (refuse.result == 0 ? "NULL_CHECK_RP(" : "NULL_CHECK(") + name + ")");
+        return refuse;
+    }
+
+    Statement choice()
     {
         const size_t indent = now->indent;
-        if (is_word("null")) {
-            token++;
-            Statement refuse = begin(Statement::Refuse);
-            refuse.target = primary();
-            sign(":");
-            need("refused");
-            const bool pointer = take_word("with");
-            if (pointer) {
-                need("null");
+        Statement choice = begin(Statement::If);
+        choice.conditions = conditions();
+        choice.then = body();
+        if (at < lines.size() && lines[at].indent == indent && lines[at].tokens[0] == "else") {
+            start();
+            need("else");
+            if (take("if")) {
+                choice.otherwise.push_back(this->choice());
+            } else {
+                choice.otherwise = body();
             }
-            refuse.format = refuse.target.source + " is null\r\n";
-            refuse.use = std::string(pointer ? "NULL_CHECK_RP(" : "NULL_CHECK(") + refuse.target.source + ")";
-            refuse.result = pointer ? 0 : -1;
-            refuse.nth = ++uses[refuse.use];
-            end();
-            at++;
-            return refuse;
         }
-        if (take_word("if")) {
-            Statement choice = begin(Statement::If);
-            choice.conditions = conditions();
-            choice.then = body();
-            if (at < lines.size() && lines[at].indent == indent && lines[at].tokens[0].text == "else") {
-                start(lines[at]);
-                token++;
-                if (is_word("if")) {
-                    choice.otherwise.push_back(statement(choice.otherwise));
-                } else {
-                    choice.otherwise = body();
-                }
-            }
-            return choice;
+        return choice;
+    }
+
+    Statement repetition()
+    {
+        need("each");
+        Statement each = begin(Statement::Each);
+        each.target = new_variable();
+        need("below");
+        each.arguments.push_back(expression());
+        each.then = body();
+        return each;
+    }
+
+    /* The statements of a line; what stands below it, deeper, follows the last one. */
+    Block line()
+    {
+        if (take("null")) {
+            return {refusal()};
         }
-        if (take_word("for")) {
-            need("each");
-            Statement each = begin(Statement::Each);
-            each.target = {Expression::Variable, declare(word()), "", "", {}};
-            need("below");
-            each.arguments.push_back(expression());
-            each.then = body();
-            return each;
+        if (take("if")) {
+            return {choice()};
         }
+        if (take("for")) {
+            return {repetition()};
+        }
+        const size_t indent = now->indent;
         Block steps = in_line();
-        at++;
-        Statement last = std::move(steps.back());
-        steps.pop_back();
-        std::move(steps.begin(), steps.end(), std::back_inserter(before));
-        while (at < lines.size() && lines[at].indent > indent) {
-            start(lines[at]);
-            last.branches.push_back(branch());
+        while (is_deeper(indent)) {
+            start();
+            steps.back().branches.push_back(branch());
         }
-        return last;
+        return steps;
     }
 
     /* The lines that are deeper than outside. */
@@ -572,57 +558,68 @@ class Reader
     {
         Block found;
         const size_t indent = at < lines.size() ? lines[at].indent : 0;
-        while (at < lines.size() && lines[at].indent > outside) {
-            start(lines[at]);
-            if (line().indent != indent) {
+        while (is_deeper(outside) && lines[at].tokens[0] != "tried") {
+            start();
+            if (now->indent != indent) {
                 fail("neither a step nor what follows one");
             }
-            if (is_word("tried")) {
-                break;
-            }
-            Statement one = statement(found);
-            found.push_back(std::move(one));
+            const Block more = line();
+            found.insert(found.end(), more.begin(), more.end());
         }
         return found;
     }
 
-    /* A line of trials: one for each way to choose among the alternatives of its arguments. */
-    std::vector<Trial> trials()
+    /* Each of the trials once with each of the alternatives that stand here; add puts one into a trial. */
+    template <typename Read, typename Add>
+    void multiply(std::vector<Trial> &trials, const char *introduction, Read read, Add add)
     {
-        std::vector<Trial> all(1);
-        all[0].place = now->place;
-        all[0].text = now->text;
+        std::vector<Trial> longer;
+        do {
+            const size_t from = token;
+            const auto alternative = read();
+            for (Trial one : trials) {
+                add(one, alternative);
+                one.text += introduction + written(from);
+                longer.push_back(one);
+            }
+        } while (take("|"));
+        trials = longer;
+    }
+
+    /* A line of trials: one for each way to choose among the alternatives of its arguments, and of what it sets. */
+    std::vector<Trial> trials(size_t parameters)
+    {
         need("tried");
-        all[0].depth = take_word("briefly") ? Depth::Brief
-                       : take_word("once")  ? Depth::Once
-                       : take_word("in")    ? (need("pairs"), Depth::Pairs)
+        const Depth depth = take("briefly") ? Depth::Brief
+                            : take("once")  ? Depth::Once
+                            : take("in")    ? (need("pairs"), Depth::Pairs)
                                             : Depth::Every;
-        if (take_word("with")) {
-            do {
-                std::vector<Trial> longer;
-                do {
-                    const Expression argument = expression();
-                    for (Trial one : all) {
-                        one.arguments.push_back(argument);
-                        longer.push_back(one);
-                    }
-                } while (take_sign("|"));
-                all = longer;
-            } while (take_sign(","));
+        std::vector<Trial> all = {{now->place, "tried", depth, {}, {}, {}}};
+        auto value = [this] { return expression(); };
+        for (const char *introduction = "with"; take(introduction); introduction = ",") {
+            multiply(all, *introduction == ',' ? ", " : " with ", value,
+                     [](Trial &one, const Expression &argument) { one.arguments.push_back(argument); });
         }
-        Trial rest;
-        if (take_word("after")) {
-            rest.before.push_back(expression());
+        if (all[0].arguments.size() != parameters) {
+            fail(std::to_string(all[0].arguments.size()) + " arguments for " + std::to_string(parameters));
         }
-        if (take_word("where")) {
-            rest.prepare = in_line();
+        if (take("after")) {
+            multiply(all, " after ", value, [](Trial &one, const Expression &call) { one.before.push_back(call); });
+        }
+        for (const char *introduction = "where"; take(introduction); introduction = ";") {
+            std::vector<Statement> last; /* of an assignment, an alternative is another value */
+            auto step = [&] {
+                if (last.empty() || last[0].kind != Statement::Assign) {
+                    last = {simple()};
+                } else {
+                    last[0].arguments = {expression()};
+                }
+                return last[0];
+            };
+            multiply(all, *introduction == ';' ? "; " : " where ", step,
+                     [](Trial &one, const Statement &set) { one.prepare.push_back(set); });
         }
         end();
-        at++;
-        for (Trial &one : all) {
-            one.before = rest.before;
-            one.prepare = rest.prepare;
-        }
         return all;
     }
 
@@ -631,26 +628,25 @@ class Reader
         Function one;
         one.place = now->place;
         one.name = word();
-        sign("(");
+        need("(");
         variables.clear();
         uses.clear();
-        while (!take_sign(")")) {
-            const bool is_short = take_word("SHORT");
-            one.parameters.push_back({word(), is_short});
-            variables.push_back(one.parameters.back().name);
-            if (!is_sign(0, ")")) {
-                sign(",");
+        while (!take(")")) {
+            const bool is_short = take("SHORT");
+            variables.push_back(word());
+            one.parameters.push_back({variables.back(), is_short});
+            if (!is(")")) {
+                need(",");
             }
         }
         end();
-        at++;
         one.steps = block(0);
         one.variables = variables.size();
         variables.clear();
-        while (at < lines.size() && lines[at].indent > 0) {
-            start(lines[at]);
-            const auto more = trials();
-            std::copy(more.begin(), more.end(), std::back_inserter(one.trials));
+        while (is_deeper(0)) {
+            start();
+            const auto more = trials(one.parameters.size());
+            one.trials.insert(one.trials.end(), more.begin(), more.end());
         }
         all.push_back(std::move(one));
     }
@@ -677,25 +673,44 @@ void gather(const Block &block, std::vector<const Statement *> &all)
 
 } // namespace
 
-const std::vector<Function> &functions()
+void give_up(const std::string &place, const std::string &why)
 {
-    static const auto all = [] {
-        std::vector<std::filesystem::path> paths;
-        for (const auto &entry : std::filesystem::directory_iterator(KEL_BEHAVIOUR)) {
+    fprintf(stderr, "%s: %s\n", place.c_str(), why.c_str());
+    exit(1);
+}
+
+static std::vector<Function> read_all()
+{
+    std::vector<std::filesystem::path> paths;
+    for (const auto &entry : std::filesystem::directory_iterator(KEL_BEHAVIOUR)) {
+        if (entry.path().extension() == ".txt" && entry.path().stem() != "errno") {
             paths.push_back(entry.path());
         }
-        std::sort(paths.begin(), paths.end(), [](const auto &left, const auto &right) {
-            const bool first = left.stem() == "names", second = right.stem() == "names";
-            return first != second ? first : left < right;
-        });
-        std::vector<Function> found;
-        for (const auto &path : paths) {
-            if (path.extension() == ".txt" && path.stem() != "errno") {
-                Reader(lines_of(path)).read(found);
-            }
+    }
+    std::sort(paths.begin(), paths.end(), [](const auto &left, const auto &right) {
+        const bool first = left.stem() == "names", second = right.stem() == "names";
+        return first != second ? first : left < right;
+    });
+    std::vector<Function> all;
+    for (const auto &path : paths) {
+        Reader(lines_of(path)).read(all);
+    }
+    for (const Called &call : called()) {
+        auto own = std::find_if(all.begin(), all.end(), [&](const Function &one) { return one.name == call.name; });
+        const Callee *const other = system_function(call.name);
+        if (own == all.end() && other == nullptr) {
+            give_up(call.place, "no function has the name " + call.name);
         }
-        return found;
-    }();
+        if (own != all.end() ? call.arguments != own->parameters.size() : call.arguments > other->parameters) {
+            give_up(call.place, "these are not the arguments of " + call.name);
+        }
+    }
+    return all;
+}
+
+const std::vector<Function> &functions()
+{
+    static const auto all = read_all();
     return all;
 }
 
@@ -704,7 +719,9 @@ const Function *function_named(const std::string &name)
     static const auto by_name = [] {
         std::map<std::string, const Function *> found;
         for (const Function &function : functions()) {
-            found[function.name] = &function;
+            if (!found.emplace(function.name, &function).second) {
+                give_up(function.place, function.name + " stands here a second time");
+            }
         }
         return found;
     }();

@@ -13,10 +13,9 @@
 
 /* A value is a number of 64 bits: what C has in one register. Texts, records and arrays are pointers. */
 struct Expression {
-    enum Kind { Number, Variable, Caller, Field, ElementOf, AddressOf, List, Product, Sum, Call } kind;
+    enum Kind { Number, Variable, Field, ElementOf, AddressOf, List, Product, Sum, Call } kind;
     long number = 0;  /* a value, a variable's place in its function, the size of an element, a field's number */
-    std::string name; /* of a function or of the caller's memory; of a text its own characters */
-    std::string source;
+    std::string name; /* of a function */
     std::vector<Expression> of;
 };
 
@@ -76,7 +75,7 @@ enum class Depth {
 /* A call that the explorer makes, behind what prepares the caller's memory, and behind another call. */
 struct Trial {
     std::string place;
-    std::string text;
+    std::string text; /* with the alternatives that were chosen */
     Depth depth;
     std::vector<Expression> arguments;
     Block prepare;
@@ -97,13 +96,19 @@ struct Function {
     std::vector<Trial> trials;
 };
 
-/* All functions, in the order of the files and in theirs. A text that cannot be read ends the program and says where.
- */
+/* All functions, in the order of the files and in theirs. A text that cannot be read ends the program. */
 const std::vector<Function> &functions();
 const Function *function_named(const std::string &name);
 
+/* Says where the text is wrong, and why. */
+[[noreturn]]
+void give_up(const std::string &place, const std::string &why);
+
 /* Every statement of the text. */
 std::vector<const Statement *> statements();
+
+/* What a text calls "@name": memory that the caller hands to the module. Null when there is none. */
+void *memory_of_caller(const std::string &name);
 
 /* What a field is: where it lies and how many bytes it has; none of them is memory that is pointed to. */
 struct FieldOf {

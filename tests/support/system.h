@@ -89,7 +89,7 @@ class Recording
 };
 
 constexpr int first_descriptor = 70;
-constexpr int interface_index = 7;
+constexpr int interface_index = 0x1fff7; /* in no short */
 constexpr unsigned char interface_mac[6] = {0x02, 0x00, 0x5e, 0x10, 0x20, 0x30};
 
 /* A script that fails the nth call (from 1) of one name. */
