@@ -478,11 +478,9 @@ std::string pattern(size_t size)
 
 void expect_same(const std::string &arrived, const std::string &sent)
 {
-    size_t same = 0;
-    while (same < std::min(arrived.size(), sent.size()) && arrived[same] == sent[same]) {
-        same++;
-    }
-    EXPECT_TRUE(arrived == sent) << arrived.size() << " bytes instead of " << sent.size() << ", and the first " << same
+    const auto end = arrived.begin() + (ptrdiff_t)std::min(arrived.size(), sent.size());
+    EXPECT_TRUE(arrived == sent) << arrived.size() << " bytes instead of " << sent.size() << ", and the first "
+                                 << std::mismatch(arrived.begin(), end, sent.begin()).first - arrived.begin()
                                  << " are the same";
 }
 

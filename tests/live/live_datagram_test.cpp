@@ -115,18 +115,6 @@ TEST_P(LiveUdp, DatagramsOfEverySizeArriveWithTheirSender)
     }
 }
 
-TEST_P(LiveUdp, DatagramThatDoesNotFitIsCut)
-{
-    Descriptor bound = server(), sender = client();
-    char buffer[5] = {};
-    send_datagram(sender, "123456789", record);
-    ASSERT_TRUE(wait_for(bound, POLLIN));
-
-    EXPECT_EQ(kel_recvfrom(bound, buffer, 4, 0, &record), 4);
-
-    EXPECT_STREQ(buffer, "1234");
-}
-
 TEST_P(LiveUdp, ClientSendsFromItsRecordIfItCan)
 {
     const Port own(inet, KEL_SOCK_DGRAM);

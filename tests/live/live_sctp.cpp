@@ -204,11 +204,13 @@ std::vector<kel_sockaddr_t> records(const Inet &inet, const Addresses &addresses
     return made;
 }
 
-Texts::Texts(Addresses addresses) : texts(std::move(addresses))
+std::vector<CHAR *> array(Addresses &texts)
 {
+    std::vector<CHAR *> pointers;
     for (std::string &text : texts) {
         pointers.push_back(text.data());
     }
+    return pointers;
 }
 
 Addresses named(const std::vector<kel_sockaddr_t> &records)

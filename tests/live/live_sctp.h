@@ -64,15 +64,8 @@ class Capture
 
 std::vector<kel_sockaddr_t> records(const Inet &inet, const Addresses &addresses, int port);
 
-/* An array of texts as the module takes it. */
-struct Texts {
-    explicit Texts(Addresses addresses);
-    Texts(const Texts &) = delete;
-    Texts &operator=(const Texts &) = delete;
-
-    Addresses texts;
-    std::vector<CHAR *> pointers;
-};
+/* Texts as the module takes them. */
+std::vector<CHAR *> array(Addresses &texts);
 
 /* Lists of addresses as sorted texts, which are compared with each other. */
 Addresses named(const std::vector<kel_sockaddr_t> &records);

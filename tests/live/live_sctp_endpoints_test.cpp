@@ -22,7 +22,7 @@ struct Call {
 
     kel_domain_t family;
     std::vector<kel_sockaddr_t> server, mine;
-    Texts texts;
+    Addresses texts;
     LONG count;
     SHORT port;
     LONG backlog = 5;
@@ -38,7 +38,7 @@ struct Constructor {
 };
 
 #define BY_RECORDS c.server.data(), c.count, no_port
-#define BY_TEXTS c.texts.pointers.data(), c.count, c.port
+#define BY_TEXTS array(c.texts).data(), c.count, c.port
 #define WITHOUT_A_LIST NULL, 2, c.port
 #define SERVER(kind, ...)                                                                                              \
     [](Call &c) { return kel_sctp_server_##kind(c.family, __VA_ARGS__, c.backlog, &c.initmsg, c.events); }
@@ -169,7 +169,7 @@ TEST_P(LiveSctpEndpoints, EveryServerTalksToEveryClient)
 TEST_P(LiveSctpEndpoints, WhatCannotBeMadeLeavesNothing)
 {
     Call call(inet, {far[0], inet.elsewhere}, near, new_port()), refused = this->call(), no_text = this->call();
-    no_text.texts.texts[1] = "nonsense";
+    no_text.texts[1] = "nonsense";
     testing::internal::CaptureStderr(); /* assertions */
 
     for (const Constructor &server : servers) {

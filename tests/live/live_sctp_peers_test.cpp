@@ -12,10 +12,10 @@ class LiveSctpPeers : public LiveSctp
 
     Descriptor client() /* which knows one address of its peer */
     {
-        Texts texts({far[0]});
+        Addresses texts = {far[0]};
         sctp_assoc_t id;
         return on(near_host, [&] {
-            return kel_sctp_client_one2one_str_create(inet.family, texts.pointers.data(), 1, (SHORT)port, &ten, NULL,
+            return kel_sctp_client_one2one_str_create(inet.family, array(texts).data(), 1, (SHORT)port, &ten, NULL,
                                                       &id);
         });
     }
