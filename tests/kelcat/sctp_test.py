@@ -21,14 +21,14 @@ class OneToOneTransfer(Transfer, Test):
     FLOOD = BYTES[:8 << 20]
 
     def endpoints(self):
-        return ["sctp-listen:127.0.0.1:0"]
+        return ["sctp-listen:0"]
 
 
 class OneToManyTransfer(OneToOneTransfer):
     """The same, over one-to-many sockets and IPv6."""
 
     def endpoints(self):
-        return ["sctp-listen:[::1]:0"]
+        return ["sctp-listen:[::]:0"]
 
     def kelcat(self, *arguments, **options):
         return super().kelcat(*arguments, "--one-to-many", **options)
@@ -71,23 +71,6 @@ class Sctp(Test):
         self.assertNotIn(b"notification SCTP_SHUTDOWN_EVENT\n", client.told)
 
     @each(*STYLES)
-    def test_reports_of_the_module_are_no_part_of_a_good_transfer(self, style):
-        server, place = self.listener("sctp-listen:127.0.0.1:0", *style)
-        client = self.kelcat("-v", place, "--send-only", *style, data=BYTES[:3 << 20])
-        self.assertDone(client, server)
-        for line in (client.told + server.told).splitlines():
-            self.assertRegex(line, rb"\Akelcat: ")
-        self.assertIn(b"SCTP_SHUTDOWN_COMP", client.told)  # also with --send-only it waits until the peer has all
-
-    @each(*STYLES)
-    def test_wildcard_listeners(self, style):
-        for listen, shown in (("sctp-listen:0", b"sctp:0.0.0.0:"), ("sctp-listen:[::]:0", b"sctp:[::]:")):
-            server, place = self.listener(listen, *style)
-            self.assertIn(b"listening on " + shown, server.told)
-            self.assertDone(self.kelcat(place, "--send-only", *style, data=QUESTION), server)
-            self.assertEqual(server.output(), QUESTION)
-
-    @each(*STYLES)
     def test_local_addresses(self, style):
         server, place = self.listener("sctp-listen:127.0.0.1:0", "--recv-only")
         port = self.free_port(protocol=socket.IPPROTO_SCTP)
@@ -121,9 +104,7 @@ class Sctp(Test):
     @each(*STYLES)
     def test_one_read_is_one_message(self, style):
         for size, data in ((100, BYTES[:250]), (65536, BYTES[:150000])):
-            server, place = self.plain_listener()
-            client = self.kelcat(place, "--send-only", "--size", str(size), *style, data=data)
-            connection = self.accept(server)
+            client, connection = self.meet(self.plain_listener(), "--send-only", "--size", str(size), *style, data=data)
             while data:
                 message, _, flags, _ = connection.recvmsg(100000)
                 self.assertSame(message, data[:size])
@@ -140,8 +121,7 @@ class Sctp(Test):
         for start in (0, 300000):
             self.assertEqual(client.send(BYTES[start:start + 300000]), 300000)
         client.close()
-        self.assertDone(server)
-        self.assertSame(server.output(), BYTES[:600000])
+        self.assertMoved(BYTES[:600000], server)
 
     @each(*STYLES)
     def test_streams(self, style):
@@ -161,51 +141,41 @@ class Sctp(Test):
         client = self.kelcat("-v", place, "--send-only", "--streams", "5", "--size", "1", *style, data=bytes(100))
         self.assertDone(client, server)
         self.assertRegex(client.told, rb"association \d+ up, 2 streams out, 2 in\n")
+        self.assertIn(b"SCTP_SHUTDOWN_COMP", client.told)  # also with --send-only it waits until the peer has all
         self.assertEqual(server.output(), bytes(100))
 
-    @each(*STYLES)
-    def test_answer_to_a_question(self, style):
-        server, place = self.plain_listener()
-        client = self.kelcat(place, *style, data=QUESTION)
-        connection = self.accept(server)
-        self.assertEqual(connection.recv(4096), QUESTION)
-        connection.send(ANSWER)
-        self.assertEqual(connection.recv(1), b"")  # the client ends it
-        self.assertDone(client)
-        self.assertEqual(client.output(), ANSWER)
-
-    @each(*STYLES)
-    def test_answer_that_is_taken_slowly(self, style):
+    def test_answer_that_is_taken_slowly(self):
         answer = BYTES[:1 << 20]  # more than lies between the two, and so not all of it arrives at the first attempt
         server, place = self.plain_listener()
-        reader, writer = os.pipe()
-        with open(reader, "rb") as output:
-            client = self.kelcat(place, *style, data=QUESTION, stdout=writer)
+        clients = []
+        for style in STYLES:
+            reader, writer = os.pipe()
+            output = self.enterContext(open(reader, "rb"))
+            clients.append((self.kelcat(place, *style, data=QUESTION, stdout=writer), output))
             os.close(writer)
             connection = self.accept(server)
             self.assertEqual(connection.recv(4096), QUESTION)
             self.start_answering(connection, answer)
             wait_until(lambda: held(output) > 1 << 15, "the pipe fills")
-            self.second_of_silence()
-            self.assertSame(output.read(), answer)
-        self.assertDone(client)
 
-    def test_answer_that_comes_while_the_client_does_not_run(self):
-        question, answer = BYTES[:150000], BYTES[:600000]
-        server, place = self.plain_listener()
-        client = self.kelcat(place, data=question)
+        question = BYTES[:150000]
+        stopped = self.kelcat(place, data=question)
         connection = self.accept(server)
-        client.wait_blocked(len(question))  # all is handed over, but not all has room at the peer
-        client.stop()
+        stopped.wait_blocked(len(question))  # all is handed over, but not all has room at the peer
+        stopped.stop()
         received = b""
         while len(received) < len(question):
             received += connection.recv(1 << 16)
         self.start_answering(connection, answer)  # more than finds room at the client
+
         self.second_of_silence()
-        client.go_on()
-        self.assertDone(client)
+        for client, output in clients:
+            self.assertSame(output.read(), answer)
+            self.assertDone(client)
+        stopped.go_on()
+        self.assertDone(stopped)
         self.assertSame(received, question)
-        self.assertSame(client.output(), answer)
+        self.assertSame(stopped.output(), answer)
 
     def start_answering(self, connection, data):
         answering = threading.Thread(target=self.send_all, args=(connection, data))
@@ -219,28 +189,27 @@ class Sctp(Test):
                 connection.send(data[at:at + 8192])
             connection.recv(1)
 
-    @each(*STYLES)
-    def test_who_has_sent_nothing_leaves_the_end_to_the_peer(self, style):
-        server, place = self.listener("sctp-listen:127.0.0.1:0", *style)
-        peer = self.plain_client(place)
-        listener, place = self.plain_listener()
-        client = self.kelcat(place, *style, stdin=subprocess.PIPE)
-        connection = self.accept(listener)
-        connection.send(QUESTION)
-        client.wait_output(QUESTION)
-        client.end_input()
+    def test_who_has_sent_nothing_leaves_the_end_to_the_peer(self):
+        pairs = []
+        for style in STYLES:
+            server, place = self.listener("sctp-listen:127.0.0.1:0", *style)
+            pairs.append((server, self.plain_client(place), ANSWER))
+            listener, place = self.plain_listener()
+            client = self.kelcat(place, *style, stdin=subprocess.PIPE)
+            connection = self.accept(listener)
+            connection.send(QUESTION)
+            client.wait_output(QUESTION)
+            client.end_input()
+            pairs.append((client, connection, QUESTION + ANSWER))
         self.second_of_silence()
-        for process, socket_ in ((server, peer), (client, connection)):
-            socket_.send(ANSWER)
-            socket_.close()
-            self.assertDone(process)
-        self.assertEqual((server.output(), client.output()), (ANSWER, QUESTION + ANSWER))
+        for process, peer, output in pairs:
+            peer.send(ANSWER)
+            peer.close()
+            self.assertMoved(output, process)
 
     @each(*STYLES)
     def test_send_only_ends_it_whatever_the_peer_says(self, style):
-        server, place = self.plain_listener()
-        client = self.kelcat(place, "--send-only", *style, data=QUESTION)
-        connection = self.accept(server)
+        client, connection = self.meet(self.plain_listener(), "--send-only", *style, data=QUESTION)
         self.assertEqual(connection.recv(4096), QUESTION)
         connection.setblocking(False)  # poll never calls a socket writable whose association has gone
 
@@ -255,8 +224,7 @@ class Sctp(Test):
 
         wait_until(gone, "the client ends the association")
         connection.close()
-        self.assertDone(client)
-        self.assertEqual(client.output(), b"")
+        self.assertMoved(b"", client)
 
     @each(*STYLES)
     def test_peer_that_ends_first(self, style):
@@ -265,8 +233,7 @@ class Sctp(Test):
         connection = self.accept(server)
         connection.send(ANSWER)
         connection.close()
-        self.assertDone(client)
-        self.assertEqual(client.output(), ANSWER)
+        self.assertMoved(ANSWER, client)
         with open("/dev/zero", "rb") as endless:
             client = self.kelcat(place, *style, stdin=endless)
         connection = self.accept(server)
@@ -311,9 +278,7 @@ class Sctp(Test):
 
     @each(*STYLES)
     def test_receiver_that_never_reads(self, style):
-        server, place = self.plain_listener()
-        client = self.kelcat("-v", place, "--idle", "0.3", *style, data=BYTES)
-        connection = self.accept(server)
+        client, connection = self.meet(self.plain_listener(), "-v", "--idle", "0.3", *style, data=BYTES)
         self.assertDone(client, status=3)
         self.assertRegex(client.told, rb"\nkelcat: sctp:\S+ took no data for 0.3 s\n")
         self.assertNotIn(b"kel_sctp_send", client.told)  # the module reports each message that is refused
@@ -329,8 +294,7 @@ class Sctp(Test):
         server.go_on()
         first.send(QUESTION)
         first.close()
-        self.assertDone(server)
-        self.assertEqual(server.output(), QUESTION)
+        self.assertMoved(QUESTION, server)
 
     def test_two_that_come_at_once(self):
         server, place = self.listener("sctp-listen:127.0.0.1:0", "--one-to-many", data=ANSWER)
@@ -343,33 +307,28 @@ class Sctp(Test):
             second.recv(1)
         self.assertEqual(first.recv(4096), ANSWER)
         first.close()
-        self.assertDone(server)
-        self.assertEqual(server.output(), QUESTION)
-
-    def foreign(self, program, listen, sends, port):
-        """The command of another program that only sends or only receives."""
-        if program == "ncat":
-            way = ["--send-only" if sends else "--recv-only"]
-            return ["ncat", "--sctp", "-v", *way, *(["-l"] if listen else []), "127.0.0.1", str(port)]
-        address = f"SCTP4-LISTEN:{port},bind=127.0.0.1" if listen else f"SCTP4-CONNECT:127.0.0.1:{port}"
-        return ["socat", "-d", "-d", "-u", *(["-", address] if sends else [address, "-"])]
-
-    def test_foreign_programs(self):
-        for program, style in (("ncat", ["--one-to-many"]), ("socat", [])):
-            for sends in (False, True):
-                with self.subTest(program, sends=sends):
-                    self.foreign_listener(program, style, sends, BYTES[:50000])
-                    self.foreign_client(program, style, sends, BYTES[:200000 if sends else 50000])
+        self.assertMoved(QUESTION, server)
 
     # A foreign receiver's buffer is small, and what it drops comes again after a second: it is sent what fits.
+    @each(("ncat", "--one-to-many", False), ("ncat", "--one-to-many", True), ("socat", "-v", False),
+          ("socat", "-v", True))
+    def test_foreign_programs(self, case):
+        program, style, sends = case
+        data = BYTES[:20000]
 
-    def foreign_listener(self, program, style, sends, data):
+        def foreign(listens, port):
+            """One that only sends or only receives."""
+            if program == "ncat":
+                way = ["--send-only" if sends else "--recv-only", *(["-l"] if listens else [])]
+                return ["ncat", "--sctp", "-v", *way, "127.0.0.1", str(port)]
+            address = f"SCTP4-LISTEN:{port},bind=127.0.0.1" if listens else f"SCTP4-CONNECT:127.0.0.1:{port}"
+            return ["socat", "-d", "-d", "-u", *(["-", address] if sends else [address, "-"])]
+
         port = self.free_port(protocol=socket.IPPROTO_SCTP)
         # A listening ncat aborts at the end of its input, also when it does not send it.
-        other = self.start(*self.foreign(program, True, sends, port),
-                           **({"data": data} if sends else {"stdin": subprocess.PIPE}))
+        other = self.start(*foreign(True, port), **({"data": data} if sends else {"stdin": subprocess.PIPE}))
         other.wait_told(b"[lL]istening on")
-        own = self.kelcat(f"sctp:127.0.0.1:{port}", *style, *(["--recv-only"] if sends else []), data=data)
+        own = self.kelcat(f"sctp:127.0.0.1:{port}", style, *(["--recv-only"] if sends else []), data=data)
         self.assertDone(own)
         if not sends:
             other.wait_output(data)
@@ -377,9 +336,8 @@ class Sctp(Test):
         self.assertDone(other)
         self.assertSame((own if sends else other).output(), data)
 
-    def foreign_client(self, program, style, sends, data):
-        own, place = self.listener("sctp-listen:127.0.0.1:0", *style, data=None if sends else data)
-        other = self.start(*self.foreign(program, False, sends, place.rpartition(":")[2]), data=data if sends else None)
+        own, place = self.listener("sctp-listen:127.0.0.1:0", style, data=None if sends else data)
+        other = self.start(*foreign(False, place.rpartition(":")[2]), data=data if sends else None)
         self.assertDone(own, other)
         self.assertSame((own if sends else other).output(), data)
 
@@ -457,8 +415,7 @@ class SctpPaths(TwoHosts):
 
                 client.wait_told(rb"(?s) inactive, primary\n.* path " + first + rb" active, primary\n")
                 client.end_input(BYTES[2 << 20:3 << 20])
-                self.assertDone(client, server)
-                self.assertSame(server.output(), BYTES[:3 << 20])
+                self.assertMoved(BYTES[:3 << 20], server, client)
 
     def test_peer_that_falls_silent_breaks_the_transfer(self):
         for options, idle, attempts, sentence in ((["--one-to-many"], ["--idle", "2"], 50, b" took no data for 2 s\n"),
@@ -474,7 +431,6 @@ class SctpPaths(TwoHosts):
                     client.go_on()
                     self.assertDone(client, status=3)
                     self.assertIn(sentence, client.told)
-                    self.assertRegex(client.told, rb" path 10\.1\.0\.2 potentially-failed, primary\n")  # not notified
                 server.end()
 
     def test_connecting_to_a_host_that_does_not_answer(self):

@@ -20,26 +20,20 @@ class Ends(Test):
     """When a transfer is over, and what has been delivered then."""
 
     @each(socket.AF_INET, socket.AF_UNIX)
-    def test_question_ended_then_answer(self, family):
+    def test_either_may_end_first(self, family):
         server, place = self.plain_listener(family)
         client = self.kelcat(place, data=QUESTION)
         connection = self.accept(server)
         self.assertEqual(receive_all(connection), QUESTION)
         connection.sendall(BYTES[:1 << 20])
         connection.close()
-        self.assertDone(client)
-        self.assertSame(client.output(), BYTES[:1 << 20])
-
-    @each(socket.AF_INET, socket.AF_UNIX)
-    def test_input_goes_on_after_the_peer_has_ended(self, family):
-        server, place = self.plain_listener(family)
+        self.assertMoved(BYTES[:1 << 20], client)
         client = self.kelcat(place, data=BYTES)
         connection = self.accept(server)
         connection.sendall(ANSWER)
         connection.shutdown(socket.SHUT_WR)
         self.assertSame(receive_all(connection), BYTES)
-        self.assertDone(client)
-        self.assertEqual(client.output(), ANSWER)
+        self.assertMoved(ANSWER, client)
 
     def test_input_of_a_terminal_ends_with_the_peer(self):
         server, place = self.plain_listener()
@@ -53,24 +47,18 @@ class Ends(Test):
         connection.sendall(ANSWER)
         connection.shutdown(socket.SHUT_WR)
         self.assertEqual(receive_all(connection), b"")
-        self.assertDone(client)
-        self.assertEqual(client.output(), ANSWER)
+        self.assertMoved(ANSWER, client)
 
     @each(socket.AF_INET, socket.AF_UNIX)
     def test_send_only_is_over_at_the_end_of_the_input(self, family):
-        server, place = self.plain_listener(family)
-        client = self.kelcat(place, "--send-only", stdin=subprocess.PIPE)
-        connection = self.accept(server)
+        client, connection = self.meet(self.plain_listener(family), "--send-only", stdin=subprocess.PIPE)
         connection.sendall(ANSWER)
         client.end_input(QUESTION)
         self.assertEqual(receive_all(connection), QUESTION)
-        self.assertDone(client)
-        self.assertEqual(client.output(), b"")
+        self.assertMoved(b"", client)
 
     def test_reset_breaks_the_transfer_and_keeps_what_arrived(self):
-        server, place = self.plain_listener()
-        client = self.kelcat(place, stdin=subprocess.PIPE)
-        connection = self.accept(server)
+        client, connection = self.meet(self.plain_listener(), stdin=subprocess.PIPE)
         connection.sendall(ANSWER)
         client.wait_output(ANSWER)
         reset(connection)
@@ -153,72 +141,53 @@ class Connecting(Test):
 
 
 class Pipes(Test):
-    def test_output_is_written_in_whole_buffers(self):
-        for family in (socket.AF_INET, socket.AF_UNIX):
-            with self.subTest(family):
-                server, place = self.plain_listener(family)
-                client = self.kelcat(place)
-                connection = self.accept(server)
-                connection.sendall(b"ready")
-                client.wait_output(b"ready")
-                client.stop()  # so that all of it lies there at once
-                sent = connection.send(BYTES[:1 << 20], socket.MSG_DONTWAIT)
-                self.assertGreaterEqual(sent, 100000)
-                before = self.writes(client)
-                client.go_on()
-                client.wait_output(b"ready" + BYTES[:sent])
-                self.assertLessEqual(self.writes(client) - before, 4 + sent // 16384)
-                connection.close()
-                self.assertDone(client)
-                self.assertSame(client.output(), b"ready" + BYTES[:sent])
+    @each(socket.AF_INET, socket.AF_UNIX)
+    def test_output_is_written_in_whole_buffers(self, family):
+        def writes():
+            with open(f"/proc/{client.pid}/io", encoding="ascii") as file:
+                return int(dict(line.split(": ") for line in file)["syscw"])
 
-    def writes(self, process):
-        with open(f"/proc/{process.pid}/io", encoding="ascii") as file:
-            return int(dict(line.split(": ") for line in file)["syscw"])
+        client, connection = self.meet(self.plain_listener(family))
+        connection.sendall(b"ready")
+        client.wait_output(b"ready")
+        client.stop()  # so that all of it lies there at once
+        sent = connection.send(BYTES[:1 << 20], socket.MSG_DONTWAIT)
+        self.assertGreaterEqual(sent, 100000)
+        before = writes()
+        client.go_on()
+        client.wait_output(b"ready" + BYTES[:sent])
+        self.assertLessEqual(writes() - before, 4 + sent // 16384)
+        connection.close()
+        self.assertMoved(b"ready" + BYTES[:sent], client)
 
 
 class OtherPrograms(Test):
-    def test_socat(self):
-        port = self.free_port()
-        path = self.path("socat")
-        for listen, place in ((f"TCP4-LISTEN:{port},bind=127.0.0.1", f"tcp:127.0.0.1:{port}"),
-                              (f"TCP6-LISTEN:{port},bind=[::1]", f"tcp:[::1]:{port}"),
-                              (f"UNIX-LISTEN:{path}", f"unix:{path}")):
-            with self.subTest(listen):
-                server = self.start("socat", "-d", "-d", "-t", str(PATIENCE), "-", listen, data=ANSWER)
-                server.wait_told(b"listening on")
-                client = self.kelcat(place, data=BYTES[:1 << 20])
-                self.assertDone(client, server)
-                self.assertSame(server.output(), BYTES[:1 << 20])
-                self.assertEqual(client.output(), ANSWER)
-        for listen, place in (("tcp-listen:127.0.0.1:0", "TCP4"), ("tcp-listen:[::1]:0", "TCP6"),
-                              ("unix-listen:" + self.path("own"), "UNIX")):
-            with self.subTest(place):
-                server, reached = self.listener(listen, data=BYTES[:1 << 20])
-                client = self.start("socat", "-t", str(PATIENCE), "-", place + ":" + reached.partition(":")[2],
-                                    data=QUESTION)
-                self.assertDone(client, server)
-                self.assertSame(client.output(), BYTES[:1 << 20])
-                self.assertEqual(server.output(), QUESTION)
+    def expect_exchange(self, server, client):
+        """The server sends an answer, the client more; each ends when it has all."""
+        self.assertMoved(BYTES[:1 << 20], server, client)
+        self.assertEqual(client.output(), ANSWER)
 
-    def test_ncat(self):
-        port = str(self.free_port())
-        for listen, place in ((["127.0.0.1", port], f"tcp:127.0.0.1:{port}"),
-                              (["-U", self.path("ncat")], "unix:" + self.path("ncat"))):
-            with self.subTest(place):
-                server = self.start("ncat", "-v", "-l", *listen, data=ANSWER)
-                server.wait_told(b"Listening on")
-                client = self.kelcat(place, data=BYTES[:1 << 20])
-                self.assertDone(client, server)
-                self.assertSame(server.output(), BYTES[:1 << 20])
-                self.assertEqual(client.output(), ANSWER)
-        for listen, options in (("tcp-listen:127.0.0.1:0", []), ("tcp-listen:[::1]:0", []),
-                                ("unix-listen:" + self.path("own"), ["-U"])):
+    def test_as_servers(self):
+        port, another = self.free_port(), self.free_port()
+        socat = ["socat", "-d", "-d", "-t", str(PATIENCE), "-"]
+        for command, place in (([*socat, f"TCP4-LISTEN:{port},bind=127.0.0.1"], f"tcp:127.0.0.1:{port}"),
+                               ([*socat, f"TCP6-LISTEN:{port},bind=[::1]"], f"tcp:[::1]:{port}"),
+                               ([*socat, f"UNIX-LISTEN:{self.path('socat')}"], "unix:" + self.path("socat")),
+                               (["ncat", "-v", "-l", "127.0.0.1", str(another)], f"tcp:127.0.0.1:{another}"),
+                               (["ncat", "-v", "-l", "-U", self.path("ncat")], "unix:" + self.path("ncat"))):
+            with self.subTest(command):
+                server = self.start(*command, data=ANSWER)
+                server.wait_told(b"[lL]istening on")
+                self.expect_exchange(server, self.kelcat(place, data=BYTES[:1 << 20]))
+
+    def test_as_clients(self):
+        socat = ["socat", "-t", str(PATIENCE), "-"]
+        for listen, command in (("tcp-listen:127.0.0.1:0", lambda place: [*socat, "TCP4:" + place]),
+                                ("tcp-listen:[::1]:0", lambda place: [*socat, "TCP6:" + place]),
+                                ("unix-listen:" + self.path("socat"), lambda place: [*socat, "UNIX:" + place]),
+                                ("tcp-listen:127.0.0.1:0", lambda place: ["ncat", *place.split(":")]),
+                                ("tcp-listen:[::1]:0", lambda place: ["ncat", "::1", place.rpartition(":")[2]]),
+                                ("unix-listen:" + self.path("ncat"), lambda place: ["ncat", "-U", place])):
             with self.subTest(listen):
-                server, place = self.listener(listen, data=BYTES[:1 << 20])
-                place = place.partition(":")[2]
-                address = [place] if options else place.replace("[", "").replace("]", "").rsplit(":", 1)
-                client = self.start("ncat", *options, *address, data=QUESTION)
-                self.assertDone(client, server)
-                self.assertSame(client.output(), BYTES[:1 << 20])
-                self.assertEqual(server.output(), QUESTION)
+                server, place = self.listener(listen, data=ANSWER)
+                self.expect_exchange(server, self.start(*command(place.partition(":")[2]), data=BYTES[:1 << 20]))

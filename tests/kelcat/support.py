@@ -190,6 +190,11 @@ class Test(unittest.TestCase):
         for process in processes:
             self.assertEqual(process.finish(), status, (process.command, process.told))
 
+    def assertMoved(self, data, receiver, *others):
+        """All end well, and the first of them has written the data."""
+        self.assertDone(receiver, *others)
+        self.assertSame(receiver.output(), data)
+
     def assertSentence(self, process, status, pattern):
         """One clear sentence, and nothing else."""
         self.assertEqual(process.finish(), status, (process.command, process.told))
@@ -235,6 +240,11 @@ class Test(unittest.TestCase):
         self.addCleanup(connection.close)
         connection.settimeout(PATIENCE)
         return connection
+
+    def meet(self, listener, *arguments, **options):
+        """A kelcat that connects to a plain listener, and the listener's end of the connection."""
+        server, place = listener
+        return self.kelcat(place, *arguments, **options), self.accept(server)
 
     def free_port(self, kind=socket.SOCK_STREAM, protocol=0):
         with socket.socket(socket.AF_INET, kind, protocol) as probe:

@@ -3,6 +3,7 @@
 import os
 import pty
 import re
+import shlex
 import socket
 import string
 
@@ -16,74 +17,61 @@ NEEDS = ("ipv6",)
 
 class Usage(Test):
     def test_bad_usage(self):
-        long_path = "x" * 120
-        for arguments, sentence in (
-                ([], b"endpoint is missing"), (["--frob", "tcp:127.0.0.1:1"], b'"--frob" is no option'),
-                (["tcp:127.0.0.1:1", "stray"], b'"stray" is one argument too many'),
-                (["dccp:127.0.0.1:1"], b"is no endpoint"), (["9000"], b"is no endpoint"),
-                (["tcp:127.0.0.1:70000"], b'"70000" is no port: give a number from 1 to 65535'),
-                (["tcp:127.0.0.1:0"], b"is no port"), (["tcp:127.0.0.1:http"], b"is no port"),
-                (["tcp:127.0.0.1:"], b"is no port"), (["tcp:127.0.0.1: 1"], b"is no port"),
-                (["tcp-listen:70000"], b"give a number from 0 to 65535"), (["tcp-listen:-1"], b"is no port"),
-                (["tcp:9000"], b'"9000" is no address: give ADDR:PORT such as'),
-                (["tcp:256.0.0.1:9000"], b"is no address"), (["tcp:::1:9000"], b"is no address"),
-                (["tcp:local host:9000"], b"is no address"), (["tcp:[localhost]:9000"], b"is no address"),
-                (["udp:[127.0.0.1]:9"], b"is no address"),
-                (["tcp:[fe80::1%lo]:9000"], b'"[fe80::1%lo]:9000" has a zone: the module has none'),
-                (["sctp:[::1],[fe80::1%2]:9000"], b"has a zone: the module has none"),
-                (["udp:[::1]:9", "--local", "[fe80::1%lo]:9"], b"has a zone: the module has none"),
-                (["unix-listen:" + long_path], b"120 characters: give 1 to 107"), (["unix:"], b"0 characters"),
-                (["packet:"], b"names no interface"), (["packet:lo,70000"], b"is no protocol"),
-                (["packet:lo,0xfffff"], b"is no protocol"), (["packet:lo,0x"], b"is no protocol"),
-                (["tcp:127.0.0.1:9", "--local", "127.0.0.1:0"], b"is no port"),
-                (["tcp:127.0.0.1:9", "--local", "[::1]:9"], b"of two families"),
-                (["tcp:127.0.0.1:9", "--local", "localhost:9"], b'"localhost:9" is no numeric address'),
-                (["tcp:127.0.0.1:9", "--local", ""], b"--local is empty"),
-                (["tcp:127.0.0.1:9", "--local"], b"--local needs a value"),
-                (["tcp-listen:9", "--local", "127.0.0.1:9"],
-                 b"--local is for tcp, udp, sctp and unix-dgram endpoints that do not listen"),
-                (["tcp-listen:9", "--timeout", "1"], b"--timeout is for"),
-                (["udp:127.0.0.1:9", "--timeout", "1"], b"--timeout is for"),
-                (["tcp:127.0.0.1:9", "--timeout", "0"], b"is no time"),
-                (["unix-dgram:/x", "--local", long_path], b"120 characters"),
-                (["unix-dgram:/x", "--recv-only"], b"--recv-only needs --local"),
-                (["udp:127.0.0.1:9", "--size", "0"], b"is no size"),
-                (["udp:127.0.0.1:9", "--size", "65508"], b"give a number from 1 to 65507"),
-                (["tcp:127.0.0.1:9", "--size", "9"], b"--size is for udp, sctp and unix-dgram endpoints alone"),
-                (["tcp:127.0.0.1:9", "--rate", "9"], b"--rate is for"),
-                (["tcp:127.0.0.1:9", "--count", "9"], b"--count is for"),
-                (["udp:127.0.0.1:9", "--rate", "9g"], b"is no rate"),
-                (["udp:127.0.0.1:9", "--rate", "k"], b"is no rate"),
-                (["udp:127.0.0.1:9", "--idle", "-1"], b"is no time"),
-                (["udp:127.0.0.1:9", "--idle", "1s"], b"is no time"),
-                (["udp:127.0.0.1:9", "--count", "0"], b"is no count"), (["udp:127.0.0.1:9", "--raw"], b"--raw is for"),
-                (["tcp:127.0.0.1:9", "--send-only", "--recv-only"], b"exclude each other"),
-                (["tcp:[::1]"], b"has no port"), (["sctp:127.0.0.1"], b"has no port"),
-                (["sctp:127.0.0.1,:9"], b"is no address"), (["sctp:,127.0.0.1:9"], b"is no address"),
-                (["sctp:127.0.0.1:0"], b"is no port"), (["sctp:127.0.0.1:9,127.0.0.2:9"], b"is no address"),
-                (["tcp:127.0.0.1,127.0.0.2:9"], b"is no address"),
-                (["sctp:127.0.0.1,[::1]:9"], b"two families: give all as IPv4 or all as IPv6"),
-                (["sctp-listen:[::1],127.0.0.1:9"], b"addresses of two families"),
-                (["sctp:127.0.0.1:9", "--local", "[::1],[::2]"], b"of two families"),
-                (["sctp:127.0.0.1:9", "--local", "127.0.0.1,127.0.0.2:0"], b"is no port"),
-                (["sctp-listen:9", "--local", "127.0.0.1"], b"--local is for"),
-                (["tcp:127.0.0.1:9", "--local", "127.0.0.1"], b"has no port"),
-                (["sctp:127.0.0.1:9", "--streams", "0"], b'"0" is no number of streams: give a number from 1'),
-                (["sctp:127.0.0.1:9", "--streams", "65536"], b"from 1 to 65535"),
-                (["sctp:127.0.0.1:9", "--ppid", "0x100000000"], b"from 0 to 4294967295"),
-                (["sctp:127.0.0.1:9", "--size", "65537"], b"give a number from 1 to 65536"),
-                (["sctp:127.0.0.1:9", "--count", "9"], b"--count is for"),
-                (["tcp:127.0.0.1:9", "--streams", "9"], b"--streams is for"),
-                (["tcp:127.0.0.1:9", "--ppid", "9"], b"--ppid is for"),
-                (["udp:127.0.0.1:9", "--one-to-many"], b"--one-to-many is for"),
-                (["tcp:127.0.0.1:9", "--s"], b'"--s" is ambiguous: --send-only, --size, --streams\n'),
-                (["tcp:127.0.0.1:9", "--re=1"], b"--recv-only takes no value"),
-                (["tcp:127.0.0.1:9", "--quiet=yes"], b"--quiet takes no value"),
-                (["tcp:127.0.0.1:9", "--sizes", "9"], b'"--sizes" is no option')):
-            with self.subTest(arguments):
-                process = self.kelcat(*arguments)
-                self.assertSentence(process, 2, re.escape(sentence))
-                self.assertEqual(process.output(), b"")
+        for sentence, *lines in (
+                ("endpoint is missing", ""), ('"--frob" is no option', "--frob tcp:127.0.0.1:1"),
+                ('"stray" is one argument too many', "tcp:127.0.0.1:1 stray"),
+                ("is no endpoint", "dccp:127.0.0.1:1", "9000"),
+                ('"70000" is no port: give a number from 1 to 65535', "tcp:127.0.0.1:70000"),
+                ("is no port", "tcp:127.0.0.1:0", "tcp:127.0.0.1:http", "tcp:127.0.0.1:", "'tcp:127.0.0.1: 1'",
+                 "tcp-listen:-1", "tcp:127.0.0.1:9 --local 127.0.0.1:0", "sctp:127.0.0.1:0",
+                 "sctp:127.0.0.1:9 --local 127.0.0.1,127.0.0.2:0"),
+                ("give a number from 0 to 65535", "tcp-listen:70000"),
+                ('"9000" is no address: give ADDR:PORT such as', "tcp:9000"),
+                ("is no address", "tcp:256.0.0.1:9000", "tcp:::1:9000", "'tcp:local host:9000'",
+                 "tcp:[localhost]:9000", "udp:[127.0.0.1]:9", "sctp:127.0.0.1,:9", "sctp:,127.0.0.1:9",
+                 "sctp:127.0.0.1:9,127.0.0.2:9", "tcp:127.0.0.1,127.0.0.2:9"),
+                ('"[fe80::1%lo]:9000" has a zone: the module has none', "tcp:[fe80::1%lo]:9000"),
+                ("has a zone: the module has none", "sctp:[::1],[fe80::1%2]:9000",
+                 "udp:[::1]:9 --local [fe80::1%lo]:9"), ("120 characters: give 1 to 107", "unix-listen:@"),
+                ("0 characters", "unix:"), ("names no interface", "packet:"),
+                ("is no protocol", "packet:lo,70000", "packet:lo,0xfffff", "packet:lo,0x"),
+                ("of two families", "tcp:127.0.0.1:9 --local [::1]:9", "sctp:127.0.0.1:9 --local [::1],[::2]"),
+                ('"localhost:9" is no numeric address', "tcp:127.0.0.1:9 --local localhost:9"),
+                ("--local is empty", "tcp:127.0.0.1:9 --local ''"),
+                ("--local needs a value", "tcp:127.0.0.1:9 --local"),
+                ("--local is for tcp, udp, sctp and unix-dgram endpoints that do not listen",
+                 "tcp-listen:9 --local 127.0.0.1:9"),
+                ("--timeout is for", "tcp-listen:9 --timeout 1", "udp:127.0.0.1:9 --timeout 1"),
+                ("is no time", "tcp:127.0.0.1:9 --timeout 0", "udp:127.0.0.1:9 --idle -1",
+                 "udp:127.0.0.1:9 --idle 1s"), ("120 characters", "unix-dgram:/x --local @"),
+                ("--recv-only needs --local", "unix-dgram:/x --recv-only"),
+                ("is no size", "udp:127.0.0.1:9 --size 0"),
+                ("give a number from 1 to 65507", "udp:127.0.0.1:9 --size 65508"),
+                ("--size is for udp, sctp and unix-dgram endpoints alone", "tcp:127.0.0.1:9 --size 9"),
+                ("--rate is for", "tcp:127.0.0.1:9 --rate 9"),
+                ("--count is for", "tcp:127.0.0.1:9 --count 9", "sctp:127.0.0.1:9 --count 9"),
+                ("is no rate", "udp:127.0.0.1:9 --rate 9g", "udp:127.0.0.1:9 --rate k"),
+                ("is no count", "udp:127.0.0.1:9 --count 0"), ("--raw is for", "udp:127.0.0.1:9 --raw"),
+                ("exclude each other", "tcp:127.0.0.1:9 --send-only --recv-only"),
+                ("has no port", "tcp:[::1]", "sctp:127.0.0.1", "tcp:127.0.0.1:9 --local 127.0.0.1"),
+                ("two families: give all as IPv4 or all as IPv6", "'sctp:127.0.0.1,[::1]:9'"),
+                ("addresses of two families", "sctp-listen:[::1],127.0.0.1:9"),
+                ("--local is for", "sctp-listen:9 --local 127.0.0.1"),
+                ('"0" is no number of streams: give a number from 1', "sctp:127.0.0.1:9 --streams 0"),
+                ("from 1 to 65535", "sctp:127.0.0.1:9 --streams 65536"),
+                ("from 0 to 4294967295", "sctp:127.0.0.1:9 --ppid 0x100000000"),
+                ("give a number from 1 to 65536", "sctp:127.0.0.1:9 --size 65537"),
+                ("--streams is for", "tcp:127.0.0.1:9 --streams 9"), ("--ppid is for", "tcp:127.0.0.1:9 --ppid 9"),
+                ("--one-to-many is for", "udp:127.0.0.1:9 --one-to-many"),
+                ('"--s" is ambiguous: --send-only, --size, --streams\n', "tcp:127.0.0.1:9 --s"),
+                ("--recv-only takes no value", "tcp:127.0.0.1:9 --re=1"),
+                ("--quiet takes no value", "tcp:127.0.0.1:9 --quiet=yes"),
+                ('"--sizes" is no option', "tcp:127.0.0.1:9 --sizes 9")):
+            for line in lines:
+                with self.subTest(line):
+                    process = self.kelcat(*shlex.split(line.replace("@", "x" * 120)))
+                    self.assertSentence(process, 2, re.escape(sentence.encode()))
+                    self.assertEqual(process.output(), b"")
 
     def test_abbreviated_options(self):
         process = self.kelcat("--verb", "--id=0.1", "--rec", "udp-listen:127.0.0.1:0")
@@ -169,8 +157,7 @@ class Files(Test):
             server, place = self.listener(f"{kind}-listen:{path}")
             self.assertEqual(place, f"{kind}:{path}")
             client = self.kelcat("-v", place, *(["--local", own] if kind == "unix-dgram" else []), data=QUESTION)
-            self.assertDone(server, client)
-            self.assertEqual(server.output(), QUESTION)
+            self.assertMoved(QUESTION, server, client)
             if kind == "unix-dgram":
                 self.assertIn(f"kelcat: connected to {place} from {kind}:{own}\n".encode(), client.told)
                 self.assertIn(f"kelcat: peer {kind}:{own}\n".encode(), server.told)
