@@ -11,10 +11,12 @@
 #include "answers.h"
 #include "calls.h"
 #include "machine.h"
+#include "positions.h"
 #include "text.h"
 
 Caller caller;
 std::map<std::string, std::set<size_t>> taken_at;
+std::map<std::string, Exploration> explorations;
 
 namespace
 {
@@ -400,17 +402,32 @@ std::string differ(const std::string &what, const std::string &expected, const s
     return "  " + what + "\n    expected: " + readable(expected) + "\n    seen:     " + readable(seen) + "\n";
 }
 
-std::string difference(const sys::Trace &expected, const sys::Trace &seen,
-                       const std::vector<const Statement *> &origins)
+std::string place_of(const Statement *statement)
+{
+    return statement == nullptr ? "" : ", at " + statement->place + ": " + statement->text;
+}
+
+/* A question to the filter names a line of the source: what is reported there. */
+std::string explained(const std::string &line)
+{
+    for (const Position &position : source().positions) {
+        const std::string number = "." + std::to_string(position.line) + ")";
+        if (line.rfind("filter(", 0) == 0 && line.find(number) != std::string::npos) {
+            return line + "   " + position.name;
+        }
+    }
+    return line + (line.find(".0)") == std::string::npos ? "" : "   which the source does not report");
+}
+
+std::string difference(const sys::Trace &expected, const sys::Trace &seen, const Machine &machine)
 {
     size_t line = 0;
     while (line < expected.size() && line < seen.size() && expected[line] == seen[line]) {
         line++;
     }
-    auto at = [=](const sys::Trace &trace) { return line < trace.size() ? trace[line] : "the end"; };
-    const Statement *origin = line < origins.size() ? origins[line] : nullptr;
-    const std::string where = origin == nullptr ? "" : ", at " + origin->place + ": " + origin->text;
-    return differ("call " + std::to_string(line + 1) + where, at(expected), at(seen));
+    auto call = [=](const sys::Trace &trace) { return line < trace.size() ? explained(trace[line]) : "the end"; };
+    const Statement *origin = line < machine.origins.size() ? machine.origins[line] : machine.last;
+    return differ("call " + std::to_string(line + 1) + place_of(origin), call(expected), call(seen));
 }
 
 std::string difference(const Caller &expected, const Caller &seen)
@@ -435,10 +452,10 @@ std::string difference(const Seen &expected, const Seen &seen, const Machine &ma
 {
     std::string text;
     if (expected.trace != seen.trace) {
-        text += difference(expected.trace, seen.trace, machine.origins);
+        text += difference(expected.trace, seen.trace, machine);
     }
     if (expected.result != seen.result) {
-        text += differ("result", expected.result, seen.result);
+        text += differ("result" + place_of(machine.last), expected.result, seen.result);
     }
     if (expected.error != seen.error) {
         text += differ("errno", std::to_string(expected.error), std::to_string(seen.error));
@@ -531,8 +548,7 @@ void *memory_of_caller(const std::string &name)
 
 const Exploration &explored(const std::string &function)
 {
-    static std::map<std::string, Exploration> done;
-    auto [place, first] = done.emplace(function, Exploration());
+    auto [place, first] = explorations.emplace(function, Exploration());
     if (first) {
         for (const Part &part : parts) {
             sys::name_pointer(part.place, part.name);

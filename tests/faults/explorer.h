@@ -71,6 +71,9 @@ struct Exploration {
 /* Makes every trial of a function, once: later calls get the same answer. */
 const Exploration &explored(const std::string &function);
 
+/* By function, what was explored so far. */
+extern std::map<std::string, Exploration> explorations;
+
 /* What was taken at each position of the source, by the explorations so far. See positions.h for the names. */
 extern std::map<std::string, std::set<size_t>> taken_at;
 

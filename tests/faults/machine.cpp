@@ -255,6 +255,7 @@ void Machine::run(const Statement &statement, Frame &frame)
     case Statement::Refuse:
         if (value(statement.target, frame) == 0) {
             statement.refusals++;
+            last = &statement;
             report(statement, frame);
             frame.result = statement.result;
             frame.is_done = true;
@@ -266,6 +267,7 @@ void Machine::run(const Statement &statement, Frame &frame)
         KEL_ASSERT_X(0, source_name, statement.line, 0);
         break;
     case Statement::Result:
+        last = &statement;
         frame.result = value(statement.arguments[0], frame);
         frame.is_done = true;
         break;

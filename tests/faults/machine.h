@@ -29,9 +29,10 @@ class Machine
     /* Tells whether the prints of the report that was just made have changed errno. */
     std::function<bool()> is_noisy;
 
-    /* The steps in whose course each line of a trace came. */
+    /* The steps in whose course each line of a trace came, and the one that gave the result. */
     const sys::Trace *trace = nullptr;
     std::vector<const Statement *> origins;
+    const Statement *last = nullptr;
 
   private:
     struct Frame {

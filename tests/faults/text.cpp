@@ -571,7 +571,7 @@ class Reader
 
     /* Each of the trials once with each of the alternatives that stand here; add puts one into a trial. */
     template <typename Read, typename Add>
-    void multiply(std::vector<Trial> &trials, const char *introduction, Read read, Add add)
+    void multiply(std::vector<Trial> &trials, const std::string &introduction, Read read, Add add)
     {
         std::vector<Trial> longer;
         do {
@@ -596,8 +596,8 @@ class Reader
                                             : Depth::Every;
         std::vector<Trial> all = {{now->place, "tried", depth, {}, {}, {}}};
         auto value = [this] { return expression(); };
-        for (const char *introduction = "with"; take(introduction); introduction = ",") {
-            multiply(all, *introduction == ',' ? ", " : " with ", value,
+        for (const char *sign = "with"; take(sign); sign = ",") {
+            multiply(all, *sign == ',' ? ", " : " with ", value,
                      [](Trial &one, const Expression &argument) { one.arguments.push_back(argument); });
         }
         if (all[0].arguments.size() != parameters) {
@@ -606,18 +606,22 @@ class Reader
         if (take("after")) {
             multiply(all, " after ", value, [](Trial &one, const Expression &call) { one.before.push_back(call); });
         }
-        for (const char *introduction = "where"; take(introduction); introduction = ";") {
-            std::vector<Statement> last; /* of an assignment, an alternative is another value */
-            auto step = [&] {
-                if (last.empty() || last[0].kind != Statement::Assign) {
-                    last = {simple()};
-                } else {
-                    last[0].arguments = {expression()};
-                }
-                return last[0];
-            };
-            multiply(all, *introduction == ';' ? "; " : " where ", step,
-                     [](Trial &one, const Statement &set) { one.prepare.push_back(set); });
+        for (const char *sign = "where"; take(sign); sign = ";") {
+            const std::string introduction = *sign == ';' ? "; " : " where ";
+            const size_t from = token;
+            Statement set = begin(Statement::Assign);
+            set.target = expression();
+            if (take("=")) { /* the alternatives are values */
+                multiply(all, introduction + written(from), value, [&](Trial &one, const Expression &alternative) {
+                    set.arguments = {alternative};
+                    one.prepare.push_back(set);
+                });
+            } else {
+                token = from;
+                multiply(
+                    all, introduction, [this] { return simple(); },
+                    [](Trial &one, const Statement &step) { one.prepare.push_back(step); });
+            }
         }
         end();
         return all;
