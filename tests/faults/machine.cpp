@@ -17,7 +17,6 @@ namespace
 constexpr const char *source_name = "platform/kel/socket/kel_socket.cpp"; /* as the reports carry it */
 constexpr const char *red = "\033[1;31m";
 constexpr const char *end_of_colour = "\033[m";
-constexpr size_t record_size = 112;
 
 bool compare(long left, Condition::Kind kind, long right)
 {
@@ -187,7 +186,7 @@ void Machine::report(const Statement &statement, Frame &frame)
         printf(statement.format.c_str(), argument);
         const std::string error = strerror(errno);
         printf(": %s", error.c_str());
-        printf(std::string(end_of_colour).c_str());
+        printf(end_of_colour);
     }
     statement.outcomes->insert(is_noisy() ? PrintedNoisily : Printed);
     KEL_SysLog(module_print_filter.moduleID, 2, source_name, statement.line, function.c_str(), statement.format.c_str(),
