@@ -1,0 +1,592 @@
+"""The rows: calls, their errors, and how the kernel is brought to them."""
+
+import ctypes
+import os
+import struct
+import tempfile
+import threading
+import time
+from contextlib import ExitStack, contextmanager, nullcontext, suppress
+from select import select
+from socket import *
+
+from truth import *
+
+ERROR = -1
+SCTP_INITMSG, SCTP_STATUS, SCTP_GET_ASSOC_ID_LIST, TCP_USER_TIMEOUT = 2, 14, 29, 18
+
+PEER, BYTES, LIST, FLAGS = record(b""), ctypes.create_string_buffer(256), ctypes.c_void_p(), ctypes.c_long()
+SIZE, NEGATIVE = ctypes.c_uint(256), ctypes.c_uint(2**32 - 1)
+pointer = ctypes.byref
+
+BY_DESCRIPTOR = {
+    "accept": lambda fd: kel("accept", fd, PEER),
+    "bind": lambda fd: kel("bind", fd, inet()),
+    "connect": lambda fd: kel("connect", fd, inet()),
+    "getpeername": lambda fd: kel("getpeername", fd, PEER),
+    "getsockname": lambda fd: kel("getsockname", fd, PEER),
+    "getsockopt": lambda fd: kel("getsockopt", fd, SOL_SOCKET, SO_TYPE, BYTES, pointer(SIZE)),
+    "setsockopt": lambda fd: kel("setsockopt", fd, SOL_SOCKET, SO_KEEPALIVE, BYTES, 4),
+    "listen": lambda fd: kel("listen", fd, 1),
+    "recv": lambda fd: kel("recv", fd, BYTES, 1, 0),
+    "recvfrom": lambda fd: kel("recvfrom", fd, BYTES, 1, 0, PEER),
+    "send": lambda fd: kel("send", fd, BYTES, 1, 0),
+    "sendto": lambda fd: kel("sendto", fd, BYTES, 1, 0, inet()),
+    "sctp_recvmsg": lambda fd: kel("sctp_recvmsg", fd, BYTES, 1, None, None, pointer(FLAGS)),
+    "sctp_send": lambda fd: kel("sctp_send", fd, BYTES, 1, None, 0),
+    "sctp_sendmsg": lambda fd: kel("sctp_sendmsg", fd, BYTES, 1, inet(), 0, 0, 0, 0, 0),
+}
+SCTP_OPTIONS = {
+    "sctp_bindx": lambda fd: kel("sctp_bindx", fd, inet(), 1, 1),
+    "sctp_connectx": lambda fd: kel("sctp_connectx", fd, inet(), 1, None),
+    "sctp_getladdrs": lambda fd: kel("sctp_getladdrs", fd, 0, pointer(LIST)),
+    "sctp_getpaddrs": lambda fd: kel("sctp_getpaddrs", fd, 0, pointer(LIST)),
+    "sctp_opt_info": lambda fd: kel("sctp_opt_info", fd, 0, SCTP_STATUS, BYTES, pointer(SIZE)),
+    "sctp_peeloff": lambda fd: kel("sctp_peeloff", fd, 0),
+}
+
+for call, use in (BY_DESCRIPTOR | SCTP_OPTIONS).items():
+    row(call, "EBADF", lambda use=use: use(UNUSED))
+    row(call, "ENOTSOCK", lambda use=use: use(open("/dev/null", "rb")))
+for call, use in SCTP_OPTIONS.items():
+    row(call, "ENOPROTOOPT", lambda use=use: use(socket(AF_NETLINK, SOCK_RAW)))
+row("close", "EBADF", lambda: kel("close", UNUSED))
+
+# ---- Sockets, options, names -----------------------------------------------------------------------------------------
+
+
+def make(family=AF_INET, kind=SOCK_STREAM, protocol=0):
+    return kel("socket", family, kind, protocol)
+
+
+row("socket", "EACCES", lambda: make(AF_INET, SOCK_DGRAM, IPPROTO_ICMP), guest=True)
+row("socket", "EAFNOSUPPORT", lambda: make(99))
+row("socket", "EINVAL", lambda: make(AF_INET, 99))
+row("socket", "EMFILE", lambda: within(descriptors(0), make))
+row("socket", "ENFILE", lambda: within(files(0), make), guest=True)
+row("socket", "ENOBUFS", lambda: squeezed("ENOBUFS", lambda: make(AF_INET6)), guest=True)
+row("socket", "ENOMEM", lambda: squeezed("ENOMEM", make), guest=True)
+row("socket", "EPROTONOSUPPORT", lambda: make(AF_INET, SOCK_STREAM, IPPROTO_UDP))
+
+row("getpeername", "EFAULT", lambda: kel("getpeername", to_itself(), NOWHERE))
+row("getpeername", "ENOTCONN", lambda: kel("getpeername", tcp(), PEER))
+row("getsockname", "EFAULT", lambda: kel("getsockname", tcp(), NOWHERE))
+row("getsockopt", "EFAULT", lambda: kel("getsockopt", tcp(), SOL_SOCKET, SO_TYPE, NOWHERE, pointer(SIZE)))
+row("getsockopt", "EINVAL", lambda: kel("getsockopt", tcp(), SOL_SOCKET, SO_TYPE, BYTES, pointer(NEGATIVE)))
+row("getsockopt", "ENOPROTOOPT", lambda: kel("getsockopt", tcp(), IPPROTO_TCP, 9999, BYTES, pointer(SIZE)))
+row("setsockopt", "EFAULT", lambda: kel("setsockopt", tcp(), SOL_SOCKET, SO_KEEPALIVE, NOWHERE, 4))
+row("setsockopt", "EINVAL", lambda: kel("setsockopt", tcp(), SOL_SOCKET, SO_KEEPALIVE, BYTES, 1))
+row("setsockopt", "ENOPROTOOPT", lambda: kel("setsockopt", tcp(), IPPROTO_TCP, 9999, BYTES, 4))
+
+# ---- Bind, listen, accept --------------------------------------------------------------------------------------------
+
+row("bind", "EADDRINUSE", lambda: using(listener(), lambda taken: kel("bind", tcp(), name_of(taken))))
+row("bind", "EADDRNOTAVAIL", lambda: kel("bind", tcp(), inet(0, ELSEWHERE)))
+row("bind", "EFAULT", lambda: kel("bind", tcp(), half_a_record()))
+row("bind", "EINVAL", lambda: kel("bind", listener(), inet(0)))
+row("bind", "ENODEV", lambda: kel("bind", socket(AF_INET6), inet6("fe80::77", UNUSED)), guest=True)
+
+
+@row("listen", "EADDRINUSE")
+def listens_beside_another():
+    first = bound(tcp())
+    second = bound(tcp(), first.getsockname()[1])
+    first.listen()
+    kel("listen", second, 1)
+
+
+row("listen", "EOPNOTSUPP", lambda: kel("listen", udp(), 1))
+
+row("accept", "EAGAIN", lambda: kel("accept", without_waiting(listener()), PEER))
+row("accept", "EFAULT", lambda: kel("accept", full()[0], NOWHERE))
+row("accept", "EINTR", lambda: within(signals(), lambda: kel("accept", listener(), PEER)))
+row("accept", "EINVAL", lambda: kel("accept", tcp(), PEER))
+row("accept", "EOPNOTSUPP", lambda: kel("accept", udp(), PEER))
+
+
+def accept_within(change):
+    server, _client = full()
+    within(change, lambda: kel("accept", server, PEER))
+
+
+row("accept", "EMFILE", lambda: accept_within(descriptors(0)))
+row("accept", "ENFILE", lambda: accept_within(files(0)), guest=True)
+
+
+@row("accept", "ENOMEM", guest=True)
+def accepts_without_memory():
+    server = without_waiting(listener())
+    squeezed("ENOMEM", lambda: kel("accept", server, PEER))
+
+
+# ---- Connect ---------------------------------------------------------------------------------------------------------
+
+
+def connect_to_full(wait=True, times=1):
+    server, _client = full()
+    client = tcp()
+    client.setsockopt(IPPROTO_TCP, TCP_USER_TIMEOUT, 1000)
+    os.set_blocking(client.fileno(), wait)
+    for _ in range(times):
+        kel("connect", client, name_of(server))
+
+
+row("connect", "EACCES", lambda: kel("connect", udp(), inet(9, "127.255.255.255")))
+row("connect", "EAFNOSUPPORT", lambda: kel("connect", tcp(), inet6("::1")))
+row("connect", "EALREADY", lambda: connect_to_full(wait=False, times=2))
+row("connect", "EFAULT", lambda: kel("connect", tcp(), half_a_record()))
+row("connect", "EINPROGRESS", lambda: connect_to_full(wait=False))
+row("connect", "EINTR", lambda: within(signals(), connect_to_full))
+row("connect", "EISCONN", lambda: kel("connect", pair()[0], inet()))
+row("connect", "ENETUNREACH", lambda: kel("connect", tcp(), inet(9, ELSEWHERE)), guest=True)
+row("connect", "ETIMEDOUT", connect_to_full, guest=True)
+
+
+@row("connect", "EADDRNOTAVAIL")
+def connects_from_the_same_port_again():
+    first = bound(tcp())
+    second = bound(tcp(), first.getsockname()[1])
+    server = listener()
+    first.connect(server.getsockname())
+    kel("connect", second, name_of(server))
+
+
+@row("connect", "ECONNREFUSED")
+def connects_to_nobody():
+    port = bound(tcp())  # taken, and nobody listens
+    kel("connect", tcp(), name_of(port))
+
+
+# ---- Paths -----------------------------------------------------------------------------------------------------------
+
+
+class Place:
+    """A folder with everything in it that a path can fail at."""
+
+    def __init__(self):
+        self.folder = tempfile.TemporaryDirectory()
+        os.mkdir(self / "folder")
+        os.mkdir(self / "closed", 0)
+        open(self / "file", "x", encoding="ascii").close()
+        os.symlink("loop", self / "loop")
+        os.symlink(300 * "l", self / "long")
+
+    def __truediv__(self, name):
+        return f"{self.folder.name}/{name}"
+
+    def socket(self, name, kind=SOCK_STREAM):
+        made = unix(kind)
+        made.bind(self / name)
+        return made
+
+    @contextmanager
+    def read_only(self):
+        """And not for root alone."""
+        with mounted("none", self / "folder", "tmpfs", MS_RDONLY), without(CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH):
+            yield
+
+
+def unix(kind=SOCK_STREAM):
+    return socket(AF_UNIX, kind)
+
+
+def serve(path):
+    """The server removes what is in its way. It goes on, and what comes of that is for the bind to say."""
+    answer = ctypes.c_int.in_dll(module, "unlink_errno")
+    answer.value = 0
+    if kel("unix_tcp_server_socket_create", path, 1) != ERROR:
+        os.close(last["result"])
+    last.update(result=ERROR, errno=answer.value, shown="")
+    return ERROR
+
+
+for path, error, guest in (
+    ("missing/socket", "ENOENT", False),
+    ("file/socket", "ENOTDIR", False),
+    ("loop/socket", "ELOOP", False),
+    ("long/socket", "ENAMETOOLONG", False),
+    ("closed/socket", "EACCES", True),
+    ("folder/socket", "EROFS", True),
+):
+    for call, use in ("bind", lambda path: kel("bind", unix(), local(path))), ("unlink", serve):
+
+        @row(call, error, guest=guest)
+        def follows_path(path=path, use=use, guest=guest):
+            place = Place()
+            within(place.read_only() if guest else nullcontext(), lambda: use(place / path))
+
+
+row("unlink", "EISDIR", lambda: using(Place(), lambda place: serve(place / "folder")))
+
+
+@row("unlink", "EBUSY", guest=True)
+def unlinks_what_is_mounted():
+    place = Place()
+    within(mounted(place / "file", place / "file", "", MS_BIND), lambda: serve(place / "file"))
+
+
+@row("unlink", "EPERM", guest=True)
+def unlinks_what_others_own():
+    place = Place()
+    theirs = place / "folder/theirs"
+    open(theirs, "x", encoding="ascii").close()
+    os.chown(theirs, 1, 1)
+    os.chown(place / "folder", 1, 1)
+    os.chmod(place / "folder", 0o1777)
+    within(without(CAP_FOWNER), lambda: serve(theirs))
+
+
+@row("connect", "EAGAIN")
+def connects_where_there_is_no_room():
+    place = Place()
+    server = place.socket("socket")
+    server.listen(0)
+    first = unix()
+    first.connect(place / "socket")
+    kel("connect", without_waiting(unix()), local(place / "socket"))
+
+
+row("connect", "ENOENT", lambda: kel("connect", unix(), local("/no/such/path")))
+
+
+@row("connect", "EPERM")
+def connects_to_one_who_talks_to_another():
+    place = Place()
+    first, second = (place.socket(name, SOCK_DGRAM) for name in ("first", "second"))
+    first.connect(place / "second")
+    kel("connect", unix(SOCK_DGRAM), local(place / "first"))
+
+
+@row("connect", "EPROTOTYPE")
+def connects_a_stream_to_datagrams():
+    place = Place()
+    taken = place.socket("socket", SOCK_DGRAM)
+    kel("connect", unix(), local(place / "socket"))
+
+
+@row("unlink", "ENOMEM", guest=True)
+def unlinks_without_memory():
+    place = Place()
+    squeezed("ENOMEM", lambda: serve(place / "file"))
+
+
+@row("bind", "ENOMEM", guest=True)
+def binds_without_memory():
+    place, made = Place(), [unix() for _ in range(200)]
+    squeezed("ENOMEM", lambda: kel("bind", made.pop(), local(place / str(len(made)))))
+
+
+# ---- Interfaces ------------------------------------------------------------------------------------------------------
+
+
+def fill(descriptor):
+    """The module closes it when the query fails."""
+    return kel("addr_fill", descriptor, PEER, 17, 0, None, 3, "lo")
+
+
+row("ioctl", "EBADF", lambda: fill(UNUSED))
+row("ioctl", "EINVAL", lambda: fill(os.open("/dev/urandom", os.O_RDONLY)))
+row("ioctl", "ENOTTY", lambda: fill(os.open("/dev/null", os.O_RDONLY)))
+
+
+row("if_nametoindex", "ENODEV", lambda: kel("raw_sendto", UNUSED, INTERFACE + "-and-more", "x", 1, 0), guest=True)
+
+# ---- Sending: each function takes what it knows of a message -----------------------------------------------------------
+
+NOBODY = no_record()
+SENDERS = {
+    "send": lambda fd, data="x", size=1, flags=MSG_NOSIGNAL, to=None: kel("send", fd, data, size, flags),
+    "sendto": lambda fd, data="x", size=1, flags=MSG_NOSIGNAL, to=inet(): kel("sendto", fd, data, size, flags, to),
+    "sctp_send": lambda fd, data="x", size=1, flags=MSG_NOSIGNAL, to=None: kel("sctp_send", fd, data, size, None, flags),
+    "sctp_sendmsg": lambda fd, data="x", size=1, flags=0, to=inet(): kel(
+        "sctp_sendmsg", fd, data, size, to, 0, 0, 0, 0, 0
+    ),
+}
+
+
+def add_sender(call, send):
+    addressed = call in ("sendto", "sctp_sendmsg")
+
+    def crowded(wait):
+        """A local socket whose receiver has no room for more."""
+        place = Place()
+        receiver = place.socket("socket", SOCK_DGRAM)
+        sender = unix(SOCK_DGRAM)
+        sender.connect(place / "socket")
+        with suppress(BlockingIOError):
+            while True:
+                sender.send(b"x", MSG_DONTWAIT)
+        os.set_blocking(sender.fileno(), wait)
+        send(sender, to=local(place / "socket"))
+
+    row(call, "EAGAIN", lambda: crowded(wait=False))
+    row(call, "EINTR", lambda: within(signals(), lambda: crowded(wait=True)))
+
+    def deferred():
+        """A connection that begins with its first data, to one who answers nothing."""
+        server, connected = full()
+        client = tcp()
+        client.setsockopt(IPPROTO_TCP, TCP_FASTOPEN_CONNECT, 1)
+        client.setsockopt(IPPROTO_TCP, TCP_FASTOPEN_NO_COOKIE, 1)
+        client.connect(server.getsockname())
+        return client, server, connected
+
+    @row(call, "EINPROGRESS")
+    def begins_to_connect():
+        client, *_others = deferred()
+        send(without_waiting(client), "", 0)
+
+    @row(call, "EALREADY")
+    def begins_to_connect_twice():
+        def begin():
+            with suppress(OSError):
+                client.send(b"x")
+
+        client, *_others = deferred()
+        first = threading.Thread(target=begin)
+        first.start()
+        while client.getsockopt(IPPROTO_TCP, TCP_INFO, 104)[24:28] == bytes(4):  # nothing is under way yet
+            time.sleep(0)
+        send(client)
+        client.shutdown(SHUT_RDWR)
+        first.join()
+
+    @row(call, "EACCES")
+    def sends_to_everybody():
+        client = udp()
+        client.setsockopt(SOL_SOCKET, SO_BROADCAST, 1)
+        client.connect(("127.255.255.255", 9))
+        client.setsockopt(SOL_SOCKET, SO_BROADCAST, 0)
+        send(client, flags=MSG_DONTROUTE, to=inet(9, "127.255.255.255"))  # the flag has its route looked up again
+
+    @row(call, "ECONNRESET")
+    def sends_to_one_who_broke_off():
+        client, server = pair()
+        server.setsockopt(SOL_SOCKET, SO_LINGER, struct.pack("=ii", 1, 0))
+        server.close()
+        select([client], [], [])
+        send(client)
+
+    if call == "sendto":
+        row(call, "EDESTADDRREQ", lambda: send(socket(AF_INET, SOCK_RAW, IPPROTO_UDP), to=NOBODY), guest=True)
+    else:
+        row(call, "EDESTADDRREQ", lambda: send(udp(), to=NOBODY))
+    row(call, "EFAULT", lambda: send(to_itself(), NOWHERE))
+
+    @row(call, "EINVAL")
+    def sends_in_more_segments_than_there_may_be():
+        client = to_itself()
+        client.setsockopt(IPPROTO_UDP, UDP_SEGMENT, 1)
+        send(client, bytes(1000), 1000, to=name_of(client))
+
+    def to_stream(connected):
+        place = Place()
+        server, client = place.socket("socket"), unix()
+        server.listen()
+        if connected:
+            client.connect(place / "socket")
+        send(client, to=local(place / "socket"))
+
+    row(call, "EISCONN", lambda: to_stream(True) if addressed else send(pair()[0], flags=MSG_FASTOPEN))
+    row(call, "EOPNOTSUPP", lambda: to_stream(False) if addressed else send(to_itself(), flags=MSG_OOB))
+    row(call, "EMSGSIZE", lambda: send(to_itself(), bytes(65508), 65508))
+
+    @row(call, "ENOBUFS", guest=True)
+    def sends_into_no_queue():
+        client = udp()
+        client.setsockopt(IPPROTO_IP, IP_RECVERR, 1)
+        client.connect((SILENT, 9))
+        run(f"tc qdisc add dev {INTERFACE} root pfifo limit 0")
+        send(client, to=inet(9, SILENT))
+        run(f"tc qdisc del dev {INTERFACE} root")
+
+    row(call, "ENOTCONN", lambda: send(unix(SOCK_DGRAM), to=NOBODY))
+
+    @row(call, "EPIPE")
+    def sends_after_the_end():
+        client, _server = pair()
+        client.shutdown(SHUT_WR)
+        send(client)
+
+
+for call, send in SENDERS.items():
+    add_sender(call, send)
+
+# ---- Receiving -------------------------------------------------------------------------------------------------------
+
+
+def add_receiver(call, receive):
+    row(call, "EAGAIN", lambda: receive(without_waiting(to_itself())))
+
+    @row(call, "ECONNREFUSED")
+    def receives_from_nobody():
+        nobody, client = to_itself(), udp()  # it receives from itself alone
+        client.connect(nobody.getsockname())
+        client.send(b"x")
+        select([client], [], [])
+        receive(client)
+
+    @row(call, "EFAULT")
+    def receives_into_no_memory():
+        client = to_itself()
+        client.send(b"x")
+        receive(client, NOWHERE)
+
+    row(call, "EINTR", lambda: within(signals(), lambda: receive(to_itself())))
+    if call == "sctp_recvmsg":
+        row(call, "EINVAL", lambda: receive(udp(), size=-1))
+    else:
+        row(call, "EINVAL", lambda: receive(pair()[0], flags=MSG_OOB))
+    row(call, "ENOTCONN", lambda: receive(tcp()))
+
+
+add_receiver("recv", lambda fd, data=BYTES, size=1, flags=0: kel("recv", fd, data, size, flags))
+add_receiver("recvfrom", lambda fd, data=BYTES, size=1, flags=0: kel("recvfrom", fd, data, size, flags, PEER))
+add_receiver(
+    "sctp_recvmsg", lambda fd, data=BYTES, size=1, flags=0: kel("sctp_recvmsg", fd, data, size, None, None, pointer(FLAGS))
+)
+
+# ---- SCTP ------------------------------------------------------------------------------------------------------------
+
+ASSOCIATION = 0x7777  # which nobody has
+
+
+def sctp(kind=SOCK_STREAM):
+    return socket(AF_INET, kind, IPPROTO_SCTP)
+
+
+def bindx(made, address):
+    return kel("sctp_bindx", made, address, 1, 1)
+
+
+def connectx(made, address, wait=True, associated=None):
+    os.set_blocking(made.fileno(), wait)
+    return kel("sctp_connectx", made, address, 1, associated)
+
+
+def associated(family=AF_INET):
+    """A one-to-many socket, its association with another, and the other."""
+    client, server = (socket(family, SOCK_SEQPACKET, IPPROTO_SCTP) for _ in range(2))
+    server.bind(("::1" if family == AF_INET6 else "127.0.0.1", 0))
+    server.listen()
+    client.connect(server.getsockname())
+    return client, struct.unpack("=i", client.getsockopt(IPPROTO_SCTP, SCTP_GET_ASSOC_ID_LIST, 8)[4:])[0], server
+
+
+row("sctp_bindx", "EACCES", lambda: within(without(CAP_NET_BIND_SERVICE), lambda: bindx(sctp(), inet(100))), guest=True)
+row("sctp_bindx", "EADDRINUSE", lambda: using(listener(made=sctp()), lambda taken: bindx(sctp(), name_of(taken))), guest=True)
+row("sctp_bindx", "EADDRNOTAVAIL", lambda: bindx(sctp(), inet(0, ELSEWHERE)), guest=True)
+row("sctp_bindx", "EINVAL", lambda: bindx(bound(sctp()), inet(1)), guest=True)
+
+
+@row("sctp_connectx", "EACCES", guest=True)
+def associates_from_a_port_of_roots():
+    client = bound(sctp(), 101)
+    within(without(CAP_NET_BIND_SERVICE), lambda: connectx(client, inet()))
+
+
+@row("sctp_connectx", "EADDRNOTAVAIL", guest=True)
+def associates_with_one_who_was_peeled_off():
+    client, number, server = associated()
+    peeled = kel("sctp_peeloff", client, number)
+    connectx(client, name_of(server))
+    os.close(peeled)
+
+
+@row("sctp_connectx", "EAGAIN", guest=True)
+def associates_when_no_port_is_left():
+    with setting("net/ipv4/ip_local_port_range", "40000 40000"):
+        taken = bound(sctp(), 40000)
+        connectx(sctp(), inet())
+
+
+@row("sctp_connectx", "EALREADY", guest=True)
+def associates_twice():
+    client = sctp()
+    connectx(client, inet(9, SILENT), wait=False)
+    connectx(client, inet(9, SILENT), wait=False)
+
+
+@row("sctp_connectx", "EISCONN", guest=True)
+def associates_again():
+    client, server = sctp(), listener(made=sctp())
+    connectx(client, name_of(server))
+    connectx(client, name_of(server))
+
+
+@row("sctp_connectx", "ETIMEDOUT", guest=True)
+def associates_with_nobody():
+    with setting("net/sctp/rto_initial", "1000"):
+        client = sctp()
+    client.setsockopt(IPPROTO_SCTP, SCTP_INITMSG, struct.pack("=HHHH", 1, 1, 1, 10))
+    connectx(client, inet(9, SILENT))
+
+
+row("sctp_connectx", "ECONNREFUSED", lambda: connectx(sctp(), inet()), guest=True)
+row("sctp_connectx", "EINPROGRESS", lambda: connectx(sctp(), inet(9, SILENT), wait=False), guest=True)
+row("sctp_connectx", "EINTR", lambda: within(signals(), lambda: connectx(sctp(), inet(9, SILENT))), guest=True)
+row("sctp_connectx", "EINVAL", lambda: connectx(sctp(), inet(9, "224.0.0.1")), guest=True)
+
+for call in ("sctp_getladdrs", "sctp_getpaddrs"):
+    row(call, "EINVAL", lambda call=call: kel(call, sctp(SOCK_SEQPACKET), ASSOCIATION, pointer(LIST)), guest=True)
+opt_info = lambda data: kel("sctp_opt_info", sctp(SOCK_SEQPACKET), ASSOCIATION, SCTP_STATUS, data, pointer(SIZE))
+row("sctp_opt_info", "EFAULT", lambda: opt_info(half_a_record()), guest=True)
+row("sctp_opt_info", "EINVAL", lambda: opt_info(BYTES), guest=True)
+row("sctp_peeloff", "EINVAL", lambda: kel("sctp_peeloff", sctp(SOCK_SEQPACKET), ASSOCIATION), guest=True)
+
+
+def peel_off(change):
+    client, number, _server = associated()
+    within(change, lambda: kel("sctp_peeloff", client, number))
+
+
+row("sctp_peeloff", "EMFILE", lambda: peel_off(descriptors(0)), guest=True)
+row("sctp_peeloff", "ENFILE", lambda: peel_off(files(0)), guest=True)
+
+
+def peel_off_without_memory(family, error):
+    client, number, _server = associated(family)
+    squeezed(error, lambda: kel("sctp_peeloff", client, number))
+
+
+row("sctp_peeloff", "ENOBUFS", lambda: peel_off_without_memory(AF_INET6, "ENOBUFS"), guest=True)
+row("sctp_peeloff", "ENOMEM", lambda: peel_off_without_memory(AF_INET, "ENOMEM"), guest=True)
+
+
+def send_to_path_without_memory(send):
+    client, missing = unix(SOCK_DGRAM), local("/run/" + 100 * "m")  # a long name takes memory of its own
+    squeezed("ENOMEM", lambda: send(client, to=missing))
+
+
+for call in ("sendto", "sctp_sendmsg"):
+    row(call, "ENOMEM", lambda send=SENDERS[call]: send_to_path_without_memory(send), guest=True)
+
+
+def add_sctp_sender(call, send):
+    def overfull(wait):
+        server, client = listener(made=sctp()), sctp()
+        client.connect(server.getsockname())
+        os.set_blocking(client.fileno(), False)
+        while send(client, bytes(1000), 1000, to=name_of(server)) != ERROR:
+            pass
+        if wait:
+            os.set_blocking(client.fileno(), True)
+            within(signals(), lambda: send(client, bytes(1000), 1000, to=name_of(server)))
+
+    row(call, "EAGAIN", lambda: overfull(wait=False), guest=True)
+    row(call, "EINTR", lambda: overfull(wait=True), guest=True)
+
+    @row(call, "EMSGSIZE", guest=True)
+    def sends_more_than_the_buffer_holds():
+        client, _number, server = associated()
+        send(client, bytes(2**20), 2**20, to=name_of(server))
+
+
+for call in ("sctp_send", "sctp_sendmsg"):
+    add_sctp_sender(call, SENDERS[call])
+row("sctp_send", "EPIPE", lambda: SENDERS["sctp_send"](sctp(SOCK_SEQPACKET)), guest=True)
+row("sctp_sendmsg", "EPIPE", lambda: SENDERS["sctp_sendmsg"](listener(made=sctp())), guest=True)
+row("sctp_recvmsg", "ENOTCONN", lambda: BY_DESCRIPTOR["sctp_recvmsg"](sctp()), guest=True)
+
+# More than there are addresses for.
+row("tc_malloc", "ENOMEM", lambda: kel("sctp_bindx", UNUSED, inet(), 2**44, 1))

@@ -1,0 +1,104 @@
+#!/usr/bin/python3
+"""Brings the kernel to every pair of call and errno in tests/behaviour/errno.txt that has no reason beside it.
+
+    truth_test.py MODULE TABLE          the rows that anybody can run on any machine
+    truth_test.py MODULE TABLE FIGURE   every row, as root in the guest; writes how many pairs there are
+"""
+
+import errno
+import faulthandler
+import gc
+import json
+import os
+import re
+import sys
+import traceback
+
+import high_descriptors
+import truth
+
+HERE = os.path.dirname(os.path.realpath(__file__))
+sys.path.insert(0, os.path.join(HERE, "../../tools"))
+import machine  # noqa: E402
+
+REPORTS = {  # what is reported of a call; of others nothing is
+    "connect": "connect :",
+    "if_nametoindex": r"get \S+ index\r\n",
+    "sctp_bindx": "sctp bindx ",
+    "sctp_connectx": "sctp connectx ",
+    "sctp_getladdrs": "sctp_opt_info ",
+    "sctp_getpaddrs": "sctp_opt_info ",
+    "sctp_opt_info": "sctp_opt_info ",
+    "sctp_peeloff": "sctp_peeloff ",
+    "sctp_send": "sctp send ",
+    "sctp_sendmsg": "sctp sendmsg ",
+}
+
+
+def table(path):
+    """Pairs, and the reasons of those that are not provoked."""
+    call, pairs = "", {}
+    with open(path, encoding="utf-8") as file:
+        for line in file:
+            name, _, reason = line.strip().partition("  - ")
+            if line.startswith("  "):
+                pairs[call, name] = reason
+            elif line.strip() and not line.startswith("#"):
+                call = name
+    return pairs
+
+
+def open_descriptors():
+    return sorted(os.listdir("/proc/self/fd"))
+
+
+def fault_of(call, error, scene):
+    """What is wrong with a row, or None."""
+    before = open_descriptors()
+    try:
+        scene()
+    except Exception:
+        return traceback.format_exc()
+    gc.collect()
+    number, last = getattr(errno, error), truth.last
+    report = rf"\033\[1;31m\w+\.\d+:{REPORTS[call]}: {os.strerror(number)}\033\[m" if call in REPORTS else ""
+    if last["result"] != -1:
+        return f"the result is {last['result']}"
+    if last["errno"] != number:
+        return f"the answer is {errno.errorcode.get(last['errno'], last['errno'])}"
+    if not re.fullmatch(report, last["shown"]):
+        return f"the report is {last['shown']!r}"
+    if open_descriptors() != before:
+        return "descriptors were left open, or closed"
+    return None
+
+
+def main():
+    pairs, in_guest, provoked, faults = table(sys.argv[2]), len(sys.argv) > 3, set(), []
+    if in_guest:
+        truth.prepare_guest()
+    for call, error, needs_guest, scene in truth.rows:
+        if pairs.get((call, error), "it is in no manual page"):
+            faults.append(f"{call} {error} has a row and a reason not to have one: {pairs.get((call, error))}")
+        if needs_guest and not in_guest:
+            continue
+        faulthandler.dump_traceback_later(machine.patience(30), exit=True, file=sys.stderr)
+        fault = fault_of(call, error, scene)
+        if fault:
+            faults.append(f"{call} {error}: {fault}")
+        else:
+            provoked.add((call, error))
+    if in_guest:
+        faults += high_descriptors.faults_of_high_descriptors()
+    for pair, reason in pairs.items():
+        if not reason and pair not in {row[:2] for row in truth.rows}:
+            faults.append(f"{' '.join(pair)} has neither a row nor a reason")
+    print(*faults, sep="\n")
+    print(f"truth: {len(provoked)} of {len(pairs)} pairs provoked")
+    if in_guest and not faults:
+        with open(sys.argv[3], "w", encoding="ascii") as file:
+            json.dump({"pairs provoked": len(provoked)}, file)
+    return 1 if faults else 0
+
+
+sys.exit(main())
