@@ -645,6 +645,9 @@ class Reader
         }
         end();
         one.steps = block(0);
+        if (one.steps.empty() || one.steps.back().kind != Statement::Result) {
+            fail(one.name + " does not end with a result");
+        }
         one.variables = variables.size();
         variables.clear();
         while (is_deeper(0)) {
