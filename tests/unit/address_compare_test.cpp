@@ -1,5 +1,5 @@
 /* Address comparison, of all pairs of 200 records, beside what is said of it in so many words. */
-#include "expected.h"
+#include "records.h"
 
 #include <string.h>
 

@@ -1,5 +1,5 @@
 /* Address records, over every value of their two bytes of family and of their two bytes of port or protocol. */
-#include "expected.h"
+#include "records.h"
 
 #include <arpa/inet.h>
 #include <string.h>

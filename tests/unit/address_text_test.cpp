@@ -1,6 +1,6 @@
 /* Address text: what the two checks accept, beside a recogniser that shares nothing with the patterns, and the lines.
  */
-#include "expected.h"
+#include "records.h"
 #include "recogniser.h"
 #include "trace.h"
 

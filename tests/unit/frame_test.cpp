@@ -2,7 +2,6 @@
  * Every macro of kel_lib.h: also those that the module itself never uses. What they report is seen twice, in functions
  * that were compiled as C and as C++.
  */
-#include "expected.h"
 #include "frame_uses.h"
 #include "rows.h"
 
@@ -11,6 +10,7 @@
 #include <tuple>
 
 #include "kel_module.h"
+#include "system.h"
 
 int frame_used_on;
 
@@ -73,6 +73,9 @@ const Report reports[] = {
     {"check_ret", 2, red, 2, "n error\r\n", "n error\r\n", false, KEL_ERROR},
     {"check_rp", 2, red, 2, "argument is null\r\n", "argument is null\r\n", false, KEL_ERROR},
 };
+
+/* Which question the print filter answers with yes. */
+enum class Filtered { No, ByLine, ByName };
 
 sys::Trace trace_of(const Report &report, const std::string &function, Filtered filtered)
 {

@@ -2,7 +2,7 @@
  * What the headers promise of the system's part: no Recording lives, so calls go through to it. Local sockets and the
  * loopback serve, which need no privilege.
  */
-#include "expected.h"
+#include "records.h"
 
 #include <arpa/inet.h>
 #include <errno.h>

@@ -1,9 +1,10 @@
 /* Registration: this file stands in for the platform's registry, which then answers as the test says. */
-#include "expected.h"
+#include <gtest/gtest.h>
 
 #include <string.h>
 
 #include "kel_module.h"
+#include "system.h"
 
 static kel_module_t *registered;
 

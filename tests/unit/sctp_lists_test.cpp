@@ -1,5 +1,5 @@
 /* SCTP address lists: counts of every size, and lists longer than any endpoint has. */
-#include "expected.h"
+#include "records.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -1,5 +1,5 @@
 /* Whole reports as their reader sees them, one of each kind of endpoint: console, standard error and log. */
-#include "expected.h"
+#include <gtest/gtest.h>
 
 #include <errno.h>
 #include <fstream>
@@ -8,6 +8,7 @@
 
 #include "host.h"
 #include "kel_sctp.h"
+#include "system.h"
 
 namespace
 {
