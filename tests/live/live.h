@@ -84,7 +84,7 @@ class Peer
     std::string read(size_t size); /* exactly that much, or less at the end of its output */
     std::string read_errors();     /* the rest of its standard error */
     void end();                    /* asks it to end, and waits for the end of its output */
-    int exit_status();             /* waits for the end; at the test's limit, kills */
+    int exit_status();             /* waits for the end */
 
   private:
     /* A standard stream; what was read beyond a text that was waited for is kept. */
@@ -101,8 +101,8 @@ class Peer
     Source output, errors;
 };
 
-/* One test: a time limit, no reports on the console, and as many descriptors open after it as before. At the limit,
- * whatever waits in the kernel returns with EINTR, and nothing is waited for any more: the test ends, and fails. */
+/* One test: no reports on the console, and as many descriptors open after it as before. Whatever does not end by itself
+ * ends the program. */
 class Live : public testing::Test
 {
   protected:
