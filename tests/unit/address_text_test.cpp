@@ -1,7 +1,7 @@
 /* Address text: what the two checks accept, beside a recogniser that shares nothing with the patterns, and the lines.
  */
-#include "records.h"
 #include "recogniser.h"
+#include "records.h"
 #include "trace.h"
 
 #include <algorithm>
