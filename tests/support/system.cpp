@@ -425,11 +425,12 @@ int regexec(const regex_t *pattern, const char *string, size_t slots, regmatch_t
                          result);
 }
 
-void regfree(regex_t *)
+void regfree(regex_t *pattern)
 {
     if (recording()) {
         answered("regfree", "", 0);
     }
+    memset(pattern, 0, sizeof(*pattern)); /* of no use any more */
 }
 
 /* The console: the format and, behind a bar, what it prints. errno may be scripted: a print may change it. */

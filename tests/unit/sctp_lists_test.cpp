@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <errno.h>
 #include <functional>
 #include <limits.h>
 #include <string.h>
@@ -102,6 +103,50 @@ TEST(Counts, AreCutTo32BitsForTheLibrary)
         EXPECT_EQ(recording.trace(),
                   (sys::Trace{allocated, "sctp_bindx(70, " + list + ", 1) = 0", "tc_free(block 1) = 0", allocated,
                               "sctp_connectx(70, " + list + ", id) = 0", "tc_free(block 2) = 0"}));
+    }
+}
+
+/* Such an allocator again: no text is read and no record filled. */
+TEST(Counts, BelowZeroFillNothing)
+{
+    CHAR **const nowhere = reinterpret_cast<CHAR **>(8);
+    for (long count : {-1L, -2L, LONG_MIN / 112}) {
+        sys::Recording recording(
+            [](const std::string &name, long usual) { return sys::ok(name == "tc_malloc" ? 1 : usual); });
+
+        EXPECT_EQ(kel_sctp_bindx_str(70, KEL_AF_INET, 0, nowhere, count, 1), KEL_ERROR);
+
+        EXPECT_EQ(recording.trace(),
+                  (sys::Trace{"tc_malloc(" + std::to_string(count * 112) + ") = 1", "tc_free(block 1) = 0"}));
+    }
+    for (int family : {KEL_AF_INET, KEL_AF_INET6}) {
+        for (auto fetch : {kel_sctp_getpaddrs, kel_sctp_getladdrs}) {
+            kel_sockaddr_t *fetched = nullptr;
+            sys::set_addresses({blank(family)});
+            sys::Recording recording([](const std::string &name, long usual) {
+                return sys::ok(name == "tc_malloc" ? 1 : name.compare(0, 8, "sctp_get") == 0 ? -2 : usual);
+            });
+
+            EXPECT_EQ(fetch(5, 9, &fetched), -2);
+
+            EXPECT_EQ(bytes_of(*fetched), bytes_of(poisoned()));
+        }
+    }
+}
+
+/* The list of so many texts is asked for, and cannot be had. */
+TEST(LongLists, OfTextsReachTheSetUpWithTheirCount)
+{
+    CHAR text[] = "10.0.1.1";
+    std::vector<CHAR *> texts(40000, text);
+    struct sctp_initmsg init = {};
+    for (auto create : {kel_sctp_server_one2one_str_create, kel_sctp_server_one2many_str_create}) {
+        sys::Recording recording(sys::fail_nth("tc_malloc", 2, {0, ENOMEM}));
+
+        EXPECT_EQ(create(KEL_AF_INET, texts.data(), 40000, 0, 8, &init, NULL), KEL_ERROR);
+
+        const sys::Trace &trace = recording.trace();
+        EXPECT_NE(std::find(trace.begin(), trace.end(), "tc_malloc(640000) = 0 errno 12"), trace.end());
     }
 }
 
