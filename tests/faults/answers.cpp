@@ -23,7 +23,7 @@ constexpr long not_minus_one = -0x10001;
 std::map<std::string, Answers> by_hand()
 {
     const Answers plain = {{negative}, {positive}, {beyond_16_bits}};
-    const Answers descriptor = {{not_minus_one}, {0}, {beyond_16_bits}};
+    const Answers descriptor = {{not_minus_one}, {0}, {1}, {beyond_16_bits}};
     const Answers list_count = {{not_minus_one}, {0}, {1}, {negative}}; /* also none with a list, and one without */
     const Answers short_count = {{not_minus_one}, {0}, {1}, {beyond_16_bits}};
     const Answers count = {{beyond_32_bits - 1}, {0}, {1}, {-2}, {beyond_32_bits / 2}, {beyond_32_bits + 5},

@@ -394,6 +394,8 @@ const char *inet_ntop(int family, const void *source, char *destination, socklen
     return convert(family, source, destination, size);
 }
 
+static const regex_t *compiled_last;
+
 /* Compiling takes up to a millisecond, so a pattern is compiled once in a program's life, and never freed. */
 int regcomp(regex_t *pattern, const char *source, int flags)
 {
@@ -411,6 +413,7 @@ int regcomp(regex_t *pattern, const char *source, int flags)
         known = compiled.emplace(std::make_pair(source, flags), *pattern).first;
     }
     *pattern = known->second;
+    compiled_last = pattern;
     return 0;
 }
 
@@ -428,7 +431,7 @@ int regexec(const regex_t *pattern, const char *string, size_t slots, regmatch_t
 void regfree(regex_t *pattern)
 {
     if (recording()) {
-        answered("regfree", "", 0);
+        answered("regfree", pattern == compiled_last ? "the pattern" : "?", 0);
     }
     memset(pattern, 0, sizeof(*pattern)); /* of no use any more */
 }
