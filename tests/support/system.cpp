@@ -399,7 +399,7 @@ static const regex_t *compiled_last;
 /* Compiling takes up to a millisecond, so a pattern is compiled once in a program's life, and never freed. */
 int regcomp(regex_t *pattern, const char *source, int flags)
 {
-    static std::map<std::pair<std::string, int>, regex_t> compiled;
+    static auto &compiled = *new std::map<std::pair<std::string, int>, regex_t>;
     long result = recording() ? answered("regcomp", text("%s, %d", source, flags), 0) : 0;
     if (result != 0) {
         return (int)result;
