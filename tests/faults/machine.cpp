@@ -119,12 +119,15 @@ long Machine::value(const Expression &expression, Frame &frame)
     for (const Expression &argument : of) {
         arguments.push_back(value(argument, frame));
     }
-    if (const Function *function = function_named(expression.name)) {
-        return call(*function, arguments);
+    if (expression.function == nullptr && expression.callee == nullptr) {
+        expression.function = function_named(expression.name);
+        expression.callee = system_function(expression.name);
     }
-    const Callee *callee = system_function(expression.name);
-    arguments.resize(std::max(arguments.size(), callee->parameters));
-    return callee->call(arguments.data());
+    if (expression.function != nullptr) {
+        return call(*expression.function, arguments);
+    }
+    arguments.resize(expression.callee->parameters);
+    return expression.callee->call(arguments.data());
 }
 
 bool Machine::holds(const Condition &condition, Frame &frame)
@@ -197,29 +200,12 @@ void Machine::report(const Statement &statement, Frame &frame)
 
 void Machine::step(const Statement &statement, Frame &frame)
 {
-    std::vector<long> arguments;
-    for (const Expression &argument : statement.arguments) {
-        arguments.push_back(value(argument, frame));
+    if (outcomes(statement.use) != 0) {
+        look_up(statement, frame);
+        current = &statement;
     }
-
-    if (!statement.is_known) {
-        statement.function = function_named(statement.use);
-        statement.callee = statement.function == nullptr ? system_function(statement.use) : nullptr;
-        statement.is_known = true;
-    }
-    long result;
-    if (statement.function != nullptr) {
-        result = call(*statement.function, arguments);
-    } else {
-        if (outcomes(statement.use) != 0) {
-            look_up(statement, frame);
-            current = &statement;
-        }
-        arguments.resize(std::max(arguments.size(), statement.callee->parameters));
-        result = statement.callee->call(arguments.data());
-        current = nullptr;
-    }
-
+    long result = value(statement.arguments[0], frame);
+    current = nullptr;
     result = statement.narrow ? (int)result : result;
     if (statement.has_target) {
         frame.variables[(size_t)statement.target.number] = result;

@@ -458,7 +458,7 @@ class Reader
         }
         Statement call = begin(Statement::Call);
         found_as(call, first.name);
-        call.arguments = first.of;
+        call.arguments = {first};
         if (take("->")) {
             call.has_target = true;
             call.target = new_variable();

@@ -12,11 +12,17 @@
 #include <vector>
 
 /* A value is a number of 64 bits: what C has in one register. Texts, records and arrays are pointers. */
+struct Function;
+struct Callee;
 struct Expression {
     enum Kind { Number, Variable, Field, ElementOf, AddressOf, List, Product, Sum, Call } kind;
     long number = 0;  /* a value, a variable's place in its function, the size of an element, a field's number */
     std::string name; /* of a function */
     std::vector<Expression> of;
+
+    /* Of a call that was made before: one of the two. */
+    mutable const Function *function = nullptr;
+    mutable const Callee *callee = nullptr;
 };
 
 struct Condition {
@@ -34,9 +40,6 @@ struct Branch {
     long number;
     std::shared_ptr<Block> then;
 };
-
-struct Function;
-struct Callee;
 
 struct Statement {
     enum Kind { Call, Assign, Report, Refuse, AssertionFails, Result, If, Each, Local } kind;
@@ -56,9 +59,6 @@ struct Statement {
     long result = 0; /* of a refusal */
 
     /* What the machine has looked up, and how often it came here. */
-    mutable bool is_known = false;
-    mutable const Function *function = nullptr;
-    mutable const Callee *callee = nullptr;
     mutable int line = 0;
     mutable std::set<size_t> *outcomes = nullptr;
     mutable size_t runs = 0, refusals = 0;
