@@ -1,10 +1,11 @@
 #include "answers.h"
 
 #include <errno.h>
+#include <fstream>
 #include <map>
 #include <regex.h>
-
-#include "errno_table.h"
+#include <stdexcept>
+#include <string.h>
 
 namespace
 {
@@ -67,11 +68,37 @@ std::map<std::string, Answers> by_hand()
             {"sctp_opt_info", plain}}; /* positive for an option that the library does not know */
 }
 
+std::map<std::string, int> errors_by_name()
+{
+    std::map<std::string, int> numbers;
+    for (int error = 1; error < unknown_error; error++) {
+        if (const char *name = strerrorname_np(error)) {
+            numbers[name] = error;
+        }
+    }
+    return numbers;
+}
+
+/* What stands beside an error is for tests/truth. */
 std::map<std::string, std::vector<int>> by_page()
 {
+    const auto numbers = errors_by_name();
+    std::ifstream file(KEL_ERRNO_TABLE);
     std::map<std::string, std::vector<int>> errors;
-    for (const ErrnoPair &pair : errno_table()) {
-        errors[pair.call].push_back(pair.error);
+    std::string call;
+    for (std::string line; std::getline(file, line);) {
+        if (line.compare(0, 2, "  ") == 0) {
+            auto named = numbers.find(line.substr(2, line.find(' ', 2) - 2));
+            if (named == numbers.end()) {
+                throw std::runtime_error(KEL_ERRNO_TABLE ": what is \"" + line + "\"?");
+            }
+            errors[call].push_back(named->second);
+        } else if (line[0] != '#') {
+            call = line;
+        }
+    }
+    if (errors.empty()) {
+        throw std::runtime_error(KEL_ERRNO_TABLE ": there is no table");
     }
     return errors;
 }
