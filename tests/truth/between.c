@@ -1,4 +1,4 @@
-/* The module passes over what its unlink(2) comes to: it goes through here to the kernel, and what that says is kept. */
+/* The module passes over what its unlink(2) comes to. It goes through here to the kernel, whose answer is kept. */
 #include <errno.h>
 #include <sys/syscall.h>
 #include <unistd.h>

@@ -6,7 +6,7 @@ import struct
 import tempfile
 import threading
 import time
-from contextlib import ExitStack, contextmanager, nullcontext, suppress
+from contextlib import contextmanager, nullcontext, suppress
 from select import select
 from socket import *
 
@@ -15,8 +15,9 @@ from truth import *
 ERROR = -1
 SCTP_INITMSG, SCTP_STATUS, SCTP_GET_ASSOC_ID_LIST, TCP_USER_TIMEOUT = 2, 14, 29, 18
 
-PEER, BYTES, LIST, FLAGS = record(b""), ctypes.create_string_buffer(256), ctypes.c_void_p(), ctypes.c_long()
+PEER, FLAGS, BYTES, LIST = record(b""), record(b""), ctypes.create_string_buffer(256), ctypes.c_void_p()
 SIZE, NEGATIVE = ctypes.c_uint(256), ctypes.c_uint(2**32 - 1)
+ZEROS = (0, 0, 0, 0, 0)
 pointer = ctypes.byref
 
 BY_DESCRIPTOR = {
@@ -28,13 +29,6 @@ BY_DESCRIPTOR = {
     "getsockopt": lambda fd: kel("getsockopt", fd, SOL_SOCKET, SO_TYPE, BYTES, pointer(SIZE)),
     "setsockopt": lambda fd: kel("setsockopt", fd, SOL_SOCKET, SO_KEEPALIVE, BYTES, 4),
     "listen": lambda fd: kel("listen", fd, 1),
-    "recv": lambda fd: kel("recv", fd, BYTES, 1, 0),
-    "recvfrom": lambda fd: kel("recvfrom", fd, BYTES, 1, 0, PEER),
-    "send": lambda fd: kel("send", fd, BYTES, 1, 0),
-    "sendto": lambda fd: kel("sendto", fd, BYTES, 1, 0, inet()),
-    "sctp_recvmsg": lambda fd: kel("sctp_recvmsg", fd, BYTES, 1, None, None, pointer(FLAGS)),
-    "sctp_send": lambda fd: kel("sctp_send", fd, BYTES, 1, None, 0),
-    "sctp_sendmsg": lambda fd: kel("sctp_sendmsg", fd, BYTES, 1, inet(), 0, 0, 0, 0, 0),
 }
 SCTP_OPTIONS = {
     "sctp_bindx": lambda fd: kel("sctp_bindx", fd, inet(), 1, 1),
@@ -44,8 +38,19 @@ SCTP_OPTIONS = {
     "sctp_opt_info": lambda fd: kel("sctp_opt_info", fd, 0, SCTP_STATUS, BYTES, pointer(SIZE)),
     "sctp_peeloff": lambda fd: kel("sctp_peeloff", fd, 0),
 }
+SENDERS = {  # each takes what it knows of a message
+    "send": lambda fd, data="x", size=1, flags=0, to=None: kel("send", fd, data, size, flags),
+    "sendto": lambda fd, data="x", size=1, flags=0, to=inet(): kel("sendto", fd, data, size, flags, to),
+    "sctp_send": lambda fd, data="x", size=1, flags=0, to=None: kel("sctp_send", fd, data, size, None, flags),
+    "sctp_sendmsg": lambda fd, data="x", size=1, flags=0, to=inet(): kel("sctp_sendmsg", fd, data, size, to, *ZEROS),
+}
+RECEIVERS = {
+    "recv": lambda fd, data=BYTES, flags=0: kel("recv", fd, data, 1, flags),
+    "recvfrom": lambda fd, data=BYTES, flags=0: kel("recvfrom", fd, data, 1, flags, PEER),
+    "sctp_recvmsg": lambda fd, data=BYTES, size=1: kel("sctp_recvmsg", fd, data, size, None, None, FLAGS),
+}
 
-for call, use in (BY_DESCRIPTOR | SCTP_OPTIONS).items():
+for call, use in (BY_DESCRIPTOR | SENDERS | RECEIVERS | SCTP_OPTIONS).items():
     row(call, "EBADF", lambda use=use: use(UNUSED))
     row(call, "ENOTSOCK", lambda use=use: use(open("/dev/null", "rb")))
 for call, use in SCTP_OPTIONS.items():
@@ -59,13 +64,13 @@ def make(family=AF_INET, kind=SOCK_STREAM, protocol=0):
     return kel("socket", family, kind, protocol)
 
 
-row("socket", "EACCES", lambda: make(AF_INET, SOCK_DGRAM, IPPROTO_ICMP), guest=True)
+in_guest("socket", "EACCES", lambda: make(AF_INET, SOCK_DGRAM, IPPROTO_ICMP))
 row("socket", "EAFNOSUPPORT", lambda: make(99))
 row("socket", "EINVAL", lambda: make(AF_INET, 99))
 row("socket", "EMFILE", lambda: within(descriptors(0), make))
-row("socket", "ENFILE", lambda: within(files(0), make), guest=True)
-row("socket", "ENOBUFS", lambda: squeezed("ENOBUFS", lambda: make(AF_INET6)), guest=True)
-row("socket", "ENOMEM", lambda: squeezed("ENOMEM", make), guest=True)
+in_guest("socket", "ENFILE", lambda: within(files(0), make))
+in_guest("socket", "ENOBUFS", lambda: squeezed("ENOBUFS", lambda: make(AF_INET6)))
+in_guest("socket", "ENOMEM", lambda: squeezed("ENOMEM", make))
 row("socket", "EPROTONOSUPPORT", lambda: make(AF_INET, SOCK_STREAM, IPPROTO_UDP))
 
 row("getpeername", "EFAULT", lambda: kel("getpeername", to_itself(), NOWHERE))
@@ -84,17 +89,16 @@ row("bind", "EADDRINUSE", lambda: using(listener(), lambda taken: kel("bind", tc
 row("bind", "EADDRNOTAVAIL", lambda: kel("bind", tcp(), inet(0, ELSEWHERE)))
 row("bind", "EFAULT", lambda: kel("bind", tcp(), half_a_record()))
 row("bind", "EINVAL", lambda: kel("bind", listener(), inet(0)))
-row("bind", "ENODEV", lambda: kel("bind", socket(AF_INET6), inet6("fe80::77", UNUSED)), guest=True)
+in_guest("bind", "ENODEV", lambda: kel("bind", socket(AF_INET6), inet6("fe80::77", UNUSED)))
 
 
-@row("listen", "EADDRINUSE")
-def listens_beside_another():
+def two_at_one_port():
+    """Which they may be as long as neither listens nor has the same peer."""
     first = bound(tcp())
-    second = bound(tcp(), first.getsockname()[1])
-    first.listen()
-    kel("listen", second, 1)
+    return first, bound(tcp(), first.getsockname()[1])
 
 
+row("listen", "EADDRINUSE", lambda: [kel("listen", made, 1) for made in two_at_one_port()])
 row("listen", "EOPNOTSUPP", lambda: kel("listen", udp(), 1))
 
 row("accept", "EAGAIN", lambda: kel("accept", without_waiting(listener()), PEER))
@@ -104,27 +108,22 @@ row("accept", "EINVAL", lambda: kel("accept", tcp(), PEER))
 row("accept", "EOPNOTSUPP", lambda: kel("accept", udp(), PEER))
 
 
-def accept_within(change):
-    server, _client = full()
-    within(change, lambda: kel("accept", server, PEER))
-
-
-row("accept", "EMFILE", lambda: accept_within(descriptors(0)))
-row("accept", "ENFILE", lambda: accept_within(files(0)), guest=True)
-
-
-@row("accept", "ENOMEM", guest=True)
-def accepts_without_memory():
+def accept_with(lack, what):
+    """It is missed before there is a connection."""
     server = without_waiting(listener())
-    squeezed("ENOMEM", lambda: kel("accept", server, PEER))
+    lack(what, lambda: kel("accept", server, PEER))
+
+
+row("accept", "EMFILE", lambda: accept_with(within, descriptors(0)))
+in_guest("accept", "ENFILE", lambda: accept_with(within, files(0)))
+in_guest("accept", "ENOMEM", lambda: accept_with(squeezed, "ENOMEM"))
 
 
 # ---- Connect ---------------------------------------------------------------------------------------------------------
 
 
 def connect_to_full(wait=True, times=1):
-    server, _client = full()
-    client = tcp()
+    (server, _connected), client = full(), tcp()
     client.setsockopt(IPPROTO_TCP, TCP_USER_TIMEOUT, 1000)
     os.set_blocking(client.fileno(), wait)
     for _ in range(times):
@@ -138,23 +137,18 @@ row("connect", "EFAULT", lambda: kel("connect", tcp(), half_a_record()))
 row("connect", "EINPROGRESS", lambda: connect_to_full(wait=False))
 row("connect", "EINTR", lambda: within(signals(), connect_to_full))
 row("connect", "EISCONN", lambda: kel("connect", pair()[0], inet()))
-row("connect", "ENETUNREACH", lambda: kel("connect", tcp(), inet(9, ELSEWHERE)), guest=True)
-row("connect", "ETIMEDOUT", connect_to_full, guest=True)
+in_guest("connect", "ENETUNREACH", lambda: kel("connect", tcp(), inet(9, ELSEWHERE)))
+in_guest("connect", "ETIMEDOUT", connect_to_full)
+
+
+row("connect", "ECONNREFUSED", lambda: using(bound(tcp()), lambda idle: kel("connect", tcp(), name_of(idle))))
 
 
 @row("connect", "EADDRNOTAVAIL")
 def connects_from_the_same_port_again():
-    first = bound(tcp())
-    second = bound(tcp(), first.getsockname()[1])
     server = listener()
-    first.connect(server.getsockname())
-    kel("connect", second, name_of(server))
-
-
-@row("connect", "ECONNREFUSED")
-def connects_to_nobody():
-    port = bound(tcp())  # taken, and nobody listens
-    kel("connect", tcp(), name_of(port))
+    for client in two_at_one_port():
+        kel("connect", client, name_of(server))
 
 
 # ---- Paths -----------------------------------------------------------------------------------------------------------
@@ -217,15 +211,16 @@ for path, error, guest in (
 
 
 row("unlink", "EISDIR", lambda: using(Place(), lambda place: serve(place / "folder")))
+in_guest("unlink", "ENOMEM", lambda: using(Place(), lambda place: squeezed("ENOMEM", lambda: serve(place / "file"))))
 
 
-@row("unlink", "EBUSY", guest=True)
+@in_guest("unlink", "EBUSY")
 def unlinks_what_is_mounted():
     place = Place()
     within(mounted(place / "file", place / "file", "", MS_BIND), lambda: serve(place / "file"))
 
 
-@row("unlink", "EPERM", guest=True)
+@in_guest("unlink", "EPERM")
 def unlinks_what_others_own():
     place = Place()
     theirs = place / "folder/theirs"
@@ -239,38 +234,28 @@ def unlinks_what_others_own():
 @row("connect", "EAGAIN")
 def connects_where_there_is_no_room():
     place = Place()
-    server = place.socket("socket")
+    server, clients = place.socket("socket"), (unix(), unix())
     server.listen(0)
-    first = unix()
-    first.connect(place / "socket")
-    kel("connect", without_waiting(unix()), local(place / "socket"))
+    for client in clients:
+        kel("connect", without_waiting(client), local(place / "socket"))
 
 
 row("connect", "ENOENT", lambda: kel("connect", unix(), local("/no/such/path")))
 
 
-@row("connect", "EPERM")
-def connects_to_one_who_talks_to_another():
+def connect_to_datagrams(kind):
+    """To one who talks to another."""
     place = Place()
-    first, second = (place.socket(name, SOCK_DGRAM) for name in ("first", "second"))
+    first, _second = (place.socket(name, SOCK_DGRAM) for name in ("first", "second"))
     first.connect(place / "second")
-    kel("connect", unix(SOCK_DGRAM), local(place / "first"))
+    kel("connect", unix(kind), local(place / "first"))
 
 
-@row("connect", "EPROTOTYPE")
-def connects_a_stream_to_datagrams():
-    place = Place()
-    taken = place.socket("socket", SOCK_DGRAM)
-    kel("connect", unix(), local(place / "socket"))
+row("connect", "EPERM", lambda: connect_to_datagrams(SOCK_DGRAM))
+row("connect", "EPROTOTYPE", lambda: connect_to_datagrams(SOCK_STREAM))
 
 
-@row("unlink", "ENOMEM", guest=True)
-def unlinks_without_memory():
-    place = Place()
-    squeezed("ENOMEM", lambda: serve(place / "file"))
-
-
-@row("bind", "ENOMEM", guest=True)
+@in_guest("bind", "ENOMEM")
 def binds_without_memory():
     place, made = Place(), [unix() for _ in range(200)]
     squeezed("ENOMEM", lambda: kel("bind", made.pop(), local(place / str(len(made)))))
@@ -289,19 +274,9 @@ row("ioctl", "EINVAL", lambda: fill(os.open("/dev/urandom", os.O_RDONLY)))
 row("ioctl", "ENOTTY", lambda: fill(os.open("/dev/null", os.O_RDONLY)))
 
 
-row("if_nametoindex", "ENODEV", lambda: kel("raw_sendto", UNUSED, INTERFACE + "-and-more", "x", 1, 0), guest=True)
+in_guest("if_nametoindex", "ENODEV", lambda: kel("raw_sendto", UNUSED, INTERFACE + "-and-more", "x", 1, 0))
 
-# ---- Sending: each function takes what it knows of a message -----------------------------------------------------------
-
-NOBODY = no_record()
-SENDERS = {
-    "send": lambda fd, data="x", size=1, flags=MSG_NOSIGNAL, to=None: kel("send", fd, data, size, flags),
-    "sendto": lambda fd, data="x", size=1, flags=MSG_NOSIGNAL, to=inet(): kel("sendto", fd, data, size, flags, to),
-    "sctp_send": lambda fd, data="x", size=1, flags=MSG_NOSIGNAL, to=None: kel("sctp_send", fd, data, size, None, flags),
-    "sctp_sendmsg": lambda fd, data="x", size=1, flags=0, to=inet(): kel(
-        "sctp_sendmsg", fd, data, size, to, 0, 0, 0, 0, 0
-    ),
-}
+# ---- Sending ---------------------------------------------------------------------------------------------------------
 
 
 def add_sender(call, send):
@@ -309,9 +284,8 @@ def add_sender(call, send):
 
     def crowded(wait):
         """A local socket whose receiver has no room for more."""
-        place = Place()
-        receiver = place.socket("socket", SOCK_DGRAM)
-        sender = unix(SOCK_DGRAM)
+        place, sender = Place(), unix(SOCK_DGRAM)
+        _receiver = place.socket("socket", SOCK_DGRAM)
         sender.connect(place / "socket")
         with suppress(BlockingIOError):
             while True:
@@ -368,9 +342,9 @@ def add_sender(call, send):
         send(client)
 
     if call == "sendto":
-        row(call, "EDESTADDRREQ", lambda: send(socket(AF_INET, SOCK_RAW, IPPROTO_UDP), to=NOBODY), guest=True)
+        in_guest(call, "EDESTADDRREQ", lambda: send(socket(AF_INET, SOCK_RAW, IPPROTO_UDP), to=no_record()))
     else:
-        row(call, "EDESTADDRREQ", lambda: send(udp(), to=NOBODY))
+        row(call, "EDESTADDRREQ", lambda: send(udp(), to=no_record()))
     row(call, "EFAULT", lambda: send(to_itself(), NOWHERE))
 
     @row(call, "EINVAL")
@@ -391,7 +365,7 @@ def add_sender(call, send):
     row(call, "EOPNOTSUPP", lambda: to_stream(False) if addressed else send(to_itself(), flags=MSG_OOB))
     row(call, "EMSGSIZE", lambda: send(to_itself(), bytes(65508), 65508))
 
-    @row(call, "ENOBUFS", guest=True)
+    @in_guest(call, "ENOBUFS")
     def sends_into_no_queue():
         client = udp()
         client.setsockopt(IPPROTO_IP, IP_RECVERR, 1)
@@ -400,7 +374,7 @@ def add_sender(call, send):
         send(client, to=inet(9, SILENT))
         run(f"tc qdisc del dev {INTERFACE} root")
 
-    row(call, "ENOTCONN", lambda: send(unix(SOCK_DGRAM), to=NOBODY))
+    row(call, "ENOTCONN", lambda: send(unix(SOCK_DGRAM), to=no_record()))
 
     @row(call, "EPIPE")
     def sends_after_the_end():
@@ -426,12 +400,11 @@ def add_receiver(call, receive):
         select([client], [], [])
         receive(client)
 
-    @row(call, "EFAULT")
-    def receives_into_no_memory():
-        client = to_itself()
+    def with_a_message(client):
         client.send(b"x")
-        receive(client, NOWHERE)
+        return client
 
+    row(call, "EFAULT", lambda: receive(with_a_message(to_itself()), NOWHERE))
     row(call, "EINTR", lambda: within(signals(), lambda: receive(to_itself())))
     if call == "sctp_recvmsg":
         row(call, "EINVAL", lambda: receive(udp(), size=-1))
@@ -440,11 +413,8 @@ def add_receiver(call, receive):
     row(call, "ENOTCONN", lambda: receive(tcp()))
 
 
-add_receiver("recv", lambda fd, data=BYTES, size=1, flags=0: kel("recv", fd, data, size, flags))
-add_receiver("recvfrom", lambda fd, data=BYTES, size=1, flags=0: kel("recvfrom", fd, data, size, flags, PEER))
-add_receiver(
-    "sctp_recvmsg", lambda fd, data=BYTES, size=1, flags=0: kel("sctp_recvmsg", fd, data, size, None, None, pointer(FLAGS))
-)
+for call, receive in RECEIVERS.items():
+    add_receiver(call, receive)
 
 # ---- SCTP ------------------------------------------------------------------------------------------------------------
 
@@ -473,19 +443,22 @@ def associated(family=AF_INET):
     return client, struct.unpack("=i", client.getsockopt(IPPROTO_SCTP, SCTP_GET_ASSOC_ID_LIST, 8)[4:])[0], server
 
 
-row("sctp_bindx", "EACCES", lambda: within(without(CAP_NET_BIND_SERVICE), lambda: bindx(sctp(), inet(100))), guest=True)
-row("sctp_bindx", "EADDRINUSE", lambda: using(listener(made=sctp()), lambda taken: bindx(sctp(), name_of(taken))), guest=True)
-row("sctp_bindx", "EADDRNOTAVAIL", lambda: bindx(sctp(), inet(0, ELSEWHERE)), guest=True)
-row("sctp_bindx", "EINVAL", lambda: bindx(bound(sctp()), inet(1)), guest=True)
+in_guest("sctp_bindx", "EACCES", lambda: within(without(CAP_NET_BIND_SERVICE), lambda: bindx(sctp(), inet(100))))
+in_guest("sctp_bindx", "EADDRINUSE", lambda: using(listener(made=sctp()), lambda taken: bindx(sctp(), name_of(taken))))
+in_guest("sctp_bindx", "EADDRNOTAVAIL", lambda: bindx(sctp(), inet(0, ELSEWHERE)))
+in_guest("sctp_bindx", "EINVAL", lambda: bindx(bound(sctp()), inet(1)))
 
 
-@row("sctp_connectx", "EACCES", guest=True)
-def associates_from_a_port_of_roots():
-    client = bound(sctp(), 101)
-    within(without(CAP_NET_BIND_SERVICE), lambda: connectx(client, inet()))
+def in_port_of_root(act):
+    """Which it is not any longer."""
+    with bound(sctp(), 101) as client, without(CAP_NET_BIND_SERVICE):
+        act(client, inet())
 
 
-@row("sctp_connectx", "EADDRNOTAVAIL", guest=True)
+in_guest("sctp_connectx", "EACCES", lambda: in_port_of_root(connectx))
+
+
+@in_guest("sctp_connectx", "EADDRNOTAVAIL")
 def associates_with_one_who_was_peeled_off():
     client, number, server = associated()
     peeled = kel("sctp_peeloff", client, number)
@@ -493,28 +466,28 @@ def associates_with_one_who_was_peeled_off():
     os.close(peeled)
 
 
-@row("sctp_connectx", "EAGAIN", guest=True)
+@in_guest("sctp_connectx", "EAGAIN")
 def associates_when_no_port_is_left():
     with setting("net/ipv4/ip_local_port_range", "40000 40000"):
         taken = bound(sctp(), 40000)
         connectx(sctp(), inet())
 
 
-@row("sctp_connectx", "EALREADY", guest=True)
-def associates_twice():
-    client = sctp()
-    connectx(client, inet(9, SILENT), wait=False)
-    connectx(client, inet(9, SILENT), wait=False)
+def connectx_twice(server, client, wait):
+    for _ in range(2):
+        connectx(client, server, wait)
 
 
-@row("sctp_connectx", "EISCONN", guest=True)
+@in_guest("sctp_connectx", "EISCONN")
 def associates_again():
-    client, server = sctp(), listener(made=sctp())
-    connectx(client, name_of(server))
-    connectx(client, name_of(server))
+    with listener(made=sctp()) as server:
+        connectx_twice(name_of(server), sctp(), wait=True)
 
 
-@row("sctp_connectx", "ETIMEDOUT", guest=True)
+in_guest("sctp_connectx", "EALREADY", lambda: connectx_twice(inet(9, SILENT), sctp(), wait=False))
+
+
+@in_guest("sctp_connectx", "ETIMEDOUT")
 def associates_with_nobody():
     with setting("net/sctp/rto_initial", "1000"):
         client = sctp()
@@ -522,17 +495,22 @@ def associates_with_nobody():
     connectx(client, inet(9, SILENT))
 
 
-row("sctp_connectx", "ECONNREFUSED", lambda: connectx(sctp(), inet()), guest=True)
-row("sctp_connectx", "EINPROGRESS", lambda: connectx(sctp(), inet(9, SILENT), wait=False), guest=True)
-row("sctp_connectx", "EINTR", lambda: within(signals(), lambda: connectx(sctp(), inet(9, SILENT))), guest=True)
-row("sctp_connectx", "EINVAL", lambda: connectx(sctp(), inet(9, "224.0.0.1")), guest=True)
+in_guest("sctp_connectx", "ECONNREFUSED", lambda: connectx(sctp(), inet()))
+in_guest("sctp_connectx", "EINPROGRESS", lambda: connectx(sctp(), inet(9, SILENT), wait=False))
+in_guest("sctp_connectx", "EINTR", lambda: within(signals(), lambda: connectx(sctp(), inet(9, SILENT))))
+in_guest("sctp_connectx", "EINVAL", lambda: connectx(sctp(), inet(9, "224.0.0.1")))
 
 for call in ("sctp_getladdrs", "sctp_getpaddrs"):
-    row(call, "EINVAL", lambda call=call: kel(call, sctp(SOCK_SEQPACKET), ASSOCIATION, pointer(LIST)), guest=True)
-opt_info = lambda data: kel("sctp_opt_info", sctp(SOCK_SEQPACKET), ASSOCIATION, SCTP_STATUS, data, pointer(SIZE))
-row("sctp_opt_info", "EFAULT", lambda: opt_info(half_a_record()), guest=True)
-row("sctp_opt_info", "EINVAL", lambda: opt_info(BYTES), guest=True)
-row("sctp_peeloff", "EINVAL", lambda: kel("sctp_peeloff", sctp(SOCK_SEQPACKET), ASSOCIATION), guest=True)
+    in_guest(call, "EINVAL", lambda call=call: kel(call, sctp(SOCK_SEQPACKET), ASSOCIATION, pointer(LIST)))
+
+
+def opt_info(data):
+    return kel("sctp_opt_info", sctp(SOCK_SEQPACKET), ASSOCIATION, SCTP_STATUS, data, pointer(SIZE))
+
+
+in_guest("sctp_opt_info", "EFAULT", lambda: opt_info(half_a_record()))
+in_guest("sctp_opt_info", "EINVAL", lambda: opt_info(BYTES))
+in_guest("sctp_peeloff", "EINVAL", lambda: kel("sctp_peeloff", sctp(SOCK_SEQPACKET), ASSOCIATION))
 
 
 def peel_off(change):
@@ -540,8 +518,8 @@ def peel_off(change):
     within(change, lambda: kel("sctp_peeloff", client, number))
 
 
-row("sctp_peeloff", "EMFILE", lambda: peel_off(descriptors(0)), guest=True)
-row("sctp_peeloff", "ENFILE", lambda: peel_off(files(0)), guest=True)
+in_guest("sctp_peeloff", "EMFILE", lambda: peel_off(descriptors(0)))
+in_guest("sctp_peeloff", "ENFILE", lambda: peel_off(files(0)))
 
 
 def peel_off_without_memory(family, error):
@@ -549,8 +527,8 @@ def peel_off_without_memory(family, error):
     squeezed(error, lambda: kel("sctp_peeloff", client, number))
 
 
-row("sctp_peeloff", "ENOBUFS", lambda: peel_off_without_memory(AF_INET6, "ENOBUFS"), guest=True)
-row("sctp_peeloff", "ENOMEM", lambda: peel_off_without_memory(AF_INET, "ENOMEM"), guest=True)
+in_guest("sctp_peeloff", "ENOBUFS", lambda: peel_off_without_memory(AF_INET6, "ENOBUFS"))
+in_guest("sctp_peeloff", "ENOMEM", lambda: peel_off_without_memory(AF_INET, "ENOMEM"))
 
 
 def send_to_path_without_memory(send):
@@ -559,7 +537,7 @@ def send_to_path_without_memory(send):
 
 
 for call in ("sendto", "sctp_sendmsg"):
-    row(call, "ENOMEM", lambda send=SENDERS[call]: send_to_path_without_memory(send), guest=True)
+    in_guest(call, "ENOMEM", lambda send=SENDERS[call]: send_to_path_without_memory(send))
 
 
 def add_sctp_sender(call, send):
@@ -573,10 +551,10 @@ def add_sctp_sender(call, send):
             os.set_blocking(client.fileno(), True)
             within(signals(), lambda: send(client, bytes(1000), 1000, to=name_of(server)))
 
-    row(call, "EAGAIN", lambda: overfull(wait=False), guest=True)
-    row(call, "EINTR", lambda: overfull(wait=True), guest=True)
+    in_guest(call, "EAGAIN", lambda: overfull(wait=False))
+    in_guest(call, "EINTR", lambda: overfull(wait=True))
 
-    @row(call, "EMSGSIZE", guest=True)
+    @in_guest(call, "EMSGSIZE")
     def sends_more_than_the_buffer_holds():
         client, _number, server = associated()
         send(client, bytes(2**20), 2**20, to=name_of(server))
@@ -584,9 +562,9 @@ def add_sctp_sender(call, send):
 
 for call in ("sctp_send", "sctp_sendmsg"):
     add_sctp_sender(call, SENDERS[call])
-row("sctp_send", "EPIPE", lambda: SENDERS["sctp_send"](sctp(SOCK_SEQPACKET)), guest=True)
-row("sctp_sendmsg", "EPIPE", lambda: SENDERS["sctp_sendmsg"](listener(made=sctp())), guest=True)
-row("sctp_recvmsg", "ENOTCONN", lambda: BY_DESCRIPTOR["sctp_recvmsg"](sctp()), guest=True)
+in_guest("sctp_send", "EPIPE", lambda: SENDERS["sctp_send"](sctp(SOCK_SEQPACKET)))
+in_guest("sctp_sendmsg", "EPIPE", lambda: SENDERS["sctp_sendmsg"](listener(made=sctp())))
+in_guest("sctp_recvmsg", "ENOTCONN", lambda: RECEIVERS["sctp_recvmsg"](sctp()))
 
 # More than there are addresses for.
 row("tc_malloc", "ENOMEM", lambda: kel("sctp_bindx", UNUSED, inet(), 2**44, 1))

@@ -3,6 +3,7 @@
 import contextlib
 import ctypes
 import errno
+import functools
 import mmap
 import os
 import resource
@@ -62,6 +63,9 @@ def row(call, error, scene=None, guest=False):
         return lambda function: row(call, error, function, guest)
     rows.append((call, error, guest, scene))
     return scene
+
+
+in_guest = functools.partial(row, guest=True)
 
 
 # ---- Records and sockets ---------------------------------------------------------------------------------------------

@@ -55,6 +55,7 @@ def open_descriptors():
 def fault_of(call, error, scene):
     """What is wrong with a row, or None."""
     before = open_descriptors()
+    truth.last.clear()
     try:
         scene()
     except Exception:
@@ -73,23 +74,35 @@ def fault_of(call, error, scene):
     return None
 
 
+def fault_of_high_descriptors():
+    try:
+        high_descriptors.try_high_descriptors()
+    except AssertionError as fault:
+        return fault
+    return None
+
+
+def limited(act, *args):
+    """What waits for ever ends the program, which tells where."""
+    faulthandler.dump_traceback_later(machine.patience(30), exit=True, file=sys.stderr)
+    return act(*args)
+
+
 def main():
     pairs, in_guest, provoked, faults = table(sys.argv[2]), len(sys.argv) > 3, set(), []
     if in_guest:
         truth.prepare_guest()
     for call, error, needs_guest, scene in truth.rows:
-        if pairs.get((call, error), "it is in no manual page"):
-            faults.append(f"{call} {error} has a row and a reason not to have one: {pairs.get((call, error))}")
+        if reason := pairs.get((call, error), "it is in no manual page"):
+            faults.append(f"{call} {error} has a row, but {reason}")
         if needs_guest and not in_guest:
             continue
-        faulthandler.dump_traceback_later(machine.patience(30), exit=True, file=sys.stderr)
-        fault = fault_of(call, error, scene)
-        if fault:
+        if fault := limited(fault_of, call, error, scene):
             faults.append(f"{call} {error}: {fault}")
         else:
             provoked.add((call, error))
-    if in_guest:
-        faults += high_descriptors.faults_of_high_descriptors()
+    if in_guest and (fault := limited(fault_of_high_descriptors)):
+        faults.append(f"high descriptors: {fault}")
     for pair, reason in pairs.items():
         if not reason and pair not in {row[:2] for row in truth.rows}:
             faults.append(f"{' '.join(pair)} has neither a row nor a reason")
