@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """What others build against: the headers, the libraries' symbols, and C programs made with gcc alone.
 
-Run by CTest with SOURCE, BUILD and the compilers, CC and CXX, in the environment.
+Run by CTest with SOURCE, the libraries STATIC, SHARED and HOST, and the compilers, CC and CXX, in the environment.
 """
 
 import os
@@ -17,13 +17,10 @@ SOURCE = os.environ["SOURCE"]
 sys.path.insert(0, os.path.join(SOURCE, "tools"))
 from machine import patience  # noqa: E402
 
-BUILD = os.environ["BUILD"]
 INCLUDE = ["-I" + os.path.join(SOURCE, "platform/include")]
 PRIVATE = ["-I" + os.path.join(SOURCE, "platform/kel/socket")]
 MODULE = "platform/kel/socket/kel_socket.cpp"
-SHARED = os.path.join(BUILD, "platform/kel/socket/libkel_socket.so")
-STATIC = os.path.join(BUILD, "platform/kel/socket/libkel_socket.a")
-HOST = os.path.join(BUILD, "host/libkel_host.a")
+STATIC, SHARED, HOST = (os.environ[name] for name in ("STATIC", "SHARED", "HOST"))
 CALLS = ["-lsctp", "-ltcmalloc_minimal"]  # what comes with the static library
 EITHER = [[SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]]
 PUBLIC = sorted(h for h in os.listdir(os.path.join(SOURCE, "platform/include")) if h.endswith(".h"))

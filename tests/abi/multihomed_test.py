@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """The multi-homed examples, built with gcc alone against either library, talk in a kernel that has SCTP.
 
-Run by CTest with SOURCE, BUILD, CC and CXX in the environment.
+Run by CTest like abi_test.py.
 """
 
 import os

@@ -2,7 +2,7 @@
 """kel_sctp.h and kel_prv_sctp.h against the headers of the kernel and of libsctp, name by name.
 
 The names are the compiler's own list of what a header declares, so that none can be left out of the comparison. Run by
-CTest with SOURCE and BUILD in the environment.
+CTest like abi_test.py.
 """
 
 import json
