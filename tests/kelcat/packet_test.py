@@ -3,6 +3,7 @@
 import re
 import struct
 
+import hosts
 from support import KELCAT, Test, TwoHosts
 
 NEEDS = ("hosts",)
@@ -17,18 +18,18 @@ class Packet(TwoHosts):
         return process
 
     def sender(self, *arguments, **options):
-        return self.inside(self.names[1], KELCAT, "packet:side0", "--send-only", *arguments, **options)
+        return self.inside(self.names[1], KELCAT, "packet:path1", "--send-only", *arguments, **options)
 
     def test_frames_travel_as_text(self):
         text = (b"# a comment\n0000  ff ff ff ff ff ff 02 00 00 00 00 01 88 b5 00 01\n0010  02 03\n\n"
                 b"0000 ff ff ff ff ff ff 02 00 00 00 00 01 88 b5 7f\n")
-        server = self.receiver("packet:side0,0x88b5", "--count", "2")
+        server = self.receiver("packet:path1,0x88b5", "--count", "2")
         self.assertDone(self.sender(data=text), server)
         self.assertEqual(server.output(),
                          b"# 1: 18 bytes in, protocol 0x88b5\n0000  ff ff ff ff ff ff 02 00 00 00 00 01 88 b5 00 01\n"
                          b"0010  02 03\n# 2: 15 bytes in, protocol 0x88b5\n"
                          b"0000  ff ff ff ff ff ff 02 00 00 00 00 01 88 b5 7f\n")
-        again = self.receiver("packet:side0,34997", "--count", "2")
+        again = self.receiver("packet:path1,34997", "--count", "2")
         self.assertDone(self.sender(data=server.output()), again)
         self.assertEqual(again.output(), server.output())
 
@@ -39,7 +40,7 @@ class Packet(TwoHosts):
                        for number, frame in enumerate(frames, start=1)).encode()
 
     def test_many_frames_lose_none(self):
-        server = self.receiver("packet:side0,0x88b5", "--count", "1000")
+        server = self.receiver("packet:path1,0x88b5", "--count", "1000")
         self.assertDone(self.sender("--rate", "1m", data=self.frames(1000)), server)
         self.assertSame(server.output(), self.frames(1000))
 
@@ -47,7 +48,7 @@ class Packet(TwoHosts):
         # clock_gettime is a call in a user-mode kernel alone
         calls = self.path("calls")
         self.assertDone(self.inside(self.names[1], "strace", "-f", "-o", calls, "-e", "trace=!clock_gettime", KELCAT,
-                                    "packet:side0", "--send-only", "--rate", "1000m", data=self.frames(1000)))
+                                    "packet:path1", "--send-only", "--rate", "1000m", data=self.frames(1000)))
         with open(calls, encoding="ascii") as file:
             made = [re.match(r"\d+ +(\w+)\(", line) for line in file]
         names = [call[1] for call in made if call]
@@ -55,19 +56,19 @@ class Packet(TwoHosts):
         self.assertLessEqual(len(names), 3 * 1000)
 
     def test_raw(self):
-        server = self.receiver("packet:side0,0x88b5", "--count", "1", "--raw")
+        server = self.receiver("packet:path1,0x88b5", "--count", "1", "--raw")
         self.assertDone(self.sender("--raw", data=self.FRAME), server)
         self.assertEqual(server.output(), self.FRAME)
 
     def test_own_frames_are_shown_on_demand(self):
-        with_v = self.receiver("packet:side0", "--count", "1", host=1)
-        without = self.inside(self.names[1], KELCAT, "packet:side0", "--count", "1")
-        watch = self.receiver("packet:side0", "--count", "2", host=1)
+        with_v = self.receiver("packet:path1", "--count", "1", host=1)
+        without = self.inside(self.names[1], KELCAT, "packet:path1", "--count", "1")
+        watch = self.receiver("packet:path1", "--count", "2", host=1)
         self.wait_sockets(self.names[1], 3)
         self.assertDone(self.sender("--raw", data=self.FRAME), with_v)
         self.assertTrue(with_v.output().startswith(b"# 1: 98 bytes out, protocol 0x88b5\n"))
         # What comes in is the later event: by then the own frame has not been shown.
-        self.assertDone(self.inside(self.names[0], KELCAT, "packet:side0", "--send-only", "--raw", data=self.FRAME),
+        self.assertDone(self.inside(self.names[0], KELCAT, "packet:path1", "--send-only", "--raw", data=self.FRAME),
                         without, watch)
         self.assertRegex(without.output(), rb"\A# 1: 98 bytes in, protocol 0x88b5\n")
         self.assertEqual(re.findall(rb"# \d: 98 bytes (\w+),", watch.output()), [b"out", b"in"])
@@ -80,11 +81,11 @@ class Packet(TwoHosts):
                 return
 
     def test_both_ends_against_socat(self):
-        server = self.receiver("packet:side0,0x88b5", "--count", "1", "--raw")
-        self.assertDone(self.inside(self.names[1], "socat", "-u", "-", "INTERFACE:side0", data=self.FRAME), server)
+        server = self.receiver("packet:path1,0x88b5", "--count", "1", "--raw")
+        self.assertDone(self.inside(self.names[1], "socat", "-u", "-", "INTERFACE:path1", data=self.FRAME), server)
         self.assertEqual(server.output(), self.FRAME)
 
-        server = self.inside(self.names[0], "socat", "-d", "-d", "-u", "INTERFACE:side0", "-")
+        server = self.inside(self.names[0], "socat", "-d", "-d", "-u", "INTERFACE:path1", "-")
         server.wait_told(b"starting data transfer")
         self.assertDone(self.sender("--raw", data=self.FRAME))
         server.wait_output(self.FRAME)
@@ -98,24 +99,24 @@ class Packet(TwoHosts):
                                (b"0000 ff\0\n", b"line 1 of standard input holds"),
                                (b"#\0\n", b"line 1 of standard input holds a NUL"),
                                (first + b"0020 00\n", b"line 2 of standard input has an offset that is neither"),
-                               (b"0000 ff ff\n", b"cannot send 2 bytes to packet:side0: Invalid argument"),
+                               (b"0000 ff ff\n", b"cannot send 2 bytes to packet:path1: Invalid argument"),
                                (b"".join(b"%04x  %s\n" % (at, b"00 " * 16) for at in range(0, 2000, 16)),
-                                b"cannot send 2000 bytes to packet:side0: Message too long")):
+                                b"cannot send 2000 bytes to packet:path1: Message too long")):
             with self.subTest(text[:40]):
                 self.assertSentence(self.sender(data=text), 3, sentence)
         self.assertSentence(self.sender("--raw", data=bytes(70000)), 3, b"longer than any frame")
 
     def test_idle(self):
-        self.assertDone(self.receiver("packet:side0", "--idle", "0.1"))
+        self.assertDone(self.receiver("packet:path1", "--idle", "0.1"))
 
     def test_interface_that_goes_away(self):
-        server = self.receiver("packet:side0")
-        self.run_ip("-n", self.names[0], "link", "del", "side0")
-        self.assertTells(server, 3, b"the transfer with packet:side0 broke: Network is down\n")
+        server = self.receiver("packet:path1")
+        hosts.run("ip", "-n", self.names[0], "link", "del", "path1")
+        self.assertTells(server, 3, b"the transfer with packet:path1 broke: Network is down\n")
 
     def test_without_the_privilege(self):
         process = self.inside(self.names[0], "setpriv", "--reuid=65534", "--clear-groups", "--bounding-set=-all",
-                              KELCAT, "packet:side0")
+                              KELCAT, "packet:path1")
         self.assertSentence(process, 1, rb"it needs the raw-socket privilege \(CAP_NET_RAW\)")
 
 

@@ -8,6 +8,7 @@ import socket
 import subprocess
 import threading
 
+import hosts
 from support import ANSWER, BYTES, KELCAT, QUESTION, Test, TwoHosts, each, held, receive_all, reset, wait_until
 from transfer import Transfer
 
@@ -345,17 +346,9 @@ class Sctp(Test):
 class SctpPaths(TwoHosts):
     """Two paths between two hosts; 10.1.0.2, for example, is the second host's address on the first one."""
 
-    PAIRS = 2
-
-    def settings(self):
-        """A lost path shows within a second or two."""
-        return [f"net.sctp.{key}={value}" for key, value in (
-            ("rto_min", 100), ("rto_max", 400), ("rto_initial", 200), ("path_max_retrans", 2), ("hb_interval", 200))]
-
-    def addresses_of(self, host):
-        return [f"address add {address.strip('[]')}/{length} dev {side} {options}"
-                for family, length, options in ((4, 24, ""), (6, 64, "nodad"))
-                for side, address in zip(self.sides, self.addresses(family, host))]
+    PATHS = hosts.PATHS
+    IPV6 = True
+    SYSCTLS = hosts.SYSCTLS
 
     def addresses(self, family, host):
         return [f"10.{path}.0.{host}" if family == 4 else f"[fd00:{path}::{host}]" for path in (1, 2)]
@@ -386,11 +379,11 @@ class SctpPaths(TwoHosts):
 
     @contextlib.contextmanager
     def unplugged(self, interface):
-        self.run_ip("-n", self.names[1], "link", "set", interface, "down")
+        hosts.run("ip", "-n", self.names[1], "link", "set", interface, "down")
         try:
             yield
         finally:
-            self.run_ip("-n", self.names[1], "link", "set", interface, "up")
+            hosts.run("ip", "-n", self.names[1], "link", "set", interface, "up")
 
     def test_path_that_is_cut_and_comes_back(self):
         # By its cable with IPv4 alone, and last: an interface that is down forgets its IPv6 addresses.
@@ -401,9 +394,9 @@ class SctpPaths(TwoHosts):
                 client.write(BYTES[:1 << 20])
                 server.wait_output(BYTES[:1 << 20])
                 client.wait_told(rb" path " + first + rb" active[^\n]*\n.* path " + second + rb" active")
-                side = "side0"
+                side = "path1"
                 if re.search(rb" path " + second + rb" active, primary\n", client.told):
-                    first, second, side = second, first, "side1"  # the kernel's choice: a lost packet may change it
+                    first, second, side = second, first, "path2"  # the kernel's choice: a lost packet may change it
 
                 with cut(side):
                     client.write(BYTES[1 << 20:2 << 20])
@@ -428,7 +421,7 @@ class SctpPaths(TwoHosts):
                 server, client = self.transfer(4, *options, client_options=idle, stdin=subprocess.PIPE)
                 client.wait_told(b"SCTP_COMM_UP")
                 client.stop()  # so that its silence begins with the question
-                with self.loss("side0", "side1"):
+                with self.loss("path1", "path2"):
                     client.write(QUESTION)
                     client.go_on()
                     self.assertDone(client, status=3)
@@ -436,13 +429,13 @@ class SctpPaths(TwoHosts):
                 server.end()
 
     def test_connecting_to_a_host_that_does_not_answer(self):
-        with self.loss("side0"):
+        with self.loss("path1"):
             for endpoint, *style in (["tcp:10.1.0.2:9"], ["sctp:10.1.0.2:9"], ["sctp:10.1.0.2:9", "--one-to-many"]):
                 client = self.inside(self.names[0], KELCAT, endpoint, "--timeout", "0.5", *style)
                 self.assertSentence(client, 1, b"cannot connect to %s: no answer within 0.5 s\n" % endpoint.encode())
 
     def test_streams_and_identifier_on_the_wire(self):
-        capture = self.inside(self.names[1], "tcpdump", "-n", "-i", "side0", "-l", "--immediate-mode", "sctp")
+        capture = self.inside(self.names[1], "tcpdump", "-n", "-i", "path1", "-l", "--immediate-mode", "sctp")
         capture.wait_told(b"listening on")
         for options in ([], ["--one-to-many"]):
             server, client = self.transfer(4, "--streams", "3", "--ppid", "0x11223344", "--size", "100", *options,

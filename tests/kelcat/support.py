@@ -21,6 +21,7 @@ import threading
 import time
 import unittest
 
+import hosts
 import machine
 
 KELCAT = os.environ["KELCAT"]
@@ -289,39 +290,16 @@ def reset(connection):
 
 
 class TwoHosts(Test):
-    """Two network namespaces, joined by pairs of interfaces: side0, side1 ..."""
+    """On two hosts with cables between them: path1, path2 ..."""
 
-    PAIRS = 1
+    PATHS = (1,)
+    IPV6 = False
+    SYSCTLS = ()
 
     def setUp(self):
         super().setUp()
-        self.names = [f"kelcat{os.getpid()}{side}" for side in "ab"]
-        self.sides = [f"side{pair}" for pair in range(self.PAIRS)]
-        for name in self.names:
-            self.run_ip("netns", "add", name)
-            self.addCleanup(self.run_ip, "netns", "del", name)
-        self.run_ip("-batch", "-", commands=[
-            f"link add {side} netns {self.names[0]} type veth peer name {side} netns {self.names[1]}"
-            for side in self.sides])
-        for host, name in enumerate(self.names, start=1):
-            self.assertDone(self.inside(name, "sysctl", "-qw", *self.settings()))
-            self.run_ip("-n", name, "-batch", "-", commands=[
-                *self.addresses_of(host), *(f"link set {side} up" for side in self.sides)])
-        for name in self.names:
-            # What is sent before the kernel has seen the carrier is lost.
-            wait_until(lambda: self.run_ip("-n", name, "link").count(" state UP ") == self.PAIRS, f"{name} comes up")
-
-    def settings(self):
-        """Nothing is sent over an interface but by the tests."""
-        return [f"net.ipv6.conf.{side}.disable_ipv6=1" for side in self.sides]
-
-    def addresses_of(self, _host):
-        """The commands that give a host, 1 or 2, its addresses."""
-        return []
-
-    def run_ip(self, *arguments, commands=()):
-        return subprocess.run(["ip", *arguments], check=True, stdout=subprocess.PIPE, text=True,
-                              input="".join(command + "\n" for command in commands)).stdout
+        net = self.enterContext(hosts.TwoHosts(self.PATHS, self.IPV6, self.SYSCTLS))
+        self.names = (net.near, net.far)
 
     def inside(self, name, *command, **options):
-        return self.start("ip", "netns", "exec", name, *command, **options)
+        return self.start(*hosts.TwoHosts.inside(name), *command, **options)

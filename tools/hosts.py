@@ -9,6 +9,7 @@ import os
 import signal
 import subprocess
 import sys
+import time
 
 import machine
 
@@ -56,11 +57,14 @@ def whole():
 
 
 class TwoHosts:
-    """The hosts "near" and "far"; cable N is device pathN at either end, with 10.N.0.1 on near and 10.N.0.2 on far."""
+    """The hosts "near" and "far"; cable N is device pathN at either end, with 10.N.0.1 on near and 10.N.0.2 on far, and
+    with fd00:N::1 and fd00:N::2 where IPv6 is asked for. Otherwise nothing is sent over a cable that is not asked for.
+    """
 
-    paths = (1,)
-
-    def __init__(self):
+    def __init__(self, paths=(1,), ipv6=False, sysctls=()):
+        self.paths = paths
+        self.ipv6 = ipv6
+        self.sysctls = [*sysctls, *(f"net.ipv6.conf.path{path}.disable_ipv6={int(not ipv6)}" for path in paths)]
         self.near, self.far = (f"kel{os.getpid()}{end}" for end in ("near", "far"))
 
     def __enter__(self):
@@ -78,10 +82,21 @@ class TwoHosts:
             *(f"link add {device} netns {self.near} type veth peer name {device} netns {self.far}"
               for device in devices)))
         for end, host in enumerate((self.near, self.far), start=1):
+            run(*self.inside(host), "sysctl", "-qew", *self.sysctls)  # -e: a kernel may have no IPv6
             run("ip", "-n", host, "-batch", "-", lines=(
                 "link set lo up",
                 *(f"address add 10.{path}.0.{end}/24 dev path{path}" for path in self.paths),
+                *(f"address add fd00:{path}::{end}/64 dev path{path} nodad" for path in self.paths if self.ipv6),
                 *(f"link set {device} up" for device in devices)))
+        for host in (self.near, self.far):
+            self._wait_up(host)
+
+    def _wait_up(self, host):
+        """What is sent before the kernel has seen the carrier is lost."""
+        deadline = time.monotonic() + machine.patience(30)
+        while run("ip", "-n", host, "link").count(" state UP ") < len(self.paths):
+            if time.monotonic() > deadline:
+                raise OSError(f"the cables of {host} do not come up")
 
     def __exit__(self, *_):
         with whole(), contextlib.suppress(OSError):
@@ -109,10 +124,8 @@ class TwoPaths(TwoHosts):
     A tc waits at either end, so that an order is carried out when it is given and not once a program has started.
     """
 
-    paths = PATHS
-
     def __init__(self, rate=None):
-        super().__init__()
+        super().__init__(PATHS, sysctls=SYSCTLS)
         self.as_new = f"rate {rate}" if rate else "limit 1000"
         self.tc = []
 
@@ -121,7 +134,6 @@ class TwoPaths(TwoHosts):
             raise OSError("this kernel has no SCTP")
         super().build()
         for host in (self.near, self.far):
-            run(*self.inside(host), "sysctl", "-q", "-w", *SYSCTLS)
             self.tc.append(subprocess.Popen(["tc", "-n", host, "-batch", "-"], stdin=subprocess.PIPE,
                                             stdout=subprocess.PIPE, text=True, process_group=0))
         for path in self.paths:
