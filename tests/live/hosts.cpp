@@ -20,9 +20,8 @@ namespace
 constexpr const char *own_entry = "/proc/thread-self/ns/net";
 
 /* Looks at what tells nobody when it changes, until it is so. */
-void wait_until(const Namespace &host, const std::function<bool()> &holds, const std::string &what)
+void wait_until(const std::function<bool()> &holds, const std::string &what)
 {
-    Namespace::Visit visit(host);
     const time_t limit = time(nullptr) + (time_t)(15 * slowness());
     while (!holds() && time(nullptr) < limit) {
         sched_yield();
@@ -30,16 +29,19 @@ void wait_until(const Namespace &host, const std::function<bool()> &holds, const
     EXPECT_TRUE(holds()) << what;
 }
 
-/* Until then the kernel drops what is sent there. */
-void await_carrier(const Interface &end)
+/* Of an interface, of which some may be set. */
+int flags_of(const Interface &end, int set = 0)
 {
     Namespace::Visit visit(end.host);
     const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     struct ifreq request = {};
     end.name.copy(request.ifr_name, IFNAMSIZ - 1);
-    auto has_one = [&] { return ioctl(any, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) != 0; };
-    wait_until(end.host, has_one, end.name + " has no carrier");
+    bool done = ioctl(any, SIOCGIFFLAGS, &request) == 0;
+    request.ifr_flags = (short)(request.ifr_flags | set);
+    done = done && (set == 0 || ioctl(any, SIOCSIFFLAGS, &request) == 0);
+    EXPECT_TRUE(done) << end.name << ": " << strerror(errno);
     close(any);
+    return request.ifr_flags;
 }
 
 } // namespace
@@ -97,10 +99,12 @@ void lay_wire(const Interface &one, const Interface &other)
     configure(one.host, "link add " + one.name + " address " + one.mac + " type veth peer name " + other.name +
                             " address " + other.mac + " netns " + there + "\n");
     for (const Interface *end : {&one, &other}) {
-        configure(end->host, "link set " + end->name + " addrgenmode none\nlink set " + end->name + " up\n");
+        configure(end->host, "link set " + end->name + " addrgenmode none\n");
     }
-    await_carrier(one);
-    await_carrier(other);
+    flags_of(one, IFF_UP);
+    flags_of(other,
+             IFF_UP); /* it has a carrier at once; the first one drops what is sent until it is told of its own */
+    wait_until([&] { return (flags_of(one) & IFF_RUNNING) != 0; }, one.name + " has no carrier");
 }
 
 void await_address(const Namespace &host, const std::string &address)
@@ -111,12 +115,13 @@ void await_address(const Namespace &host, const std::string &address)
     for (int i = 0; i < 16; i++) {
         snprintf(digits + 2 * i, 3, "%02x", bytes[i]);
     }
+    Namespace::Visit visit(host);
     auto has_route = [&] {
         std::stringstream routes;
         routes << std::ifstream("/proc/thread-self/net/ipv6_route").rdbuf();
         return routes.str().find(std::string(digits) + " 80 ") != std::string::npos;
     };
-    wait_until(host, has_route, address + " has no route");
+    wait_until(has_route, address + " has no route");
 }
 
 void write_setting(const Namespace &host, const std::string &name, int value)
