@@ -25,7 +25,6 @@ struct Call {
     Addresses texts;
     LONG count;
     SHORT port;
-    LONG backlog = 5;
     struct sctp_initmsg initmsg = {10, 10, 2, 500};
     struct sctp_event_subscribe *events = nullptr;
     sctp_assoc_t id = 0;
@@ -40,8 +39,7 @@ struct Constructor {
 #define BY_RECORDS c.server.data(), c.count, no_port
 #define BY_TEXTS array(c.texts).data(), c.count, c.port
 #define WITHOUT_A_LIST NULL, 2, c.port
-#define SERVER(kind, ...)                                                                                              \
-    [](Call &c) { return kel_sctp_server_##kind(c.family, __VA_ARGS__, c.backlog, &c.initmsg, c.events); }
+#define SERVER(kind, ...) [](Call &c) { return kel_sctp_server_##kind(c.family, __VA_ARGS__, 5, &c.initmsg, c.events); }
 #define CLIENT(kind, list, ...)                                                                                        \
     [](Call &c) { return kel_sctp_client_##kind(c.family, list, &c.initmsg, c.events __VA_ARGS__); }
 #define MINE , c.mine.data(), (LONG)c.mine.size()
@@ -182,22 +180,6 @@ TEST_P(LiveSctpEndpoints, WhatCannotBeMadeLeavesNothing)
         EXPECT_EQ(open_server(*kind, no_text), KEL_ERROR) << kind->name;
     }
     testing::internal::GetCapturedStderr();
-}
-
-TEST_P(LiveSctpEndpoints, BacklogIsTheCallers)
-{
-    for (LONG backlog : {1, 3}) {
-        SCOPED_TRACE(backlog);
-        Call call = this->call();
-        call.backlog = backlog;
-        Descriptor listener = open_server(servers[0], call);
-        std::vector<Descriptor> connected;
-        for (LONG i = 0; i <= backlog; i++) { /* the kernel takes one more than it was told */
-            connected.push_back(open_client(clients[0], call));
-            EXPECT_NE(connected.back(), KEL_ERROR);
-        }
-        EXPECT_EQ(open_client(clients[0], call), KEL_ERROR);
-    }
 }
 
 /* ---- Ports and addresses ----------------------------------------------------------------------------------------- */
