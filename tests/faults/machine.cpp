@@ -72,10 +72,10 @@ void store(long pointer, const FieldOf &which, long value)
 
 /* ---- Values ------------------------------------------------------------------------------------------------------ */
 
-long *Machine::memory()
+long *Machine::memory(size_t bytes)
 {
-    memories.emplace_back();
-    memset(memories.back().data(), 0xa5, sizeof(memories.back())); /* nobody may rely on what lies there */
+    constexpr long stale = 0x5a5a5a5a5a5a5a5a; /* nobody may rely on what lies there */
+    memories.emplace_back((bytes + sizeof(stale) - 1) / sizeof(stale), stale);
     return memories.back().data();
 }
 
@@ -96,12 +96,12 @@ long Machine::value(const Expression &expression, Frame &frame)
     }
     case Expression::AddressOf: {
         const long inside = value(of[0], frame);
-        long *cell = memory();
+        long *cell = memory(sizeof(inside));
         *cell = inside;
         return reinterpret_cast<long>(cell);
     }
     case Expression::List: {
-        long *cells = memory();
+        long *cells = memory(of.size() * sizeof(long));
         for (size_t i = 0; i < of.size(); i++) {
             cells[i] = value(of[i], frame);
         }
@@ -133,13 +133,12 @@ long Machine::value(const Expression &expression, Frame &frame)
 bool Machine::holds(const Condition &condition, Frame &frame)
 {
     const long left = value(condition.left, frame);
+    const bool negated = condition.kind == Condition::IsNot;
     bool found = false;
     for (const Expression &right : condition.right) {
-        const bool same = condition.kind == Condition::IsNot ? left == value(right, frame)
-                                                             : compare(left, condition.kind, value(right, frame));
-        found = found || same;
+        found = found || compare(left, negated ? Condition::Is : condition.kind, value(right, frame));
     }
-    return found != (condition.kind == Condition::IsNot);
+    return found != negated;
 }
 
 /* ---- Reports ----------------------------------------------------------------------------------------------------- */
@@ -273,7 +272,8 @@ void Machine::run(const Statement &statement, Frame &frame)
         break;
     }
     case Statement::Local:
-        frame.variables[(size_t)statement.target.number] = reinterpret_cast<long>(memory());
+        frame.variables[(size_t)statement.target.number] =
+            reinterpret_cast<long>(memory((size_t)value(statement.arguments[0], frame)));
         break;
     }
     if (trace != nullptr) {

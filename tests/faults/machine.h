@@ -5,7 +5,6 @@
 #ifndef TESTS_FAULTS_MACHINE_H
 #define TESTS_FAULTS_MACHINE_H
 
-#include <array>
 #include <deque>
 #include <functional>
 #include <string>
@@ -49,10 +48,10 @@ class Machine
     void step(const Statement &statement, Frame &frame);
     void report(const Statement &statement, Frame &frame);
     void look_up(const Statement &statement, const Frame &frame);
-    long *memory();
+    long *memory(size_t bytes);
 
     const Statement *current = nullptr;
-    std::deque<std::array<long, 16>> memories;
+    std::deque<std::vector<long>> memories;
 };
 
 #endif

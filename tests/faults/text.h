@@ -11,9 +11,10 @@
 #include <string>
 #include <vector>
 
-/* A value is a number of 64 bits: what C has in one register. Texts, records and arrays are pointers. */
 struct Function;
 struct Callee;
+
+/* A value is a number of 64 bits: what C has in one register. Texts, records and arrays are pointers. */
 struct Expression {
     enum Kind { Number, Variable, Field, ElementOf, AddressOf, List, Product, Sum, Call } kind;
     long number = 0;  /* a value, a variable's place in its function, the size of an element, a field's number */
