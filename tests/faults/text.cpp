@@ -479,7 +479,7 @@ class Reader
             if (take("not")) {
                 one.kind = take("above") ? Condition::IsBelow : Condition::IsNot;
             }
-            one.number = number() + (one.kind == Condition::IsBelow);
+            one.number = expression().number + (one.kind == Condition::IsBelow);
         }
         one.then = std::make_shared<Block>(body());
         return one;
