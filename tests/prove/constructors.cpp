@@ -107,9 +107,7 @@ void end_one(LONG sockfd)
     if (sockfd >= 0) {
         drop((int)sockfd);
     }
-    static int calls;
-    calls++;
-    for (int i = 0; i < listener_count && calls % 4 == 0; i++) { // while their queues have room
+    for (int i = 0; i < listener_count; i++) {
         for (int accepted; (accepted = accept(listeners[i], nullptr, nullptr)) >= 0;) {
             drop(accepted);
         }
