@@ -48,7 +48,8 @@ def kel(name, *args):
     result = function(*map(argument, args))
     error = ctypes.get_errno()
     libc.fflush(None)
-    last.update(result=result, errno=error, shown=os.pread(console, os.lseek(console, 0, os.SEEK_CUR), 0).decode())
+    shown = os.pread(console, os.lseek(console, 0, os.SEEK_CUR), 0).decode()
+    last.update(function=name, result=result, errno=error, shown=shown)
     return result
 
 

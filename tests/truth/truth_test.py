@@ -10,6 +10,7 @@ import faulthandler
 import gc
 import json
 import os
+import pathlib
 import re
 import sys
 import traceback
@@ -20,19 +21,6 @@ import truth
 HERE = os.path.dirname(os.path.realpath(__file__))
 sys.path.insert(0, os.path.join(HERE, "../../tools"))
 import machine  # noqa: E402
-
-REPORTS = {  # what is reported of a call; of others nothing is
-    "connect": "connect :",
-    "if_nametoindex": r"get \S+ index\r\n",
-    "sctp_bindx": "sctp bindx ",
-    "sctp_connectx": "sctp connectx ",
-    "sctp_getladdrs": "sctp_opt_info ",
-    "sctp_getpaddrs": "sctp_opt_info ",
-    "sctp_opt_info": "sctp_opt_info ",
-    "sctp_peeloff": "sctp_peeloff ",
-    "sctp_send": "sctp send ",
-    "sctp_sendmsg": "sctp sendmsg ",
-}
 
 
 def table(path):
@@ -48,11 +36,18 @@ def table(path):
     return pairs
 
 
+def reported(function, call, behaviour):
+    """What stands in the behaviour of a function behind a call that fails: the texts of its reports."""
+    text = re.search(rf"^kel_{function}\(.*(?:\n+ .*)*", behaviour, re.M)[0]
+    step = re.search(rf"^( +){call}\(.*(?:\n\1 +.*)*", text, re.M)
+    return [report.replace("%s", r"\S+") for report in re.findall(r'report "([^"]*)"', step[0] if step else "")]
+
+
 def open_descriptors():
     return sorted(os.listdir("/proc/self/fd"))
 
 
-def fault_of(call, error, scene):
+def fault_of(call, error, scene, behaviour):
     """What is wrong with a row, or None."""
     before = open_descriptors()
     truth.last.clear()
@@ -62,7 +57,8 @@ def fault_of(call, error, scene):
         return traceback.format_exc()
     gc.collect()
     number, last = getattr(errno, error), truth.last
-    report = rf"\033\[1;31m\w+\.\d+:{REPORTS[call]}: {os.strerror(number)}\033\[m" if call in REPORTS else ""
+    report = "".join(rf"\033\[1;31m\w+\.\d+:{text}: {os.strerror(number)}\033\[m"
+                     for text in reported(last["function"], call, behaviour))
     if last["result"] != -1:
         return f"the result is {last['result']}"
     if last["errno"] != number:
@@ -90,6 +86,7 @@ def limited(act, *args):
 
 def main():
     pairs, in_guest, provoked, faults = table(sys.argv[2]), len(sys.argv) > 3, set(), []
+    behaviour = "\n".join(path.read_text() for path in pathlib.Path(sys.argv[2]).parent.glob("*.txt"))
     if in_guest:
         truth.prepare_guest()
     for call, error, needs_guest, scene in truth.rows:
@@ -97,7 +94,7 @@ def main():
             faults.append(f"{call} {error} has a row, but {reason}")
         if needs_guest and not in_guest:
             continue
-        if fault := limited(fault_of, call, error, scene):
+        if fault := limited(fault_of, call, error, scene, behaviour):
             faults.append(f"{call} {error}: {fault}")
         else:
             provoked.add((call, error))
