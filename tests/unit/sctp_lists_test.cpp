@@ -140,10 +140,14 @@ TEST(LongLists, OfTextsReachTheSetUpWithTheirCount)
     CHAR text[] = "10.0.1.1";
     std::vector<CHAR *> texts(40000, text);
     struct sctp_initmsg init = {};
-    for (auto create : {kel_sctp_server_one2one_str_create, kel_sctp_server_one2many_str_create}) {
+    const std::function<LONG()> creations[] = {
+        [&] { return kel_sctp_server_one2one_str_create(KEL_AF_INET, texts.data(), 40000, 0, 8, &init, NULL); },
+        [&] { return kel_sctp_server_one2many_str_create(KEL_AF_INET, texts.data(), 40000, 0, 8, &init, NULL); },
+        [&] { return kel_sctp_client_one2one_str_create(KEL_AF_INET, texts.data(), 40000, 0, &init, NULL, &id); }};
+    for (const auto &create : creations) {
         sys::Recording recording(sys::fail_nth("tc_malloc", 2, {0, ENOMEM}));
 
-        EXPECT_EQ(create(KEL_AF_INET, texts.data(), 40000, 0, 8, &init, NULL), KEL_ERROR);
+        EXPECT_EQ(create(), KEL_ERROR);
 
         const sys::Trace &trace = recording.trace();
         EXPECT_NE(std::find(trace.begin(), trace.end(), "tc_malloc(640000) = 0 errno 12"), trace.end());
