@@ -116,7 +116,7 @@ int main(int, char **argv)
         std::replace(line.begin(), line.end(), '$', '\n');
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(line.data()), line.size());
     }
-    require(texts > 100, "texts are missing", argv[1]);
+    require(texts > 50, "texts are missing", argv[1]);
     std::cout << "OK: " << texts << " texts\n";
     return 0;
 }
