@@ -25,7 +25,8 @@ std::map<std::string, Answers> by_hand()
 {
     const Answers plain = {{negative}, {positive}, {beyond_16_bits}};
     const Answers descriptor = {{not_minus_one}, {0}, {1}, {beyond_16_bits}};
-    const Answers list_count = {{not_minus_one}, {0}, {1}, {negative}}; /* also none with a list, and one without */
+    /* Also none with a list, and one without; and so many that the bytes of their records are no int. */
+    const Answers list_count = {{not_minus_one}, {0}, {1}, {negative}, {0x2000000}};
     const Answers short_count = {{not_minus_one}, {0}, {1}, {beyond_16_bits}};
     const Answers count = {{beyond_32_bits - 1}, {0}, {1}, {-2}, {beyond_32_bits / 2}, {beyond_32_bits + 5},
                            {beyond_16_bits}};
