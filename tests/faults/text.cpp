@@ -64,7 +64,6 @@ std::vector<std::string> tokens(const std::string &text, const std::string &plac
 }
 
 /* A line that ends with a sign that something has to follow goes on in the next one. */
-
 std::vector<Line> lines_of(const std::filesystem::path &path)
 {
     std::vector<Line> lines;

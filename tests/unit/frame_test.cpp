@@ -3,7 +3,8 @@
  * that were compiled as C and as C++.
  */
 #include "frame_uses.h"
-#include "rows.h"
+
+#include <gtest/gtest.h>
 
 #include <errno.h>
 #include <string.h>
@@ -51,6 +52,12 @@ struct Report {
     bool with_errno = false;
     LONG result = 5;
 };
+
+/* A failing test names its row. */
+std::ostream &operator<<(std::ostream &out, const Report &report)
+{
+    return out << report.name;
+}
 
 const char *const red = "\033[1;31m", *const blue = "\033[1;34m", *const purple = "\033[1;35m";
 
