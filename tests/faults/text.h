@@ -5,7 +5,6 @@
 #ifndef TESTS_FAULTS_TEXT_H
 #define TESTS_FAULTS_TEXT_H
 
-#include <map>
 #include <memory>
 #include <set>
 #include <string>

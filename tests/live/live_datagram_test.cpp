@@ -1,7 +1,6 @@
 /* Datagram endpoints: UDP over either IP family, and local ones. */
 #include "live.h"
 
-#include <poll.h>
 #include <string.h>
 
 namespace

@@ -95,15 +95,6 @@ TEST_P(LiveInetPrimitives, OptionsAreReallySet)
     EXPECT_EQ(values[1], 77);
 }
 
-TEST_P(LiveInetPrimitives, ListenTakesAnyBacklog)
-{
-    for (LONG asked : {-1, 0, 100000}) {
-        Descriptor sockfd = socket();
-        EXPECT_EQ(kel_listen(sockfd, asked), KEL_OK);
-        EXPECT_EQ(option(sockfd, SOL_SOCKET, SO_ACCEPTCONN), 1);
-    }
-}
-
 TEST_P(LiveInetPrimitives, StepsOneByOneMakeAConnection)
 {
     Descriptor listener = socket(), connected = socket();

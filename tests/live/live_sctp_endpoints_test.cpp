@@ -1,11 +1,8 @@
 /* SCTP endpoints: every constructor, and what comes out of it, on the kernel and over the wire. */
 #include "live_sctp.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <string.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 namespace
 {
@@ -251,41 +248,6 @@ TEST_P(LiveSctpEndpoints, OneToManyClientIsMadeWithoutItsPeer)
         EXPECT_NE(made, KEL_ERROR);
         EXPECT_EQ(option(made, SOL_SCTP, SCTP_GET_ASSOC_NUMBER), 0);
     }
-}
-
-class LiveSctpLimits : public LiveSctp
-{
-};
-
-INSTANTIATE_TEST_SUITE_P(, LiveSctpLimits, testing::Values(ipv4()), name_of_inet);
-
-TEST_P(LiveSctpLimits, DescriptorsBeyondShortNumbersWork)
-{
-    constexpr rlim_t wanted = 34000;
-    struct rlimit former, limit = {wanted, wanted};
-    getrlimit(RLIMIT_NOFILE, &former);
-    limit.rlim_max = std::max(wanted, former.rlim_max);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0) << strerror(errno);
-    std::vector<int> taken;
-    while (taken.empty() || taken.back() < 32767) {
-        taken.push_back(dup(STDERR_FILENO));
-        ASSERT_NE(taken.back(), -1) << strerror(errno);
-    }
-    {
-        OneToOne one = one2one();
-        OneToMany many = one2many();
-        Descriptor peeled = on(far_host, [&] { return kel_sctp_peeloff(many.server, many.server_id); });
-        EXPECT_GT(one.listener, 32767);
-        send_message(one.client, "by one", one.id);
-        expect_message(one.server, "by one");
-        send_message(many.client, "by many", many.client_id);
-        expect_message(peeled, "by many");
-        EXPECT_EQ(peers_of(one.client), named(one.peers));
-    }
-    for (int descriptor : taken) {
-        close(descriptor);
-    }
-    setrlimit(RLIMIT_NOFILE, &former);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <gperftools/tcmalloc.h>
 #include <map>
-#include <memory>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -136,17 +136,6 @@ TEST_F(RealSystem, GivesThePortOfAUdpServerToASecondOne)
     EXPECT_EQ(errno, EAGAIN);
 }
 
-TEST_F(RealSystem, RefusesThePortOfATcpServerToASecondOne)
-{
-    const LONG first = tcp_server();
-    testing::internal::CaptureStdout();
-
-    EXPECT_EQ(kel_tcp_server_socket_create(KEL_AF_INET, "127.0.0.1", port_of(first), 5), KEL_ERROR);
-
-    const std::string console = testing::internal::GetCapturedStdout();
-    EXPECT_NE(console.find(":bind tcp socket: Address already in use"), std::string::npos) << console;
-}
-
 TEST_F(RealSystem, ClosesNoDescriptorOnExec)
 {
     const LONG server = tcp_server();
@@ -174,34 +163,6 @@ TEST_F(RealSystem, BindsTheCutNameOfALongPathAndRemovesTheWholeOne)
     EXPECT_EQ(kel_unix_tcp_server_socket_create(path.c_str(), 5), KEL_ERROR);
     const std::string console = testing::internal::GetCapturedStdout();
     EXPECT_NE(console.find(":bind unix socket: Address already in use"), std::string::npos) << console;
-}
-
-TEST_F(RealSystem, CallsAConnectionThatIsUnderWayAFailure)
-{
-    const LONG server = tcp_server();
-    const LONG client = owned(kel_socket(KEL_AF_INET, KEL_SOCK_STREAM, 0));
-    ASSERT_EQ(fcntl((int)client, F_SETFL, O_NONBLOCK), 0);
-    testing::internal::CaptureStdout();
-
-    EXPECT_EQ(kel_connect_str(client, KEL_AF_INET, port_of(server), "127.0.0.1"), KEL_ERROR);
-    const int error = errno;
-
-    const std::string console = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(error, EINPROGRESS);
-    EXPECT_NE(console.find(":connect :: Operation now in progress"), std::string::npos) << console;
-}
-
-TEST_F(RealSystem, EndsTheReportOfABadTextInWhateverErrnoHolds)
-{
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    errno = 0;
-
-    EXPECT_EQ(kel_tcp_client_socket_create(KEL_AF_INET, "localhost", 9000), KEL_ERROR);
-
-    testing::internal::GetCapturedStderr(); /* the assertion */
-    const std::string console = testing::internal::GetCapturedStdout();
-    EXPECT_NE(console.find(":connet tcp socket: Success"), std::string::npos) << console;
 }
 
 } // namespace

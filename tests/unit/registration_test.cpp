@@ -34,19 +34,4 @@ TEST(Registration, HandsOverTheSameRecordEveryTimeAndNeverWritesIt)
     memset((void *)first, 0, sizeof(*first));
 }
 
-TEST(Registration, IsPrintedPastTheFilterWhenItIsRefused)
-{
-    testing::internal::CaptureStdout();
-    {
-        sys::Recording recording(sys::fail_first("KEL_module_register", sys::ok(0x100000000)));
-        recording.suppress("socket_module_init");
-
-        EXPECT_EQ(socket_module_init(), 0x100000000);
-
-        EXPECT_EQ(recording.trace(), (sys::Trace{"KEL_module_register(KEL_socket) = 4294967296",
-                                                 "KEL_Printf(module socket register error \r\n)"}));
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "module socket register error \r\n");
-}
-
 } // namespace
