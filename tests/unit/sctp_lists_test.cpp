@@ -135,19 +135,21 @@ TEST(Counts, BelowZeroFillNothing)
 }
 
 /* The list of so many texts is asked for, and cannot be had. */
-TEST(LongLists, OfTextsReachTheSetUpWithTheirCount)
+TEST(LongLists, OfTextsKeepTheirCountWhenTheyArePacked)
 {
     CHAR text[] = "10.0.1.1";
     std::vector<CHAR *> texts(40000, text);
     struct sctp_initmsg init = {};
-    const std::function<LONG()> creations[] = {
+    const std::function<LONG()> calls[] = {
+        [&] { return kel_sctp_bindx_str(70, KEL_AF_INET, 0, texts.data(), 40000, 1); },
+        [&] { return kel_sctp_connectx_str(70, KEL_AF_INET, 0, texts.data(), 40000, &id); },
         [&] { return kel_sctp_server_one2one_str_create(KEL_AF_INET, texts.data(), 40000, 0, 8, &init, NULL); },
         [&] { return kel_sctp_server_one2many_str_create(KEL_AF_INET, texts.data(), 40000, 0, 8, &init, NULL); },
         [&] { return kel_sctp_client_one2one_str_create(KEL_AF_INET, texts.data(), 40000, 0, &init, NULL, &id); }};
-    for (const auto &create : creations) {
+    for (const auto &call : calls) {
         sys::Recording recording(sys::fail_nth("tc_malloc", 2, {0, ENOMEM}));
 
-        EXPECT_EQ(create(), KEL_ERROR);
+        EXPECT_EQ(call(), KEL_ERROR);
 
         const sys::Trace &trace = recording.trace();
         EXPECT_NE(std::find(trace.begin(), trace.end(), "tc_malloc(640000) = 0 errno 12"), trace.end());
