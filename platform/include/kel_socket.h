@@ -726,7 +726,8 @@ LONG kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LO
 
 /**
  * Make a one-to-one client: one association to all the addresses of a peer, its options set before it connects. Blocks
- * until the peer has answered or was given up (initmsg says when).
+ * until the peer has answered or was given up (initmsg says when). A signal that is caught meanwhile makes it fail,
+ * even with SA_RESTART: Linux connects anew and finds the association under way.
  *
  * @param family     KEL_AF_INET or KEL_AF_INET6
  * @param s_addrs    the peer's records, with their ports; not null
