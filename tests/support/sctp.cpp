@@ -21,7 +21,11 @@ constexpr size_t largest_block = 1 << 24;
 constexpr int stale = 0xa5;
 
 /* Memory that the module was given and has to hand back, by the name under which the trace shows it. */
-std::map<void *, std::string> memory;
+struct Piece {
+    std::string name;
+    size_t size;
+};
+std::map<void *, Piece> memory;
 int blocks;
 int lists;
 
@@ -39,6 +43,44 @@ std::string packed(const struct sockaddr *list, int count)
     return hex(list, count > 0 ? (size_t)count * entry_length(list->sa_family) : 0);
 }
 
+/*
+ * Around each piece of memory lie bytes that nobody may write, other ones each time. Behind it the sanitizer's do,
+ * which see reading, too.
+ */
+constexpr size_t guard = 112;
+#ifdef __SANITIZE_ADDRESS__
+constexpr size_t guard_behind = 0;
+#else
+constexpr size_t guard_behind = guard;
+#endif
+
+char guard_byte(const std::string &name)
+{
+    return (char)(name.front() + name.back());
+}
+
+void *allocate(size_t size, const std::string &name)
+{
+    char *start = static_cast<char *>(malloc(guard + size + guard_behind));
+    memset(start, guard_byte(name), guard + size + guard_behind);
+    memory[start + guard] = {name, size};
+    return memset(start + guard, stale, size);
+}
+
+std::string name_of(void *given, const Piece &piece)
+{
+    const char *start = static_cast<char *>(given);
+    auto is_guard = [&](char byte) { return byte == guard_byte(piece.name); };
+    const bool is_intact = std::all_of(start - guard, start, is_guard) &&
+                           std::all_of(start + piece.size, start + piece.size + guard_behind, is_guard);
+    return is_intact ? piece.name : piece.name + ", written beside";
+}
+
+void deallocate(void *given)
+{
+    free(static_cast<char *>(given) - guard);
+}
+
 /* Hands memory back: shown by its name, and anything that was not handed out as "?". */
 std::string release(void *given)
 {
@@ -46,9 +88,9 @@ std::string release(void *given)
     if (found == memory.end()) {
         return pointer(given);
     }
-    std::string name = found->second;
+    std::string name = name_of(given, found->second);
     memory.erase(found);
-    free(given);
+    deallocate(given);
     return name;
 }
 
@@ -61,11 +103,10 @@ int give_list(const char *call, int sd, sctp_assoc_t id, struct sockaddr **list)
     }
 
     socklen_t length = entry_length(addresses[0].sa.sa_family);
-    char *copy = static_cast<char *>(malloc(addresses.size() * length));
+    char *copy = static_cast<char *>(allocate(addresses.size() * length, text("list %d", ++lists)));
     for (size_t i = 0; i < addresses.size(); i++) {
         memcpy(copy + i * length, &addresses[i], length);
     }
-    memory[copy] = text("list %d", ++lists);
     *list = reinterpret_cast<struct sockaddr *>(copy);
     return count;
 }
@@ -94,7 +135,7 @@ void set_addresses(const std::vector<kel_sockaddr_t> &records)
 std::string held_block(void *given)
 {
     auto found = memory.find(given);
-    return found == memory.end() ? "" : found->second;
+    return found == memory.end() ? "" : found->second.name;
 }
 
 void set_received_flags(int flags)
@@ -104,8 +145,8 @@ void set_received_flags(int flags)
 
 void forget_sctp()
 {
-    for (auto &[block, name] : memory) {
-        free(block);
+    for (auto &[block, piece] : memory) {
+        deallocate(block);
     }
     memory.clear();
     blocks = lists = 0;
@@ -114,8 +155,8 @@ void forget_sctp()
 std::set<std::string> Recording::held() const
 {
     std::set<std::string> names;
-    for (auto &[block, name] : memory) {
-        names.insert(name);
+    for (auto &[block, piece] : memory) {
+        names.insert(name_of(block, piece));
     }
     return names;
 }
@@ -139,10 +180,7 @@ void *tc_malloc(size_t size) noexcept
     if (number == 0) {
         return nullptr;
     }
-    void *block = malloc(std::min(size, largest_block));
-    memset(block, stale, std::min(size, largest_block));
-    memory[block] = text("block %d", ++blocks);
-    return block;
+    return allocate(std::min(size, largest_block), text("block %d", ++blocks));
 }
 
 void tc_free(void *block) noexcept
