@@ -1,5 +1,5 @@
 /* Says hello to the echo server and prints the answer. */
-#include "kel_socket.h"
+#include <kel/kel_socket.h>
 #include <stdio.h>
 
 int main(void)

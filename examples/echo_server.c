@@ -1,5 +1,5 @@
 /* Sends back what one client says. */
-#include "kel_socket.h"
+#include <kel/kel_socket.h>
 
 int main(void)
 {

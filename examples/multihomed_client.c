@@ -1,7 +1,7 @@
 /* Says hello to the multi-homed server, and names the addresses of the peer. */
-#include "kel_sctp.h"
-#include "kel_socket.h"
 #include <arpa/inet.h>
+#include <kel/kel_sctp.h>
+#include <kel/kel_socket.h>
 #include <stdio.h>
 
 int main(void)

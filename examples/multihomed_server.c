@@ -1,6 +1,6 @@
 /* Sends back what one client says, on whichever of two addresses reaches it. */
-#include "kel_sctp.h"
-#include "kel_socket.h"
+#include <kel/kel_sctp.h>
+#include <kel/kel_socket.h>
 
 int main(void)
 {

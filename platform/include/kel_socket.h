@@ -31,6 +31,9 @@
 #ifndef KEL_SOCKET_H
 #define KEL_SOCKET_H
 
+/* Release of the module: compatible changes raise the second number, others the first and the library's soname. */
+#define KEL_SOCKET_VERSION "1.0.0"
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
