@@ -11,10 +11,11 @@
  */
 #pragma GCC system_header
 
+#include "kel_types.h"
+
 #include <stdio.h> /* the console is standard output, through printf */
 
 #include "kel_module.h"
-#include "kel_types.h"
 #include "plat_syslog.h"
 
 #ifdef __cplusplus

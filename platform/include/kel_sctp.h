@@ -16,10 +16,10 @@
 #elif !defined(KEL_SCTP_H)
 #define KEL_SCTP_H
 
+#include "kel_socket.h"
+
 #include <stdint.h>
 #include <sys/socket.h>
-
-#include "kel_socket.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -34,6 +34,8 @@
 /* Release of the module: compatible changes raise the second number, others the first and the library's soname. */
 #define KEL_SOCKET_VERSION "1.0.0"
 
+#include "kel_types.h"
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -47,8 +49,6 @@
 #include <linux/if_packet.h>
 #define __NETPACKET_PACKET_H 1
 #endif
-
-#include "kel_types.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,6 +1,13 @@
-/* Basic types and result codes of the platform, on its 64-bit target. */
+/*
+ * Basic types and result codes of the platform, on its targets: 64 bits, little-endian. The headers that include those
+ * of the system include this one before, so that another target is refused first of all.
+ */
 #ifndef KEL_TYPES_H
 #define KEL_TYPES_H
+
+#if !defined(__LP64__) || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "the socket module needs a 64-bit little-endian target, such as x86-64 or aarch64"
+#endif
 
 #include <stddef.h> /* NULL, size_t */
 
