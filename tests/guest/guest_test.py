@@ -1,9 +1,13 @@
 #!/usr/bin/python3
-"""The program guest: what it passes on, and that no failure of the guest looks like a success."""
+"""The program guest: what it passes on, and that no failure of the guest looks like a success. Installed, it is kel-guest.
+
+BUILD in the environment is the build folder that kel-guest is installed from, with kelcat.
+"""
 
 import contextlib
 import os
 import pathlib
+import re
 import select
 import shutil
 import signal
@@ -14,6 +18,8 @@ import unittest
 
 TOOLS = pathlib.Path(__file__).resolve().parent.parent.parent / "tools"
 GUEST = TOOLS / "guest/guest"
+EXAMPLE = TOOLS.parent / "examples/kel-guest/two-hosts"
+BUILD = pathlib.Path(os.environ["BUILD"])
 sys.path.insert(0, str(TOOLS))
 import machine  # noqa: E402
 
@@ -101,6 +107,30 @@ class GuestTest(unittest.TestCase):
                 guest=pathlib.Path(copy, "guest"), cwd=copy, environment={"TMPDIR": copy})
             self.assertEqual((status, output), (0, f"0\n{copy}\n"), errors)
             self.assertEqual(len(os.listdir(copy)), 3)
+
+    def test_installed_it_needs_no_compiler_and_runs_the_example(self):
+        with tempfile.TemporaryDirectory(prefix="guest prefix ", dir="/var/tmp") as prefix:
+            subprocess.run(["cmake", "--install", BUILD, "--component", "guest", "--prefix", prefix], check=True,
+                           stdout=subprocess.DEVNULL)
+            installed = pathlib.Path(prefix, "bin/kel-guest")
+            status, output, errors = self.run_guest(
+                "/usr/bin/env", f"PATH={BUILD}/tools/kelcat:{os.environ['PATH']}", EXAMPLE,
+                guest=installed, environment={"PATH": "/no/compiler"})
+            self.assertEqual((status, output), (0, "hello over the cable\n"), errors)
+            status, _, errors = self.run_guest("true", guest=installed, options=["--memory", "much"])
+            self.assertEqual((status, errors.split()[0]), (125, "kel-guest:"))
+
+    def test_every_option_is_on_the_manual_page_which_is_well_formed(self):
+        page = self.folder / "kel-guest.1"
+        page.write_bytes(subprocess.run([GUEST.parent / "page", "1.0.0"], check=True, stdout=subprocess.PIPE).stdout)
+        checked = subprocess.run(["mandoc", "-Tlint", "-Wwarning", page], check=False, stdout=subprocess.PIPE, text=True)
+        self.assertEqual((checked.returncode, checked.stdout), (0, ""))
+        shown = subprocess.run(["mandoc", "-Tascii", page], check=True, stdout=subprocess.PIPE, text=True).stdout
+        shown = re.sub(".\b", "", shown)  # bold is struck twice
+        helped = subprocess.run([GUEST, "--help"], check=True, stdout=subprocess.PIPE, text=True).stdout
+        for option in re.findall("^ +(?:-., )?(--[a-z]+)", helped, re.MULTILINE):
+            self.assertRegex(shown, rf"(?m)^ +(-., )?{option}\b", option)
+        self.assertLessEqual(max(map(len, shown.splitlines())), 80)
 
     def test_time_limit_ends_the_kernel(self):
         status, output, errors = self.run_guest("bash", "-c", "echo began; sleep 1000", options=["--timeout", "1"])
