@@ -1,6 +1,11 @@
-"""Gives a picture that gnuplot has drawn its title and the reader's scheme: light as it is, dark by a style sheet."""
+"""What pictures share: the scheme, light as drawn and dark by a style sheet, and the entry of what they are made of."""
 
+import os
 import re
+import subprocess
+
+PICTURES = os.path.join(os.path.dirname(os.path.realpath(__file__)), "pictures")
+ENTRY = re.compile(r"<!-- inputs (\w+) -->\n")  # the last line of a picture
 
 # Colours as gnuplot writes them; the others are seen well on both.
 STYLE = """<style>
@@ -22,7 +27,13 @@ STYLE = """<style>
 """
 
 
+def enter_inputs(name):
+    """Has the hash of its inputs entered in a picture that has just been made."""
+    subprocess.run([PICTURES, "--enter", name], check=True)
+
+
 def follow_scheme(path, title):
+    """Gives a picture that gnuplot has drawn its title and the style sheet."""
     with open(path, encoding="utf-8") as file:
         text = file.read()
     with open(path, "w", encoding="utf-8") as file:
