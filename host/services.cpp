@@ -1,4 +1,5 @@
 /* Memory, strings and console: the standard functions under the platform's names. */
+#include "host.h"
 #include "host_prv.h"
 #include "kel_lib.h"
 
@@ -79,3 +80,12 @@ HOST_SERVICE int KEL_Printf(const CHAR *format, ...)
     va_end(args);
     return length;
 }
+
+/*
+ * A name for the whole archive. The linker is told to look for it (--undefined=host_all), and then finds all stand-ins,
+ * even where the archive stands in front of the library that calls them. Services cannot serve as such names: a program
+ * may have its own.
+ */
+extern "C" void *const host_all[];
+void *const host_all[] = {reinterpret_cast<void *>(host_assertions), reinterpret_cast<void *>(host_filter_clear),
+                          reinterpret_cast<void *>(host_log_to), reinterpret_cast<void *>(host_registry_clear)};

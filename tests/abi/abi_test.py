@@ -20,6 +20,7 @@ from machine import patience  # noqa: E402
 INCLUDE = ["-I" + os.path.join(SOURCE, "platform/include")]
 PRIVATE = ["-I" + os.path.join(SOURCE, "platform/kel/socket")]
 MODULE = "platform/kel/socket/kel_socket.cpp"
+VERSION = "KEL_SOCKET_1"  # of all exports
 STATIC, SHARED, HOST = (os.environ[name] for name in ("STATIC", "SHARED", "HOST"))
 CALLS = ["-lsctp", "-ltcmalloc_minimal"]  # what comes with the static library
 EITHER = [[SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]]
@@ -194,7 +195,10 @@ class Module(Case):
 
     def test_exports_the_declared_functions_and_nothing_else(self):
         self.assertTrue(declared_functions())
-        self.assertEqual(symbols(SHARED, "-D", "--defined-only"), declared_functions())
+        self.assertEqual(symbols(SHARED, "-D", "--defined-only"), declared_functions() | {VERSION})
+        listed = run("nm", "-D", "--defined-only", SHARED).stdout
+        self.assertEqual(set(re.findall(r" T (\w+@@\w+)$", listed, flags=re.M)),
+                         {f"{name}@@{VERSION}" for name in declared_functions()})
 
     def test_has_its_private_names_in_the_static_library_alone(self):
         private = {"g_module_socket", "Match_RegExpPattern", "__kel_set_sock_op_sctp", "__sctp_server_create",
