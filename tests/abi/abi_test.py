@@ -26,6 +26,7 @@ CALLS = ["-lsctp", "-ltcmalloc_minimal"]  # what comes with the static library
 EITHER = [[SHARED, HOST, "-Wl,-rpath," + os.path.dirname(SHARED)], [STATIC, HOST, *CALLS]]
 PUBLIC = sorted(h for h in os.listdir(os.path.join(SOURCE, "platform/include")) if h.endswith(".h"))
 COMPILERS = [[os.environ["CC"], "-std=c11"], [os.environ["CXX"], "-std=c++17"]]
+STANDARDS = {"c": ("c11", "c17", "c2x"), "cpp": ("c++11", "c++14", "c++17", "c++20", "c++2b")}  # all that are supported
 
 # Everything that the module calls, by its plain name: a program that defines one of them stands in for it.
 CALLED = set("""
@@ -118,11 +119,17 @@ class Headers(Case):
         with open(os.path.join(SOURCE, "tests/unit/declarations.inc"), encoding="ascii") as file:
             self.assertEqual(declared_functions() - set(re.findall(r"(\w+)\(", file.read())), set())
 
-    def test_uses_of_the_report_macros_cause_no_warning(self):
-        for compiler, uses in zip(COMPILERS, ("frame_uses_c.c", "frame_uses_cpp.cpp")):
-            with self.subTest(compiler=compiler[0]):
-                self.compile(*compiler, "-Wall", "-Wextra", "-Wpedantic", "-Wformat=2", "-Wshadow", "-Werror", *INCLUDE,
-                             "-fsyntax-only", "tests/unit/" + uses)
+    def test_and_uses_of_the_report_macros_cause_no_warning_in_any_standard(self):
+        everything = "".join(f'#include "{header}"\n' for header in [*PUBLIC, "host.h"])
+        folders = [*INCLUDE, "-I" + os.path.join(SOURCE, "host"), "-I" + os.path.join(SOURCE, "tests/unit")]
+        for (compiler, _), (suffix, standards) in zip(COMPILERS, STANDARDS.items()):
+            headers = self.write("headers." + suffix, everything)
+            uses = self.write("uses." + suffix, f'{everything}#include "frame_uses_{suffix}.{suffix}"\n')
+            for standard in standards:
+                with self.subTest(compiler=compiler, standard=standard):
+                    checked = [compiler, "-std=" + standard, "-Wall", "-Wextra", "-Wshadow", "-Werror", *folders]
+                    self.compile(*checked, "-Wpedantic", "-Wformat=2", "-fsyntax-only", uses)
+                    self.compile(*checked, "-Wsystem-headers", "-Wno-format-security", "-fsyntax-only", headers)
 
     def test_formats_are_checked_by_the_compiler(self):
         wrong = [("KEL_SysLog", '0, SYSLOG_ERR, "file", 1, "func", "%s", 1'), ("KEL_Printf", '"%s", 1'),
