@@ -2,31 +2,38 @@
  * The socket module: one address record for every family, one function for each socket call, and endpoints that come
  * out of one call ready for use.
  *
- * What every function has in common:
+ * What the functions have in common, argument by argument and then subject by subject:
  *
- *   - Descriptors, flags, backlogs, option levels and option names travel as LONG and reach the system cut to int.
- *     sockfd is an open descriptor, of this module or of the system. No descriptor that the module returns is
- *     close-on-exec: programs that the process starts inherit it, unless fcntl(2) sets FD_CLOEXEC.
- *   - Ports are in host byte order, 0 to 65535, in the 16 bits of a SHORT: port 40000 is (SHORT)40000. In records,
- *     ports and addresses are in network byte order.
- *   - Address texts are numeric: names of hosts are refused. So are zones ("fe80::1%eth0"), and a link-local address
- *     gets no scope: bind(2) and connect(2) refuse it (EINVAL), sendto(2) picks an interface. Set sin6_scope_id in a
- *     record to name one.
- *   - A null pointer that is refused is reported ("addr is null\r\n", error level), and KEL_ERROR returned. A function
- *     that only hands a pointer on leaves the check to the one that uses it: an endpoint has created its socket by
- *     then, and closes it again.
- *   - A failure is KEL_ERROR. errno is what the failed call left, unless a report or a close behind it has changed it:
- *     the module never sets, saves or restores it. A null pointer or a text that is no address fails without a call,
- *     and errno stays as it was: an endpoint's report then ends in words that have nothing to do with the failure, as
- *     in "connet tcp socket: Success".
- *   - "Reported" names the texts of error reports. On the console, function and line stand in front of the text and,
- *     null pointers apart, the words of errno behind it; the system log gets the text alone. The print filter may
- *     suppress a report; the result stays the same.
- *   - A success may leave a record unwritten, in part or wholly: clear it first. Of a local peer that is bound to no
- *     path, kel_accept(), kel_getpeername() and kel_getsockname() write the family alone, and kel_recvfrom() nothing.
- *     On a TCP or local stream socket, kel_recvfrom() never writes the record.
- *   - A call blocks as the system's does.
- *   - Records and buffers belong to the caller, and no pointer is kept. Any function may run on several threads.
+ *   - sockfd: an open descriptor, of this module or of the system.
+ *   - port, s_port: 0 to 65535, in the 16 bits of a SHORT: port 40000 is (SHORT)40000. Recipe: high-ports.
+ *   - addrStr, s_addrStr: addresses are numeric. Names of hosts are refused; so are zones ("fe80::1%eth0"), and a
+ *     link-local address gets no scope: bind(2) and connect(2) refuse it (EINVAL), sendto(2) picks an interface. Set
+ *     sin6_scope_id in a record to name one. Recipes: host-names, split-address.
+ *   - Numbers: descriptors, flags, backlogs, option levels and option names travel as LONG and reach the system cut to
+ *     int.
+ *   - Byte order: ports are in host byte order as arguments; in records, ports and addresses are in network byte order.
+ *   - Descriptors: none that the module returns is close-on-exec: programs that the process starts inherit it, unless
+ *     fcntl(2) sets FD_CLOEXEC. Recipe: close-on-exec.
+ *   - Constructors: the result of every kel_..._create() is a descriptor that the caller ends with kel_close(), or
+ *     KEL_ERROR with nothing left open.
+ *   - Steps: a constructor reports the step that failed, after what the step itself reports. The socket comes first: a
+ *     null text or one that is no address fails the second step without a call of the system. Recipe: failed-address.
+ *   - Null pointers: one that is refused is reported ("addr is null\r\n"), and KEL_ERROR returned. A function that only
+ *     hands a pointer on leaves the check to the one that uses it: an endpoint has created its socket by then, and
+ *     closes it again.
+ *   - Failures: the result is KEL_ERROR. errno is what the failed call left, unless a report or a close behind it has
+ *     changed it: the module never sets, saves or restores it.
+ *   - Failures without a call: a null pointer or a text that is no address leaves errno as it was. An endpoint's report
+ *     then ends in words that have nothing to do with the failure, as in "connet tcp socket: Success".
+ *   - Reports: the texts that are quoted are reports at the error level. On the console, function and line stand in
+ *     front of the text and, null pointers apart, the words of errno behind it; the system log gets the text alone. The
+ *     print filter may suppress a report; the result stays the same.
+ *   - Unwritten records: a success may leave a record unwritten, in part or wholly: clear it first. Of a local peer
+ *     that is bound to no path, kel_accept(), kel_getpeername() and kel_getsockname() write the family alone, and
+ *     kel_recvfrom() nothing. On a TCP or local stream socket, kel_recvfrom() never writes the record.
+ *   - Blocking: a call blocks as the system's does. Recipes: timeouts, poll.
+ *   - Memory: records and buffers belong to the caller, and no pointer is kept.
+ *   - Threads: any function may run on several threads.
  */
 #ifndef KEL_SOCKET_H
 #define KEL_SOCKET_H
@@ -95,8 +102,8 @@ typedef union kel_sockaddr_u {
  * Tells the length that belongs to a filled record, as bind(2), connect(2) and sendto(2) want it.
  *
  * @param addr record of any family; not checked, must not be null
- * @return 16 (KEL_AF_INET), 28 (KEL_AF_INET6), 110 (KEL_AF_UNIX, whatever the path's length), 20 (KEL_AF_PACKET), or 0
- *         for any other family
+ * @return bytes: 16 (KEL_AF_INET), 28 (KEL_AF_INET6), 110 (KEL_AF_UNIX, whatever the path's length), 20
+ *         (KEL_AF_PACKET), or 0 for any other family
  */
 LONG kel_sizeof_socket(const kel_sockaddr_t *addr);
 
@@ -130,8 +137,8 @@ BOOL kel_is_ipv6_addr(char *str);
  * Converts address text into the address field of a record. Family and port of the record are left as they are.
  *
  * @param af  KEL_AF_INET or KEL_AF_INET6; any other family fails
- * @param src numeric address
- * @param dst record that receives the address
+ * @param src numeric address, without port and zone
+ * @param dst record that receives the address, in network byte order
  * @return KEL_OK, or KEL_ERROR for a text that is no address of the family (not reported)
  *
  * Reported: "src is null\r\n", "dst is null\r\n". See inet_pton(3).
@@ -145,7 +152,8 @@ LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst);
  * @param src  record; must not be null
  * @param dst  receives the text and its NUL; must not be null
  * @param size bytes at dst: INET_ADDRSTRLEN (16) or INET6_ADDRSTRLEN (46) are enough
- * @return dst, or NULL for another family or too small a buffer (not reported). See inet_ntop(3).
+ * @return dst, or NULL for another family or too small a buffer, for which errno is as inet_ntop(3) sets it; neither is
+ *         reported
  */
 const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen_t size);
 
@@ -171,7 +179,8 @@ CHAR *kel_addr_showstr(kel_sockaddr_t *addr, CHAR *str, LONG size);
  *
  * @param addr1   record; a local path must end in a NUL
  * @param addr2   record; likewise
- * @param ignPort non-zero: a differing port makes no difference; the protocol of a packet record always does
+ * @param ignPort KEL_TRUE, or any other number but 0: a differing port makes no difference; the protocol of a packet
+ *                record always does
  * @return KEL_OK when they are the same; KEL_ERROR when not, or when the family is none of the four
  *
  * Reported: "addr1 is null\r\n", "addr2 is null\r\n".
@@ -184,7 +193,7 @@ LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPor
  * Fills a record from its parts. The record is cleared first; what a family does not use may be NULL or 0.
  *
  * @param socket   KEL_AF_PACKET: an open descriptor for the interface query. When the query fails it has been closed
- *                 and must not be closed again
+ *                 and must not be closed again. Other families: not used
  * @param my_addr  receives the record
  * @param family   its family; for a family that is none of the four the record stays zero and the result is KEL_OK, and
  *                 the system call that gets the record refuses it
@@ -198,7 +207,8 @@ LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPor
  * @return KEL_OK, or KEL_ERROR: a required text is null, the address is none (the assertion handler is called, nothing
  *         else is reported), or the interface is unknown (not reported, socket closed)
  *
- * Reported: "my_addr is null\r\n", "addrStr is null\r\n", "ifName is null\r\n". See netdevice(7), packet(7).
+ * Reported: "my_addr is null\r\n", "addrStr is null\r\n", "ifName is null\r\n". See netdevice(7), packet(7). Recipes:
+ * long-paths, packet-double-close.
  */
 LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SHORT port, const CHAR *addrStr,
                    SHORT protocol, const CHAR *ifName);
@@ -207,11 +217,11 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
  * Reads the hardware address of a network interface, through a packet socket of its own.
  *
  * @param ifName interface name; its first 15 characters count
- * @param addr   receives 6 bytes, whatever kind of interface it is
+ * @param addr   receives 6 bytes in the order of the wire, whatever kind of interface it is
  * @return KEL_OK or KEL_ERROR; a failure leaves addr untouched. Needs the raw-socket privilege (CAP_NET_RAW)
  *
- * Reported: "ifName is null\r\n", "addr is null\r\n",
- * "socket() failed to get socket descriptor for using ioctl() ", "ioctl() failed to get source MAC address ".
+ * Reported: "ifName is null\r\n", "addr is null\r\n", "socket() failed to get socket descriptor for using ioctl() ",
+ * "ioctl() failed to get source MAC address ".
  */
 LONG kel_get_if_mac_addr(const CHAR *ifName, UCHAR *addr);
 
@@ -220,19 +230,18 @@ LONG kel_get_if_mac_addr(const CHAR *ifName, UCHAR *addr);
 /**
  * Creates a socket with SO_REUSEADDR and, for KEL_AF_INET6, IPV6_V6ONLY set.
  *
- * @param domain   address family
- * @param type     socket type
+ * @param domain   address family, one of kel_domain_t or any other that the system knows
+ * @param type     socket type, one of kel_socktype_t or any other that the system knows
  * @param protocol the family's protocol number, 0 for its default; for KEL_AF_PACKET in network byte order
  * @return the descriptor, which the caller ends with kel_close(); KEL_ERROR with nothing left open
  *
- * Reported: "setsockopt socket"; a failed socket(2) is not.
+ * Reported: "setsockopt socket"; a failed socket(2) is not. Recipe: both-versions.
  */
 LONG kel_socket(kel_domain_t domain, kel_socktype_t type, LONG protocol);
 
 /**
  * Reads a socket option.
  *
- * @param sockfd  descriptor
  * @param level   option level, such as SOL_SOCKET
  * @param optname option of that level
  * @param optval  receives the value
@@ -246,11 +255,10 @@ LONG kel_getsockopt(LONG sockfd, LONG level, LONG optname, void *optval, socklen
 /**
  * Sets a socket option.
  *
- * @param sockfd  descriptor
  * @param level   option level, such as SOL_SOCKET
  * @param optname option of that level
  * @param optval  the value
- * @param optlen  its bytes
+ * @param optlen  bytes of the value
  * @return 0, or -1 with errno as setsockopt(2) sets it (not reported)
  *
  * Reported: "optval is null\r\n".
@@ -260,7 +268,7 @@ LONG kel_setsockopt(LONG sockfd, LONG level, LONG optname, const void *optval, s
 /**
  * Closes a descriptor.
  *
- * @return 0, or -1 with errno as close(2) sets it; never reported
+ * @return 0, or -1 with errno as close(2) sets it; never reported. Recipe: shutdown.
  */
 LONG kel_close(LONG sockfd);
 
@@ -269,7 +277,7 @@ LONG kel_close(LONG sockfd);
 /**
  * Binds a socket to a local address.
  *
- * @param my_addr record with family, port and address filled
+ * @param my_addr record of any family, with port and address, path, or protocol and interface filled
  * @return KEL_OK, or KEL_ERROR with errno as bind(2) sets it (not reported)
  *
  * Reported: "my_addr is null\r\n".
@@ -279,12 +287,16 @@ LONG kel_bind(LONG sockfd, kel_sockaddr_t *my_addr);
 /**
  * Binds a socket to a local address given in parts, as kel_addr_fill() takes them.
  *
- * @param addrStr numeric address or path; NULL is the wildcard for KEL_AF_INET and KEL_AF_INET6, refused for
- *                KEL_AF_UNIX and not looked at for KEL_AF_PACKET
+ * @param family   any of the four
+ * @param port     KEL_AF_INET, KEL_AF_INET6: host byte order; 0 lets the system choose
+ * @param addrStr  numeric address or path; NULL is the wildcard for KEL_AF_INET and KEL_AF_INET6, refused for
+ *                 KEL_AF_UNIX and not looked at for KEL_AF_PACKET
+ * @param protocol KEL_AF_PACKET: link-layer protocol in host byte order (3 is every protocol)
+ * @param ifName   KEL_AF_PACKET: interface name, required; its first 15 characters count
  * @return KEL_OK or KEL_ERROR. For KEL_AF_PACKET and an unknown interface sockfd has been closed and must not be closed
  *         again
  *
- * Reported: what kel_addr_fill() reports.
+ * Reported: what kel_addr_fill() reports. Recipe: packet-double-close.
  */
 LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addrStr, SHORT protocol,
                   const CHAR *ifName);
@@ -292,8 +304,9 @@ LONG kel_bind_str(LONG sockfd, kel_domain_t family, SHORT port, const CHAR *addr
 /**
  * Makes a socket listen.
  *
- * @param maxClient backlog, passed on unchanged; on an SCTP socket 0 ends listening, and fails where there is none
- * @return KEL_OK, or KEL_ERROR with errno as listen(2) sets it (not reported)
+ * @param maxClient backlog: connections that may wait, passed on unchanged; on an SCTP socket 0 ends listening, and
+ *                  fails where there is none
+ * @return KEL_OK, or KEL_ERROR with errno as listen(2) sets it (not reported). Recipe: backlog.
  */
 LONG kel_listen(LONG sockfd, LONG maxClient);
 
@@ -304,18 +317,18 @@ LONG kel_listen(LONG sockfd, LONG maxClient);
  * @return the connection's descriptor, which the caller closes; KEL_ERROR with errno as accept(2) sets it (not
  *         reported)
  *
- * Reported: "addr is null\r\n".
+ * Reported: "addr is null\r\n". Recipe: many-clients.
  */
 LONG kel_accept(LONG sockfd, kel_sockaddr_t *addr);
 
 /**
  * Connects a socket to a peer.
  *
- * @param con_addr record with family, port and address filled
+ * @param con_addr record with family, and port and address or path, filled
  * @return KEL_OK or KEL_ERROR. On a descriptor that does not block, a connection that is under way is an error too,
  *         reported, with EINPROGRESS in errno
  *
- * Reported: "con_addr is null\r\n", "connect :". See connect(2).
+ * Reported: "con_addr is null\r\n", "connect :".
  */
 LONG kel_connect(LONG sockfd, kel_sockaddr_t *con_addr);
 
@@ -323,9 +336,9 @@ LONG kel_connect(LONG sockfd, kel_sockaddr_t *con_addr);
  * Connects a socket to a peer given in parts.
  *
  * @param family  KEL_AF_INET, KEL_AF_INET6 or KEL_AF_UNIX
- * @param port    host byte order
+ * @param port    KEL_AF_INET, KEL_AF_INET6: host byte order
  * @param addrStr numeric address or path; NULL is refused, there is no wildcard peer
- * @return KEL_OK or KEL_ERROR
+ * @return KEL_OK or KEL_ERROR, as kel_connect()
  *
  * Reported: "addrStr is null\r\n", and what kel_addr_fill() and kel_connect() report.
  */
@@ -353,28 +366,31 @@ LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr);
  * Receives from a connected socket.
  *
  * @param buf   receives at most len bytes
+ * @param len   bytes at buf
  * @param flags MSG_* flags
- * @return bytes received, 0 at the end of a stream, or KEL_ERROR. See recv(2).
+ * @return bytes received, 0 at the end of a stream, or KEL_ERROR with errno as recv(2) sets it
  */
 LONG kel_recv(LONG sockfd, VOID *buf, size_t len, LONG flags);
 
 /**
  * Sends on a connected socket.
  *
- * @param buf   len bytes
+ * @param buf   the data
+ * @param len   bytes at buf
  * @param flags MSG_* flags; without MSG_NOSIGNAL a peer that has gone raises SIGPIPE
- * @return bytes sent, which may be fewer than len on a stream, or KEL_ERROR. See send(2).
+ * @return bytes sent, which may be fewer than len on a stream, or KEL_ERROR with errno as send(2) sets it
  */
 LONG kel_send(LONG sockfd, const VOID *buf, size_t len, LONG flags);
 
 /**
  * Receives a datagram and its sender.
  *
- * @param buf      receives at most len bytes
+ * @param buf      receives at most len bytes; the rest of a longer datagram is lost
+ * @param len      bytes at buf
  * @param flags    MSG_* flags
  * @param src_addr receives the sender's address; not written on a TCP or local stream socket, nor for a local sender
  *                 that is not bound
- * @return bytes received, as a 32-bit count, or KEL_ERROR. See recvfrom(2).
+ * @return bytes received, as a 32-bit count, or KEL_ERROR with errno as recvfrom(2) sets it
  *
  * Reported: "buf is null\r\n", "src_addr is null\r\n".
  */
@@ -383,10 +399,11 @@ LONG kel_recvfrom(LONG sockfd, void *buf, size_t len, LONG flags, kel_sockaddr_t
 /**
  * Sends a datagram.
  *
- * @param buf       len bytes
+ * @param buf       the data
+ * @param len       bytes at buf
  * @param flags     MSG_* flags; on a TCP socket, without MSG_NOSIGNAL, a peer that has gone raises SIGPIPE
  * @param dest_addr record with family, port and address filled; a connected local stream refuses any (EISCONN)
- * @return bytes sent, as a 32-bit count, or KEL_ERROR. See sendto(2).
+ * @return bytes sent, as a 32-bit count, or KEL_ERROR with errno as sendto(2) sets it
  *
  * Reported: "buf is null\r\n", "dest_addr is null\r\n".
  */
@@ -401,21 +418,17 @@ LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_
  *
  * @param sockfd packet socket, as kel_raw_server_socket_create() gives it
  * @param ifName interface name; more than 15 characters are refused (ENODEV)
- * @param buf    the frame with its link-layer header, len bytes
+ * @param buf    the frame with its link-layer header
+ * @param len    bytes at buf
  * @param flags  MSG_* flags
  * @return bytes sent or KEL_ERROR. Needs the raw-socket privilege
  *
  * Reported: what kel_get_if_mac_addr() reports, then "get mac addr"; "get %s index\r\n" with the name; what
- * kel_sendto() reports.
+ * kel_sendto() reports. Recipe: many-frames.
  */
 LONG kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, size_t len, LONG flags);
 
-/* ---- TCP and UDP endpoints ------------------------------------------------------------------------------------
- *
- * Every constructor returns a descriptor that the caller ends with kel_close(), or KEL_ERROR with nothing left open.
- * It reports the step that failed, after what the step itself reports. The socket comes first: a null text or one that
- * is no address fails the second step without a call of the system, so its report ends in the errno of before.
- */
+/* ---- TCP and UDP endpoints ------------------------------------------------------------------------------------ */
 
 /**
  * Creates a TCP socket that listens on one local address.
@@ -426,29 +439,23 @@ LONG kel_raw_sendto(LONG sockfd, const CHAR *ifName, const void *buf, size_t len
  *                  listens fails (EADDRINUSE)
  * @param maxClient not used: the backlog is always 5
  *
- * Reported: "create tcp socket", "bind tcp socket", "listen tcp socket".
+ * Reported: "create tcp socket", "bind tcp socket", "listen tcp socket"; what kel_socket() and kel_addr_fill() report.
+ * Recipes: backlog, both-versions, many-clients.
  */
 LONG kel_tcp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port, LONG maxClient);
 
 /**
- * Creates a TCP socket that is connected to a server.
+ * Create a TCP socket that is connected to a server, from a local address where one is given.
  *
  * @param family  KEL_AF_INET or KEL_AF_INET6
- * @param addrStr numeric address of the server; NULL is refused ("addrStr is null\r\n")
+ * @param addrStr numeric address of the server; NULL is refused
  * @param port    its port, host byte order
- *
- * Reported: "create tcp socket", "connet tcp socket" (spelled so).
- */
-LONG kel_tcp_client_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port);
-
-/**
- * As kel_tcp_client_socket_create(), from a local address.
- *
  * @param my_addr local address; NULL, or a record with port 0, binds nothing. A bind that fails is not reported: the
  *                socket then connects from an address of the system's choice, which kel_getsockname() tells
  *
- * Reported: "create tcp socket", "connet tcp socket" (spelled so).
+ * Reported: "create tcp socket", "connet tcp socket" (spelled so); what kel_socket() and kel_connect_str() report.
  */
+LONG kel_tcp_client_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port);
 LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr, SHORT port, kel_sockaddr_t *my_addr);
 
 /**
@@ -459,46 +466,41 @@ LONG kel_tcp_client_socket_create_bind(kel_domain_t family, const CHAR *addrStr,
  * @param port    host byte order; 0 lets the system choose. One that another socket of this module is bound to
  *                succeeds, and the datagrams go to the newer socket from then on: SO_REUSEADDR allows it
  *
- * Reported, with the TCP texts: "create tcp socket", "bind tcp socket".
+ * Reported, with the TCP texts: "create tcp socket", "bind tcp socket"; what kel_socket() and kel_addr_fill() report.
+ * Recipes: both-versions, shared-port.
  */
 LONG kel_udp_server_socket_create(kel_domain_t family, const CHAR *addrStr, SHORT port);
 
 /**
- * Creates a UDP socket, neither bound nor connected, and fills the server's record for kel_sendto().
+ * Create a UDP socket that is not connected, and fill the server's record for kel_sendto(). It is bound where a local
+ * address is given.
  *
  * @param family    KEL_AF_INET or KEL_AF_INET6
  * @param s_addrStr numeric address of the server; required when s_addr is given, not looked at otherwise
  * @param s_port    its port, host byte order
  * @param s_addr    receives the server's record, or NULL
+ * @param my_addr   local address; NULL, or a record with port 0, binds nothing. A bind that fails is not reported
  *
- * Reported, with the TCP texts: "create tcp socket", "bind tcp socket" (the record could not be filled).
+ * Reported, with the TCP texts: "create tcp socket", "bind tcp socket" (the record could not be filled); what
+ * kel_socket() and kel_addr_fill() report.
  */
 LONG kel_udp_client_socket_create(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr);
-
-/**
- * As kel_udp_client_socket_create(), from a local address.
- *
- * @param my_addr local address; NULL, or a record with port 0, binds nothing. A bind that fails is not reported
- *
- * Reported, with the TCP texts: "create tcp socket", "bind tcp socket" (the record could not be filled).
- */
 LONG kel_udp_client_socket_create_bind(kel_domain_t family, const CHAR *s_addrStr, SHORT s_port, kel_sockaddr_t *s_addr,
                                        kel_sockaddr_t *my_addr);
 
-/* ---- Local-domain endpoints: descriptors and failures as above ------------------------------------------------
+/* ---- Local-domain endpoints -----------------------------------------------------------------------------------
  *
- * A path has at most 107 characters. A longer one is cut to 108, and the file of the cut name is what is bound or
- * connected to.
+ *   - local_path: at most 107 characters. A longer one is cut to 108, and the file of the cut name is what is bound or
+ *     connected to. Recipe: long-paths.
  */
 
 /**
  * Creates a local datagram socket.
  *
  * @param local_path path to bind to; a file that exists there makes the bind fail, NULL is refused
- *                   ("addrStr is null\r\n")
- * @param isbind     zero: nothing is bound and local_path not used
+ * @param isbind     KEL_FALSE: nothing is bound and local_path not used
  *
- * Reported: "create unix socket", "bind unix socket".
+ * Reported: "create unix socket", "bind unix socket"; what kel_socket() and kel_addr_fill() report.
  */
 LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind);
 
@@ -507,19 +509,20 @@ LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind);
  *
  * @param local_path path. Whatever file stands there is removed first; the socket's own file stays when the descriptor
  *                   is closed. Of a path that is too long the whole name is removed, the cut one is not: the next start
- *                   fails. NULL is refused ("addrStr is null\r\n"), behind the removal, which leaves EFAULT in errno
- * @param maxClient  backlog, passed on unchanged
+ *                   fails. NULL is refused behind the removal, which leaves EFAULT in errno
+ * @param maxClient  backlog: connections that may wait, passed on unchanged
  *
- * Reported: "create unix socket", "bind unix socket", "listen unix socket".
+ * Reported: "create unix socket", "bind unix socket", "listen unix socket"; what kel_socket() and kel_addr_fill()
+ * report. Recipe: lost-socket-file.
  */
 LONG kel_unix_tcp_server_socket_create(const CHAR *local_path, LONG maxClient);
 
 /**
  * Creates a local stream socket that is connected to a server.
  *
- * @param local_path the server's path; NULL is refused ("addrStr is null\r\n")
+ * @param local_path the server's path; NULL is refused
  *
- * Reported: "socket failed", "connect failed".
+ * Reported: "socket failed", "connect failed"; what kel_socket() and kel_connect_str() report.
  */
 LONG kel_unix_tcp_client_socket_create(const CHAR *local_path);
 
@@ -532,25 +535,26 @@ LONG kel_unix_tcp_client_socket_create(const CHAR *local_path);
  * of it may be waiting when the call returns.
  *
  * @param protocol link-layer protocol in host byte order (3 is every protocol)
- * @param ifName   interface name, of which the first 15 characters count; NULL is refused ("ifName is null\r\n")
+ * @param ifName   interface name, of which the first 15 characters count; NULL is refused
  * @return the descriptor, or KEL_ERROR. Needs the raw-socket privilege. When the interface is unknown the descriptor's
  *         number is closed twice, which leaves EBADF in errno: a thread that opens descriptors meanwhile may lose one
  *
- * Reported: "create raw socket", "bind raw socket".
+ * Reported: "create raw socket", "bind raw socket"; what kel_socket() and kel_addr_fill() report. Recipe:
+ * packet-double-close.
  */
 LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
 
 /* ---- SCTP -----------------------------------------------------------------------------------------------------
  *
- * The records and constants are in kel_sctp.h. Lists of addresses are arrays of records, or of numeric texts, of one
- * family: that of the first record decides how all of them are read, and a mixed list is not noticed. Counts are not
- * checked: a negative one finds no memory and fails; of records there may be 0, of texts at least 1. A text of a list
- * that is NULL is refused ("addrStr is null\r\n"). Temporary lists come from tc_malloc() and are gone when a call
- * returns.
+ * The records and constants are in kel_sctp.h, which includes this header.
  *
- * A kernel without SCTP refuses to create the sockets (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many). The
- * one-to-many server goes on without one, so its reports are "sctp bindx : Bad file descriptor" and
- * "bind sctp socket: Bad file descriptor".
+ *   - Lists of addresses: arrays of records, or of numeric texts, of one family: that of the first record decides how
+ *     all of them are read, and a mixed list is not noticed. Counts are not checked: a negative one finds no memory and
+ *     fails; of records there may be 0, of texts at least 1. A text that is NULL is refused ("addrStr is null\r\n").
+ *     Temporary lists come from tc_malloc() and are gone when a call returns.
+ *   - A kernel without SCTP: it refuses to create the sockets (EPROTONOSUPPORT, or ESOCKTNOSUPPORT for one-to-many).
+ *     The one-to-many server goes on without one, so its reports are "sctp bindx : Bad file descriptor" and "bind sctp
+ *     socket: Bad file descriptor".
  */
 
 typedef int sctp_assoc_t; /* association identifier, 32 bits; one-to-one sockets have one, and ignore it */
@@ -780,8 +784,8 @@ LONG kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, L
  *         as a failure and is not closed
  *
  * Reported: "s_addrs is null\r\n" or "s_addrStr is null\r\n", "initmsg is null\r\n"; every failure of the work twice:
- * "create sctp socket " or "set_sock_op_sctp ", then "create sctp socket ", behind the report of the step itself; for
- * a text that is no address, the assertion of kel_addr_fill() alone.
+ * "create sctp socket " or "set_sock_op_sctp ", then "create sctp socket ", behind the report of the step itself; for a
+ * text that is no address, the assertion of kel_addr_fill() alone.
  */
 LONG kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                      struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
@@ -797,8 +801,8 @@ LONG kel_sctp_client_one2many_str_create(kel_domain_t family, CHAR **s_addrStr, 
  * Registers the module with the platform as "KEL_socket". Called once by the platform at start-up; no other function
  * depends on it.
  *
- * @return the registry's result: KEL_OK, or what it refused the module with, after the console line
- *         "module socket register error \r\n", which is neither filtered nor logged
+ * @return the registry's result: KEL_OK, or what it refused the module with, after the console line "module socket
+ *         register error \r\n", which is neither filtered nor logged
  */
 LONG socket_module_init(void);
 

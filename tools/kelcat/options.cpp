@@ -49,10 +49,13 @@ const struct Option {
     bool listeners;  /* whether those of them that listen take it */
     char letter;     /* 0: none */
 } table[] = {
-    {"local", "ADDRESS", "own ADDR:PORT, ADDR[,ADDR]...[:PORT] or PATH", Tcp | Udp | Sctp | UnixDatagram, false, 0},
+    {"local", "ADDRESS",
+     "own ADDR:PORT,\n"
+     "                        ADDR[,ADDR]...[:PORT] or PATH",
+     Tcp | Udp | Sctp | UnixDatagram, false, 0},
     {"send-only", nullptr, "what is received is discarded", every, true, 0},
     {"recv-only", nullptr, "standard input is not read", every, true, 0},
-    {"timeout", "SECONDS", "to connect within, over all addresses of a name", streams | Sctp, false, 0},
+    {"timeout", "SECONDS", "to connect, over all addresses of a name", streams | Sctp, false, 0},
     {"idle", "SECONDS", "end after so much silence", every, true, 0},
     {"size", "BYTES", "of a datagram (1400, 8192) or message (8192)", datagrams | Sctp, true, 0},
     {"rate", "BYTES[k|m]", "a second (packet 4m, udp to other machines 8m)", datagrams | Packet, true, 0},
@@ -66,8 +69,8 @@ const struct Option {
      "                        and notifications, as in \"2.345 path 10.1.0.2 active, primary\"",
      every, true, 'v'},
     {"quiet", nullptr, "no progress line", every, true, 'q'},
-    {"help", nullptr, "", every, true, 'h'},
-    {"version", nullptr, "", every, true, 0},
+    {"help", nullptr, "print this and end", every, true, 'h'},
+    {"version", nullptr, "print the version and end", every, true, 0},
 };
 
 /* Of the options that were given; empty: the option takes none. */
@@ -94,7 +97,9 @@ std::string help()
         line += option.name;
         line += option.argument != nullptr ? std::string(" ") + option.argument : "";
         line.resize(*option.help != '\0' ? 24 : line.size(), ' ');
-        line += option.takers != every ? names_of(option.takers, ", ") + ": " : "";
+        if (option.takers != every) {
+            line += names_of(option.takers, ", ") + (option.listeners ? ": " : " (not -listen): ");
+        }
         text += line + option.help + '\n';
     }
     text += frame_format;

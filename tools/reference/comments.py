@@ -1,0 +1,106 @@
+"""Reads the comments of the public headers: what stands in front of functions, at the head and over each division."""
+
+import re
+from types import SimpleNamespace as Node
+
+TOKEN = re.compile(r"/\*.*?\*/", re.S)
+
+
+def bare(comment):
+    """The text of a comment without its signs."""
+    lines = re.sub(r"^/\*+|\*/$", "", comment).strip("\n").split("\n")
+    return "\n".join(re.sub(r"^ \* ?| +$", "", line) for line in lines).strip("\n")
+
+
+def blocks_of(text):
+    """Paragraphs in one line each; the items of a list are paragraphs of their own, and a table keeps its lines."""
+    found = []
+    for block in re.split(r"\n\s*\n", text):
+        if re.match(r" +- ", block):
+            found += [one_line(item) for item in re.split(r"^ +- ", block, flags=re.M) if item.strip()]
+        elif re.match(r"  +\S", block):
+            found.append(block)
+        elif block.strip():
+            found.append(one_line(block))
+    return found
+
+
+def one_line(text):
+    return re.sub(r"\s+", " ", text).strip()
+
+
+def described(text):
+    """A doc comment as its parts."""
+    found = Node(paragraphs=[], arguments={}, returns="", reported="", sources=[], recipes=[])
+    plain, *tagged = re.split(r"^(?=@(?:param|return)\b)", text, flags=re.M)
+    behind = ""
+    for tag in tagged:
+        tag, _, more = tag.partition("\n\n")  # a paragraph behind the last tag is text again
+        behind += more + "\n\n"
+        if match := re.match(r"@param +(\w+) +(.*)", tag, re.S):
+            found.arguments[match[1]] = one_line(match[2])
+        else:
+            found.returns = one_line(tag.removeprefix("@return"))
+    texts = [block if block.startswith(" ") else without_marks(block, found) for block in blocks_of(plain)]
+    texts += [without_marks(block, found) for block in blocks_of(behind)]
+    found.returns = without_marks(found.returns, found)
+    texts = [block for block in texts if block]
+    found.brief, _, rest = texts[0].partition(". ") if texts else ("", "", "")
+    found.brief = found.brief.rstrip(".")
+    found.paragraphs = [rest] * bool(rest) + texts[1:]
+    return found
+
+
+def without_marks(block, found):
+    """What a paragraph says for sections of their own: reports, sources, recipes."""
+    def keep(match):
+        found.sources += re.findall(r"\w+\(\d\)", match[0])
+        return ""
+
+    def keep_recipes(match):
+        found.recipes += re.findall(r"[\w-]+", match[1])
+        return ""
+
+    block = re.sub(r"\s*\bRecipes?: ([\w, -]+)\.", keep_recipes, block)
+    block = re.sub(r"\s*\bSee (?:\w+\(\d\)(?:, | and )?)+\.", keep, block)
+    if block.startswith(("Reported", "Nothing is reported")):
+        found.reported = block
+        return ""
+    return block.strip()
+
+
+def declarations(text):
+    """The functions and variables that stand in front of the next empty line, with their arguments."""
+    found = []
+    for one in re.sub(r"/\*.*?\*/", "", re.split(r"\n\s*\n", text.lstrip("\n"))[0], flags=re.S).split(";"):
+        one = re.sub(r" *__attribute__\(\(.*\)\)", "", one_line(one))
+        if match := re.match(r"(?!typedef|#)(.*?)(\w+)\((.*)\)$", one):
+            arguments = [] if match[3] == "void" else re.split(r", (?![^()]*\))", match[3])
+            names = [re.search(r"(\w+|\.\.\.)(?:\[\])?$", argument)[1] for argument in arguments]
+            found.append(Node(name=match[2], type=match[1], arguments=arguments, names=names, text=one))
+        elif match := re.match(r"extern (.*?)(\w+)$", one):
+            found.append(Node(name=match[2], type=match[1], arguments=None, names=[], text=one))
+    return found
+
+
+def read(path):
+    """A header: its head comment, and its divisions with a page for each doc comment."""
+    source = open(path, encoding="utf-8").read()
+    header = Node(path=path, head=blocks_of(bare(TOKEN.search(source)[0])), divisions=[])
+    header.version = re.search(r'VERSION "(.*)"', source)
+    for match in TOKEN.finditer(source):
+        if banner := re.match(r"/\* -{4} (.*?) -{4,}[ *]*\n?(.*)\*/", match[0], re.S):
+            title, _, rule = banner[1].partition(": ")
+            text = bare("/*\n" + banner[2] + "*/")
+            header.divisions.append(Node(title=title, rule=rule, blocks=blocks_of(text), pages=[]))
+        elif match[0].startswith("/**"):
+            page = described(bare(match[0]))
+            page.functions = declarations(source[match.end():])
+            page.header, page.start, page.end = header, match.start(), match.end()
+            if not header.divisions:
+                header.divisions.append(Node(title="", rule="", blocks=[], pages=[]))
+            page.division = header.divisions[-1]
+            page.names = [function.name for function in page.functions]
+            header.divisions[-1].pages.append(page)
+    header.pages = [page for division in header.divisions for page in division.pages]
+    return header

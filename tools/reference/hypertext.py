@@ -1,0 +1,61 @@
+"""Turns a header into what Doxygen reads: every comment becomes a doc comment, one that stands in front of several
+functions is repeated for each of them, and divisions become groups."""
+
+import re
+
+from comments import TOKEN, bare, blocks_of, one_line
+from pages import sentence
+
+
+def plain(text):
+    """Text without what Doxygen would take for a command, a tag or a link of its own."""
+    return re.sub(r"::|[\\@<>#%&]", r"\\\g<0>", text)
+
+
+def blocks(texts):
+    return "\n\n".join(plain(text) for text in texts if text)
+
+
+def of_group(page):
+    """Every function behind a comment of its own, with its own arguments alone."""
+    for function in page.functions:
+        parts = [plain(sentence(page.brief)), blocks(page.paragraphs)]
+        parts += [f"@param {name} {plain(page.arguments[name])}" for name in function.names if name in page.arguments]
+        parts += [f"@return {plain(page.returns)}"] if page.returns else []
+        parts += [f"@par Reports\n{plain(page.reported.removeprefix('Reported: '))}"] if page.reported else []
+        parts += [f"@par Recipes\n{', '.join(page.recipes)}"] if page.recipes else []
+        parts += [f"@see {', '.join(page.sources)}"] if page.sources else []
+        yield "/**\n" + "\n\n".join(part for part in parts if part) + f"\n*/\n{function.text};\n"
+
+
+def exchanged(comment, line, behind):
+    """An ordinary comment as Doxygen wants it, where it belongs to a declaration."""
+    if line.strip():
+        return "" if re.match(r" *#(?!define)", line) else f"/**< {plain(one_line(bare(comment)))} */"
+    declares = re.match(r"\n(?:typedef|enum|struct|union|extern|#define|#undef|\w+ \w+;)", behind)
+    return "/** " + blocks(blocks_of(bare(comment))) + " */" if declares else ""
+
+
+def filtered(header):
+    """The header's text with its comments exchanged."""
+    source, pages = open(header.path, encoding="utf-8").read(), {page.start: page for page in header.pages}
+    made, at, is_open = [], 0, False
+    for match in TOKEN.finditer(source):
+        if match.start() < at:
+            continue
+        made.append(source[at:match.start()])
+        at = match.end()
+        if page := pages.get(match.start()):
+            made += of_group(page)
+            at = source.index("\n\n", at) + 1
+        elif match.start() == 0:
+            made.append(f"/** @file\n{blocks(header.head)}\n*/")
+        elif banner := re.match(r"/\* -{4} (.*?) -{4,}[ *]*\n?(.*)\*/", match[0], re.S):
+            text = blocks(blocks_of(bare("/*\n" + banner[2] + "*/")))
+            made.append(("/** @} */\n" if is_open else "") + f"/** @name {plain(banner[1])}\n{text}\n*/\n/** @{{ */\n")
+            is_open = True
+        else:
+            made.append(exchanged(match[0], source[source.rfind("\n", 0, match.start()) + 1:match.start()], source[at:]))
+    made.append(source[at:])
+    whole, end, rest = "".join(made).rpartition("\n#ifdef __cplusplus\n}")
+    return whole + ("\n/** @} */" if is_open else "") + end + rest

@@ -1,0 +1,398 @@
+"""Writes manual pages from the comments: one for each doc comment, and those of sections 1 and 7."""
+
+import glob
+import os
+import re
+import textwrap
+
+import facts
+from comments import Node, one_line, without_marks
+
+OVERVIEW = {"host.h": "kel_host", "kel_socket_fake.h": "kel_socket_fake"}
+LIBRARY = {
+    "kel_socket.h": "The socket module (libkel_socket, -lkel_socket; pkg-config kel_socket)",
+    "host.h": "The stand-in platform (libkel_host, -lkel_host; pkg-config kel_host)",
+    "kel_socket_fake.h": "The fake of the socket module "
+    "(libkel_socket_fake, -lkel_socket_fake; pkg-config kel_socket_fake)",
+}
+SERVICE = "Supplied by the platform; the stand-in platform (libkel_host, -lkel_host; pkg-config kel_host) has it, too"
+SECTION = {"inet_pton": 3, "inet_ntop": 3, "if_nametoindex": 3, "tc_malloc": None}  # others: 3 of libsctp, else 2
+
+# The pages that a paragraph of the header's head concerns, by its opening word, and its section there. One that opens
+# with names of arguments goes to these.
+WAITING = {"accept", "connect", "recv", "recvfrom", "send", "sendto", "sctp_connectx", "sctp_send", "sctp_sendmsg",
+           "sctp_recvmsg"}
+CONCERNS = {
+    "Numbers": ("NOTES", lambda page: page.takes("sockfd", "flags", "level", "maxClient", "domain")),
+    "Byte order": ("NOTES", lambda page: "kel_sockaddr_t" in page.text or page.takes("port", "s_port")),
+    "Unwritten records": ("NOTES", lambda page: page.takes("src_addr") or page.names[0] in UNWRITTEN),
+    "Descriptors": ("NOTES", lambda page: "descriptor" in page.returns or "_create" in page.names[0]),
+    "Constructors": ("RETURN VALUE", lambda page: "_create" in page.names[0] and not page.returns),
+    "Steps": ("DIAGNOSTICS", lambda page: "_create" in page.names[0]),
+    "Null pointers": ("DIAGNOSTICS", lambda page: "is null" in page.told),
+    "Reports": ("DIAGNOSTICS", lambda page: page.told),
+    "Failures": ("ERRORS", lambda page: page.errors or page.told),
+    "Failures without a call": ("ERRORS", lambda page: page.takes("addrStr", "s_addrStr", "local_path") or page.told),
+    "Blocking": ("NOTES", lambda page: WAITING & set(page.calls)),
+    "Lists of addresses": ("NOTES", lambda page: page.takes("addrcnt", "s_addrcnt")),
+    "A kernel without SCTP": ("NOTES", lambda page: "_create" in page.names[0]),
+    "Memory": ("NOTES", lambda page: True),
+    "Threads": ("NOTES", lambda page: True),
+}
+UNWRITTEN = ("kel_accept", "kel_getpeername", "kel_getsockname")
+
+
+# ---- Text as the typesetter reads it ----------------------------------------------------------------------------------
+
+
+def escaped(text):
+    text = text.replace("\\", "\\e")
+    return re.sub(r"(?<![\w-])-[\w=,-]+", lambda word: word[0].replace("-", "\\-"), text)
+
+
+def marked(text):
+    """With functions in bold, and no line that breaks at the edge of a quotation."""
+    text = re.sub(r'"( *)(.*?)( *)"', lambda quote: '"' + quote[1].replace(" ", "\\ ") + quote[2]
+                  + quote[3].replace(" ", "\\ ") + '"', escaped(text))
+    text = re.sub(r"\b(\w+)(\(\d?\))(?!\w)", r"\\fB\1\\fP\2", text)
+    return text.replace("`", "")
+
+
+def filled(text):
+    lines = textwrap.wrap(text, 78, break_long_words=False, break_on_hyphens=False)
+    return [("\\&" if line[0] in ".'" else "") + line for line in lines]
+
+
+def paragraph(text):
+    if text.startswith(" "):
+        return [".PP", ".nf", *escaped(textwrap.dedent(text)).split("\n"), ".fi"]
+    return [".PP", *filled(marked(text))]
+
+
+def item(tag, text):
+    return [".TP", tag, *filled(marked(text))]
+
+
+def capital(text):
+    return text[:1].upper() + text[1:]
+
+
+def sentence(text):
+    return capital(text) + ("" if not text or text.endswith((".", ":")) else ".")
+
+
+def prototype(function):
+    """Broken behind commas where it is too long, with the arguments' names in italics."""
+    if function.arguments is None:
+        return [f'.B "{function.text};"']
+    head = f"{function.type}{function.name}("
+    longest = max(map(len, function.arguments), default=0)
+    indent = " " * (len(head) if len(head) + longest < 72 else 8)
+    lines, now = [], head
+    for i, one in enumerate(function.arguments or ["void"]):
+        one += ")" if i + 1 >= len(function.arguments) else ","
+        if now.strip() and len(now) + len(one) > 71:
+            lines.append(now.rstrip())
+            now = indent
+        now += one + " "
+    lines.append(now.rstrip() + ";")
+    made = []
+    for line in lines:
+        parts = [line]
+        if function.arguments:
+            parts = re.split(r"(\b(?:%s)\b)(?=[,)\[])" % "|".join(map(re.escape, function.names)), line)
+        made.append((".BI " if len(parts) > 1 else ".B ") + " ".join(f'"{escaped(part)}"' if " " in part or not part
+                                                                    else escaped(part) for part in parts if part))
+    return made
+
+
+def short(lines):
+    """The same with lines of a macro that are too long in the source broken by the typesetter's own sign."""
+    for line in lines:
+        while len(line) > 80:
+            cut = line.rfind(" ", 0, 79)
+            yield line[:cut] + " \\"
+            line = line[cut + 1:]
+        yield line
+
+
+class Writer:
+    """Collects sections, and puts them together in the order of the system's pages."""
+    ORDER = ["NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "ARGUMENTS", "RETURN VALUE", "ERRORS", "DIAGNOSTICS", "NOTES",
+             "EXAMPLES", "SEE ALSO"]  # others between the last two but one
+
+    def __init__(self, name, section, version, date):
+        self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}"'
+
+    def add(self, section, lines):
+        self.sections.setdefault(section, []).extend(lines)
+
+    def text(self):
+        lines = [self.head]
+        for name in sorted(self.sections, key=lambda name: self.ORDER.index(name) if name in self.ORDER else 8.5):
+            body = self.sections[name]
+            body = body[1:] if body[:1] == [".PP"] else body
+            lines += [f'.SH "{name}"' if " " in name else f".SH {name}", *body] if body else []
+        return "\n".join(lines) + "\n"
+
+
+# ---- A page of a doc comment -------------------------------------------------------------------------------------------
+
+
+def prepare(page):
+    """What a page has beside its comment: the calls behind its functions, errors, reports, and what others say for it."""
+    known = [name for name in page.names if name in facts.ways.FUNCTIONS]
+    page.calls = list(dict.fromkeys(call for name in known for call in facts.calls(name)))
+    page.errors, page.reports, page.asserts = {}, {}, False
+    for name in known:
+        for error, calls in facts.errors(name).items():
+            page.errors.setdefault(error, []).extend(call for call in calls if call not in page.errors[error])
+        reports, asserts = facts.reports(name)
+        page.asserts |= asserts
+        for (text, function), steps in reports.items():
+            page.reports.setdefault(text, {}).setdefault(function, []).extend(steps)
+    page.told = " ".join(page.reports)
+    page.text = " ".join(function.text for function in page.functions)
+    page.takes = lambda *names: any(name in function.names for function in page.functions for name in names)
+    page.common = {}
+    for label, text, place, recipes in topics_of(page.header.head + page.division.blocks):
+        if isinstance(place, list):
+            concerned = [name for name in place if page.takes(name)]
+            for name in concerned:
+                own = page.arguments.get(name)
+                page.arguments[name] = f"{sentence(own)} {sentence(text)}" if own else text
+        elif concerned := place[1](page):
+            page.common.setdefault(place[0], []).append((label, text))
+        page.recipes += recipes if concerned else []
+
+
+def topics_of(blocks):
+    """The labelled paragraphs of a head or a division: label, text, where it belongs, recipes."""
+    for block in blocks:
+        label, colon, text = block.partition(": ")
+        names, marks = label.split(", "), Node(sources=[], recipes=[])
+        text = without_marks(text, marks)
+        if label in CONCERNS:
+            yield label, text, CONCERNS[label], marks.recipes
+        elif colon and all(re.fullmatch(r"[a-z]\w*", name) for name in names):
+            yield label, text, names, marks.recipes
+
+
+def function_page(page, version, date):
+    header, overview = os.path.basename(page.header.path), OVERVIEW.get(os.path.basename(page.header.path), "kel_socket")
+    made = Writer(page.names[0], 3, version, date)
+    brief = page.brief[:1].lower() + page.brief[1:]
+    made.add("NAME", filled(f"{', '.join(page.names)} \\- {marked(brief)}"))
+    made.add("LIBRARY", filled(marked(LIBRARY.get(header, SERVICE))))
+    include = "kel_sctp.h" if page.division.title == "SCTP" else header
+    made.add("SYNOPSIS", [".nf", f".B #include <kel/{include}>"])
+    for function in page.functions:
+        made.add("SYNOPSIS", [".PP", *short(prototype(function))])
+    made.add("SYNOPSIS", [".fi"])
+    rules = [block for block in page.division.blocks if not list(topics_of([block]))]
+    for text in [page.brief, *page.paragraphs, page.division.rule, *rules]:
+        made.add("DESCRIPTION", paragraph(text if text.startswith(" ") else sentence(text)) if text else [])
+    for name in dict.fromkeys(name for function in page.functions for name in function.names):
+        made.add("ARGUMENTS", item(f".I {name}", sentence(page.arguments.get(name, "NOT DESCRIBED"))))
+    if page.returns:
+        made.add("RETURN VALUE", paragraph(sentence(page.returns)))
+    if page.reports or page.asserts:
+        add_diagnostics(made, page)
+    for section, common in page.common.items():
+        for label, text in common:
+            made.add(section, item(f".B {label}", sentence(text)) if section == "NOTES" else
+                     paragraph(f"{label}: {text}"))
+    if page.errors:
+        made.add("ERRORS", paragraph("What tests have brought the calls behind it to, with the system's words:"))
+        for error, calls in page.errors.items():
+            made.add("ERRORS", item(f'.BR {error} " ({", ".join(calls)})"', os.strerror(getattr(facts.errno, error)) + "."))
+    add_examples(made, page)
+    add_sources(made, page, overview)
+    return made.text()
+
+
+def add_diagnostics(made, page):
+    remarks = re.sub(r'Reported|"[^"]*"|\band\b|what [\w(), ]+ reports?\b', "", page.reported)
+    if re.search(r"\w", remarks):
+        made.add("DIAGNOSTICS", paragraph(page.reported))
+    for text, functions in page.reports.items():
+        told = {}
+        for function, steps in functions.items():
+            told.setdefault(whence(steps), []).append(f"{function}()")
+        made.add("DIAGNOSTICS", item('.B "\\(dq%s\\(dq"' % escaped(text), " ".join(
+            f"By {' or '.join(names)}{when}." for when, names in told.items())))
+    if page.asserts:
+        made.add("DIAGNOSTICS", paragraph("For a text that is no address kel_addr_fill() calls the assertion handler, "
+                                          "KEL_ASSERT_X(3)."))
+
+
+def whence(steps):
+    """What comes before a report: calls that fail, or else the condition."""
+    calls = [step for step in dict.fromkeys(steps) if step in facts.ERRORS]
+    conditions = [step for step in dict.fromkeys(steps) if " is " in step]
+    if calls:
+        return f", when {' or '.join(calls)} fails"
+    return f", if {' or if '.join(conditions)}" if conditions else ""
+
+
+def add_examples(made, page):
+    files = [path for path in sorted(glob.glob("examples/**/*.c*", recursive=True))
+             if re.search(r"\b(%s)\(" % "|".join(page.names), open(path, encoding="utf-8").read())]
+    recipes = list(dict.fromkeys(page.recipes))
+    if recipes:
+        made.add("EXAMPLES", paragraph(f"Recipes (docs/recipes): {', '.join(recipes)}."))
+    if files:
+        made.add("EXAMPLES", paragraph(f"Programs: {', '.join(files)}."))
+
+
+def add_sources(made, page, overview):
+    sources = {source: True for source in page.sources}
+    for call in page.calls:
+        section = SECTION.get(call, 3 if call.startswith("sctp") else 2)
+        sources.update({f"{call}({section})": True} if section else {})
+    words = " ".join([page.brief, *page.paragraphs, page.returns, *page.arguments.values()])
+    sources.update({f"{name}(3)": True for name in re.findall(r"\b(kel_\w+)\(\)", words) if name not in page.names})
+    ordered = sorted(sources, key=lambda source: (source.split("(")[1], source)) + [f"{overview}(7)"]
+    made.add("SEE ALSO", references(ordered))
+
+
+def references(sources):
+    names = [re.match(r"(.*)\((\d)\)", source).groups() for source in sources]
+    return [f".BR {name} ({section})" + ("," if i + 1 < len(names) else "") for i, (name, section) in enumerate(names)]
+
+
+# ---- Overviews: kel_socket(7), kel_host(7) -----------------------------------------------------------------------------
+
+
+def overview(name, headers, version, date, more=None):
+    """What the head of the first header says, or a document, and every function by its division."""
+    made, base = Writer(name, 7, version, date), os.path.basename(headers[0].path)
+    head = headers[0].head
+    title = LIBRARY[base].partition(" (")[0]
+    made.add("NAME", [f"{name} \\- {title[0].lower()}{title[1:]}"])
+    made.add("LIBRARY", filled(marked(LIBRARY[base])))
+    made.add("SYNOPSIS", [".nf", f".B #include <kel/{base}>"])
+    made.add("SYNOPSIS", [".B #include <kel/kel_sctp.h>"] * (name == "kel_socket") + [".fi"])
+    for block in [] if more else head:
+        label, colon, text = without_marks(block, Node(sources=[], recipes=[])).partition(": ")
+        labelled = list(topics_of([block]))
+        made.add("DESCRIPTION", item(f".B {label}", sentence(text)) if labelled else paragraph(sentence(block)))
+    if more:
+        markdown(made, more)
+    for header in headers:
+        for division in header.divisions:
+            if division.pages:
+                made.add("FUNCTIONS", [f'.SS "{division.title or header.head[0].rstrip(".")}"'])
+            for page in division.pages:
+                made.add("FUNCTIONS", item(f".BR {page.names[0]} (3)", sentence(page.brief)))
+                others = [f"{other}()" for other in page.names[1:]]
+                made.add("FUNCTIONS", filled(marked(f"Also {', '.join(others)}.")) if others else [])
+    if name == "kel_socket":
+        add_types(made)
+    recipes = sorted({recipe for header in headers for page in header.pages for recipe in page.recipes})
+    made.add("EXAMPLES", paragraph(f"Recipes (docs/recipes): {', '.join(recipes)}.") if recipes else [])
+    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_socket(7)", "kel_socket_fake(7)"]
+    made.add("SEE ALSO", references([other for other in others if not other.startswith(name + "(")]))
+    return made.text()
+
+
+def add_types(made):
+    source = open("platform/include/kel_types.h", encoding="utf-8").read()
+    for own, name, about in re.findall(r"^typedef (.*?) ?(\w+);(?: +/\* (.*) \*/)?", source, re.M):
+        made.add("TYPES", item(f".B {name}", f"{own}: {about}." if about else f"{own}."))
+    for name, value, about in re.findall(r"^#define (\w+) (\S+)(?: +/\* (.*) \*/)?", source, re.M):
+        made.add("TYPES", item(f".B {name}", f"{value.strip('()')}: {about}." if about else f"{value.strip('()')}."))
+
+
+def markdown(made, path):
+    """Paragraphs, lists and one kind of table, in whose first column is what the others tell about."""
+    text, section, columns = open(path, encoding="utf-8").read(), "DESCRIPTION", []
+    for block in re.split(r"\n\n|\n(?=\||- )", re.sub(r"\[([^]]*)\]\([^)]*\)", r"\1", text)):
+        if block.startswith("#"):
+            section = block.lstrip("# ").upper() if block.startswith("##") else section
+        elif match := re.match(r"- (.*?): (.*)", block, re.S):
+            made.add(section, item(f".B {escaped(match[1].strip('`'))}", one_line(match[2])))
+        elif block.startswith("|"):
+            cells = [cell.strip().replace("\\|", "|") for cell in re.split(r"(?<!\\)\|", block.strip("|"))]
+            if not columns:
+                columns = cells
+            elif not re.fullmatch("[|-]+", block):
+                made.add("SERVICES", item(f'.B "{escaped(cells[0].replace("`", ""))}"', sentence(cells[1])))
+                for title, cell in zip(columns[2:], cells[2:]):
+                    made.add("SERVICES", [".IP", *filled(marked(f"{title}: {cell}."))])
+        elif block.strip():
+            made.add(section, paragraph(one_line(block)))
+
+
+# ---- kelcat(1), from what kelcat --help says ---------------------------------------------------------------------------
+
+
+def parts_of_help(text):
+    """Usage, purpose, and what stands under each heading: its words, and the lines below it, by their indentation."""
+    usage, about, rest = re.match(r"Usage: (.*)\n(.*)\n\n(.*)", text, re.S).groups()
+    parts = {}
+    for line in rest.splitlines():
+        if not line.startswith(" ") and (match := re.match(r"(Endpoints|Options|Frames|What ends|Exit|Examples)", line)):
+            parts[match[1]] = []
+        list(parts.values())[-1].append(line)
+    return usage, about, parts
+
+
+def options_of(lines):
+    """Names with their argument, and what is said of each."""
+    found = []
+    for line in lines:
+        match = re.match(r"  ((?:-\w, )?--.*?)(?:  +(.*))?$", line)
+        found += [[match[1], match[2] or ""]] if match else []
+        if not match:
+            found[-1][1] += " " + line.strip()
+    return found
+
+
+TAKERS = re.compile(r"([a-z-]+(?:, [a-z-]+)*)( \(not -listen\))?: ")
+
+
+def completion(text):
+    """The completion for bash: every option with the endpoints that take it, and every endpoint's beginning."""
+    _, _, parts = parts_of_help(text)
+    names, valued = [], []
+    for name, use in options_of(parts["Options"][1:]):
+        takers = TAKERS.match(use)
+        listen = "" if takers and takers[2] else "-listen"
+        ends = [end for one in takers[1].split(", ") for end in dict.fromkeys((one, one + listen))] if takers else []
+        for one in re.findall(r"(?<!\S)-[\w-]+", name):
+            names.append(" ".join([one, *ends]))
+            valued += [one] if re.search(r" [A-Z]", name) else []
+    ends = re.findall(r"(?<!\S)[a-z-]+:", "\n".join(parts["Endpoints"]))
+    made = open("tools/reference/completion.bash", encoding="utf-8").read()
+    for key, words in {"OPTIONS": "\n".join(names), "VALUED": " | ".join(valued), "ENDPOINTS": " ".join(ends)}.items():
+        made = made.replace(f"@{key}@", words)
+    return made
+
+
+def kelcat_page(text, version, date):
+    usage, about, parts = parts_of_help(text)
+    made = Writer("kelcat", 1, version, date)
+    made.add("NAME", [f"kelcat \\- {about[0].lower()}{about[1:].rstrip('.')}"])
+    made.add("SYNOPSIS", [f'.BI "{usage.split(" ", 1)[0]} " "{usage.split(" ", 1)[1]}"'])
+    made.add("DESCRIPTION", filled(about))
+    made.add("ENDPOINTS", paragraph(sentence(re.search(r"\((.*)\)", parts["Endpoints"][0])[1])))
+    for line in parts["Endpoints"][1:]:
+        *forms, use = re.split(r"  +", line.strip())
+        made.add("ENDPOINTS", item('.B "%s"' % "   ".join(map(escaped, forms)), sentence(use)))
+    made.add("OPTIONS", paragraph("An abbreviation will do."))
+    for name, use in options_of(parts["Options"][1:]):
+        takes = re.search(r" ([A-Z].*)$", name)
+        tag = escaped(name.removesuffix(takes[0]) if takes else name).replace("-", "\\-").replace("\\\\", "\\")
+        use = "For " + use if TAKERS.match(use) else use
+        made.add("OPTIONS", item(f'.BI "{tag} " "{takes[1]}"' if takes else f'.B "{tag}"', sentence(use)))
+    made.add("FRAMES", paragraph(" ".join(parts["Frames"])))
+    for rule in re.split(r"\n  (?=[A-Z]\w+(?:: | ends both))", "\n".join(parts["What ends"]))[1:]:
+        made.add("WHAT ENDS A TRANSFER", paragraph(one_line(rule)))
+    for status in one_line(" ".join(parts["Exit"])).removeprefix("Exit status: ").split("; "):
+        numbers, meaning = re.match(r"([\d, ]+) (.*)", status).groups()
+        made.add("EXIT STATUS", item(f'.B "{numbers}"', sentence(meaning)))
+    made.add("EXAMPLES", [".nf", *(escaped(one) for line in parts["Examples"][1:] for one in re.split("   +", line.strip())),
+                          ".fi"])
+    made.add("SEE ALSO", references(["kel-guest(1)", "kel_socket(7)"]))
+    return made.text()
