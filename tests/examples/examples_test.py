@@ -1,0 +1,129 @@
+#!/usr/bin/python3
+"""The programs of examples/ do what the pages of docs/ show of them.
+
+examples_test.py PROGRAMS [--root]: a page shows sessions of a shell in blocks of "console". Their commands run as they
+stand, in one shell for a page, where every program is at hand as ./NAME, and what they print has to be what the page
+says. Sessions at the prompt "#" want root, in a network of their own, and run with --root alone; those at the prompt
+"$" run without it, together with what can be read off the files.
+
+In what is compared, colours are left out, and LINE stands for the numbers of the module's lines.
+"""
+
+import difflib
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+RECIPES = ROOT / "docs/recipes"
+sys.path.insert(0, str(ROOT / "tools"))
+import machine  # noqa: E402
+
+PROGRAMS = pathlib.Path(sys.argv[1]).resolve()
+AS_ROOT = "--root" in sys.argv
+
+# The pages on which the output of a program stands that is no recipe; or else the tests that run it.
+PAGES = {}
+ELSEWHERE = {
+    "echo_client": "tests/readme",
+    "echo_server": "tests/readme",
+    "multihomed_client": "tests/abi",
+    "multihomed_server": "tests/abi",
+}
+
+
+def programs(folder):
+    return {file.stem for file in (ROOT / folder).iterdir() if file.suffix in (".c", ".cpp")}
+
+
+def recipe_pages():
+    return sorted(page for page in RECIPES.glob("*.md") if page.stem != "README")
+
+
+def blocks(page, *languages):
+    """The blocks of a page that are in one of the languages."""
+    found = re.findall(r"(?ms)^```(\w*)\n(.*?)^```$", page.read_text())
+    return [text for language, text in found if language in languages]
+
+
+def session(page, prompt):
+    """What a page shows at a prompt."""
+    return "".join(block for block in blocks(page, "console") if block.startswith(prompt))
+
+
+def played(shown, prompt, network):
+    """The session with what its commands print now, and the files that they leave."""
+    commands = [line.removeprefix(prompt) for line in shown.splitlines() if line.startswith(prompt)]
+    script = "".join(f"echo {shlex.quote(prompt + command)}\n{command}\n" for command in commands)
+    with tempfile.TemporaryDirectory(prefix="examples-") as folder:
+        for program in PROGRAMS.iterdir():
+            os.symlink(program, f"{folder}/{program.name}")
+        printed = subprocess.run([*network, "stdbuf", "-oL", "bash", "-c", script], cwd=folder,
+                                 env={**os.environ, "LC_ALL": "C", "KEL_HOST_LOG": "/dev/null"},
+                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                 timeout=machine.patience(60)).stdout.decode().replace("\r", "")
+        left = [f"left behind: {entry.name}\n" for entry in os.scandir(folder) if not entry.is_symlink()]
+    printed = re.sub(r"\033\[1;31m(\w+)\.\d+:", r"\1.LINE:", printed)
+    printed = re.sub(r"(kel_socket\.cpp):\d+", r"\1:LINE", printed)
+    return re.sub(r"\033\[[\d;]*m", "", printed) + "".join(left)
+
+
+class Sessions(unittest.TestCase):
+    def test_programs_print_what_their_page_shows(self):
+        prompt = "# " if AS_ROOT else "$ "
+        network = [] if AS_ROOT else machine.own_network() or []
+        pages = [page for page in sorted({*recipe_pages(), *(ROOT / page for page in PAGES.values())})
+                 if session(page, prompt)]
+        self.assertGreater(len(pages), 0)
+        for page in pages:
+            with self.subTest(page=str(page.relative_to(ROOT))):
+                shown = session(page, prompt)
+                now = played(shown, prompt, network)
+                lines = difflib.unified_diff(shown.splitlines(), now.splitlines(), "page", "programs", lineterm="")
+                if shown != now:
+                    self.fail("\n".join(["what is printed is not what the page says", *lines]))
+
+
+@unittest.skipIf(AS_ROOT, "the test without root has read them")
+class Files(unittest.TestCase):
+    maxDiff = None
+
+    def test_every_program_is_run_for_a_page(self):
+        recipes = programs("examples/recipes")
+        self.assertEqual(programs("examples"), PAGES.keys() | ELSEWHERE.keys())
+        pages = {**PAGES, **{name: f"docs/recipes/{name}.md" for name in recipes}}
+        self.assertLessEqual(pages.keys(), set(os.listdir(PROGRAMS)))
+        for name, page in pages.items():
+            with self.subTest(program=name):
+                self.assertRegex("".join(blocks(ROOT / page, "console")), rf"(?m)^[$#] .*\./{name}\b")
+
+    def test_every_recipe_has_a_page_and_a_line_in_the_index(self):
+        recipes = sorted(programs("examples/recipes"))
+        self.assertEqual([page.stem for page in recipe_pages()], recipes)
+        index = re.findall(r"(?m)^- \[.*?\]\((.*?)\.md\)", (RECIPES / "README.md").read_text())
+        self.assertEqual(sorted(index), recipes)
+
+    def test_lines_on_a_recipe_are_those_of_its_program(self):
+        for page in recipe_pages():
+            program = (ROOT / f"examples/recipes/{page.stem}.c").read_text()
+            for block in blocks(page, "c", "cpp"):
+                with self.subTest(page=page.name):
+                    self.assertTrue(f"\n{block}" in f"\n{program}", f"not in the program:\n{block}")
+
+    def test_what_a_recipe_refers_to_is_there(self):
+        known = {"kel_err_print", *re.findall(r"\bkel_\w+", (ROOT / "platform/kel/socket/kel_socket.map").read_text())}
+        for page in [*recipe_pages(), RECIPES / "README.md"]:
+            with self.subTest(page=page.name):
+                text = page.read_text()
+                self.assertEqual([name for name in re.findall(r"\b(kel_\w+)\(", text) if name not in known], [])
+                self.assertEqual([link for link in re.findall(r"\]\(([^):#]+)", text)
+                                  if not (page.parent / link).exists()], [])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=0)
