@@ -5,6 +5,7 @@ import os
 import re
 import signal
 import socket
+import struct
 import subprocess
 import threading
 
@@ -14,6 +15,7 @@ from transfer import Transfer
 
 NEEDS = ("hosts", "sctp")
 STYLES = ([], ["--one-to-many"])
+SOL_SCTP, SCTP_STATUS, SHUTDOWN_SENT = 132, 14, 6
 
 
 class OneToOneTransfer(Transfer, Test):
@@ -235,11 +237,16 @@ class Sctp(Test):
         connection.send(ANSWER)
         connection.close()
         self.assertMoved(ANSWER, client)
-        with open("/dev/zero", "rb") as endless:
-            client = self.kelcat(place, *style, stdin=endless)
+        client = self.kelcat(place, *style, data=BYTES)
         connection = self.accept(server)
         connection.send(ANSWER)
+        wait_until(self.waits_for_room, "the buffers fill up")
+        client.stop()  # so that it can send again when it hears of the end
+        for _ in range(4):
+            connection.recv(8192)
         connection.shutdown(socket.SHUT_WR)
+        wait_until(lambda: self.state(connection) == SHUTDOWN_SENT, "the end reaches kelcat")
+        client.go_on()
         client.wait_told(b"was ended by the peer")  # although nobody takes what is on its way
         threading.Thread(target=self.swallow, args=(connection,), daemon=True).start()
         self.assertSentence(client, 3, b"was ended by the peer before all of the input was sent")
@@ -252,6 +259,15 @@ class Sctp(Test):
             for _, address, state in lines:
                 self.assertNotEqual(latest.get(address), state, told)
                 latest[address] = state
+
+    def waits_for_room(self):
+        """Whether a sender's queue holds more than its buffer has room for."""
+        with open("/proc/net/sctp/assocs", encoding="ascii") as file:
+            return any(int(line.split()[7]) > 212992 for line in file.readlines()[1:])
+
+    def state(self, connection):
+        """As struct sctp_status has it, behind the association's number."""
+        return struct.unpack("=Ii", connection.getsockopt(SOL_SCTP, SCTP_STATUS, 176)[:8])[1]
 
     def swallow(self, connection):
         with contextlib.suppress(OSError):

@@ -99,7 +99,7 @@ class Association : public Channel
         size = std::min(size, unit);
         full = true;
         if (hand_over(bytes, size, id, stream, 0) == KEL_ERROR) {
-            if (errno == EPIPE) {
+            if (errno == EPIPE || errno == ESHUTDOWN) {
                 not_before = now_seconds() + nap; /* how it ended, what has come tells */
             } else if (errno != EAGAIN) {
                 broke(errno);
