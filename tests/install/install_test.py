@@ -120,6 +120,15 @@ class Installed(unittest.TestCase):
         self.runs(self.top / "program", STAND_IN)
         self.assertEqual(needed(self.top / "program"), ["libc.so.6"])
 
+    def test_commands_of_the_page(self):
+        commands = re.findall(r"^gcc (?:.*\\\n)*.*$", (SOURCE / "docs/installing.md").read_text(), flags=re.M)
+        self.assertGreater(len(commands), 3)
+        found = {"PKG_CONFIG_PATH": f"{self.prefix}/lib/pkgconfig", "LIBRARY_PATH": f"{self.prefix}/lib"}
+        for command in commands:
+            with self.subTest(command=command):
+                command = command.replace("build/echo_client", str(self.top / "client"))
+                run("sh", "-c", f"cd {SOURCE} && " + command.replace("/usr/local", str(self.prefix)), **found)
+
     def test_has_every_header_and_one_version(self):
         headers = {f"kel/{file.name}" for file in (SOURCE / "platform/include").glob("*.h")}
         headers |= {"kel/host.h", "kel/netinet/sctp.h", "kel/linux/sctp.h"}
