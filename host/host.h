@@ -16,7 +16,11 @@ extern "C" {
 
 typedef void (*host_watch_t)(const char *call);
 
-/** Has every service tell its calls to watch, in the order in which they are made; NULL ends that. */
+/**
+ * Has every service tell its calls, in the order in which they are made.
+ *
+ * @param watch called with one line for each, which is borrowed for the call; NULL ends that
+ */
 void host_watch(host_watch_t watch);
 
 /* ---- Print filter ------------------------------------------------------------------------------------------------ */
@@ -37,7 +41,11 @@ void host_filter_clear(void);
 
 typedef int (*host_filter_decide_t)(int level, const char *name);
 
-/** Lets the program answer the filter's questions itself, in place of the keys; NULL brings the keys back. */
+/**
+ * Lets the program answer the filter's questions itself, in place of the keys.
+ *
+ * @param decide as kel_info_print_filter_is_filtered(), which asks it; NULL brings the keys back
+ */
 void host_filter_decide(host_filter_decide_t decide);
 
 /* ---- Log --------------------------------------------------------------------------------------------------------- */
@@ -52,16 +60,30 @@ LONG host_log_to(const char *name);
 
 /* ---- Registry and assertion -------------------------------------------------------------------------------------- */
 
-/** Number of registered modules, 0 to 255; their identifiers are 1 to that number. */
+/**
+ * Counts the registered modules.
+ *
+ * @return 0 to 255; their identifiers are 1 to that number
+ */
 ULONG host_registry_count(void);
 
-/** The record registered under an identifier, or NULL. Its name field holds the name. */
+/**
+ * Finds a registered module.
+ *
+ * @param id identifier of the module, from 1
+ * @return the record that was registered under it, in its owner's memory, with the name in its name field; NULL for
+ *         none
+ */
 kel_module_t *host_registry_record(ULONG id);
 
 /** Forgets every module; the records keep what was written into them. */
 void host_registry_clear(void);
 
-/** Number of assertions that have failed since the program's start. */
+/**
+ * Counts the assertions that have failed.
+ *
+ * @return their number since the program's start
+ */
 ULONG host_assertions(void);
 
 #ifdef __cplusplus

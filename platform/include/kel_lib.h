@@ -1,6 +1,6 @@
 /*
- * The platform's library: memory, string and console services, the assertion, the print filter, and the macros
- * through which every module reports failures.
+ * The platform's library: memory, string and console services, the assertion, the print filter, and the macros through
+ * which every module reports failures.
  */
 #ifndef KEL_LIB_H
 #define KEL_LIB_H
@@ -24,13 +24,43 @@ extern "C" {
 
 /* ---- Services: supplied by the platform, with the contracts of their standard namesakes ---------------------- */
 
-VOID *KEL_MemSet(VOID *dst, int value, size_t size); /* does nothing when dst is null: callers may check it later */
+/**
+ * Fill, copy and compare memory, as memset(3), memcpy(3) and memcmp(3) do.
+ *
+ * @param dst   receives size bytes; KEL_MemSet() does nothing when it is null: callers may check it later
+ * @param value the byte, cut to 8 bits
+ * @param src   size bytes, which do not overlap with dst
+ * @param left  size bytes
+ * @param right size bytes
+ * @param size  number of bytes
+ * @return dst; of KEL_MemCmp() a number below, equal to or above 0 as left compares with right
+ */
+VOID *KEL_MemSet(VOID *dst, int value, size_t size);
 VOID *KEL_MemCpy(VOID *dst, const VOID *src, size_t size);
 int KEL_MemCmp(const VOID *left, const VOID *right, size_t size);
 
+/**
+ * Compare and copy texts, as strcmp(3), strcpy(3) and strncpy(3) do.
+ *
+ * @param left  text
+ * @param right text
+ * @param dst   receives the text and its NUL; from KEL_StrnCpy() size bytes, without a NUL when the text is cut
+ * @param src   text
+ * @param size  bytes at dst
+ * @return dst; of KEL_StrCmp() a number below, equal to or above 0 as left compares with right
+ */
 int KEL_StrCmp(const CHAR *left, const CHAR *right);
 CHAR *KEL_StrCpy(CHAR *dst, const CHAR *src);
-CHAR *KEL_StrnCpy(CHAR *dst, const CHAR *src, size_t size); /* a cut copy has no NUL, as with strncpy */
+CHAR *KEL_StrnCpy(CHAR *dst, const CHAR *src, size_t size);
+
+/**
+ * Write formatted text into memory or to the console, as sprintf(3), snprintf(3) and printf(3) do.
+ *
+ * @param dst    receives the text and its NUL
+ * @param size   bytes at dst
+ * @param format printf format, followed by its arguments
+ * @return characters of the whole text, without its NUL; a negative number for a failure
+ */
 int KEL_Sprintf(CHAR *dst, const CHAR *format, ...) __attribute__((format(printf, 2, 3)));
 int KEL_Snprintf(CHAR *dst, size_t size, const CHAR *format, ...) __attribute__((format(printf, 3, 4)));
 int KEL_Printf(const CHAR *format, ...) __attribute__((format(printf, 1, 2)));
@@ -67,21 +97,28 @@ extern enum {
  */
 int kel_info_print_filter_is_filtered(int level, const char *name);
 
-/* ---- Reports: console in colour, then the system log -----------------------------------------------------------
+/* ---- Reports -------------------------------------------------------------------------------------------------- */
+
+/**
+ * Report to the console and to the system log. Every macro expands in place: function, line and file are those of its
+ * use. On the console, "function.line:" stands in front of a coloured text. Suppressing a report changes nothing but
+ * the output.
  *
- * Every macro expands in place: function, line and file are those of its use. fmt is a string literal, followed by the
- * arguments of a printf format. On the console, "function.line:" stands in front of a coloured text. Suppressing a
- * report changes nothing but the output.
+ *   macro                                    filtered at  console (standard output)        system log
+ *   kel_raw_print(fmt, ...)                  never        the text alone                   nothing
+ *   kel_info_print(fmt, ...)                 info         blue                             nothing
+ *   kel_warning_print(fmt, ...)              warning      purple                           SYSLOG_WARNING
+ *   kel_err_print(fmt, ...)                  err          red                              SYSLOG_ERR
+ *   kel_perror(fmt, ...)                     err          red, then ": " and errno's text  SYSLOG_ERR, without errno
+ *   KEL_log(module_id, level, content, ...)  never        nothing                          level, under module_id
  *
- *   macro                        filtered at        console (standard output)             system log
- *   kel_raw_print(fmt, ...)      never              the text alone                        nothing
- *   kel_info_print(fmt, ...)     info               blue                                  nothing
- *   kel_warning_print(fmt, ...)  warning            purple                                SYSLOG_WARNING
- *   kel_err_print(fmt, ...)      err                red                                   SYSLOG_ERR
- *   kel_perror(fmt, ...)         err                red, with ": " and the text of errno  SYSLOG_ERR, without errno
- *   KEL_log(id, level, fmt, ...) never              nothing                               level, under module id
+ * All but KEL_log() log under the identifier of the print filter. No macro ends the line: a line end belongs into the
+ * format.
  *
- * All but KEL_log() log under the identifier of the print filter. No macro ends the line: a line end belongs into fmt.
+ * @param fmt       string literal: a printf format, followed by its arguments
+ * @param module_id identifier of the module that reports, 0 to 255
+ * @param level     one of enum _tag_SYSLOG_LEVEL
+ * @param content   as fmt
  */
 
 #define KEL_COLOR_NONE "\033[m"
@@ -206,11 +243,12 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
-/* ---- Checks: they return from the function that uses them, whether their report is suppressed or not ---------- */
+/* ---- Checks: each returns from the function that uses it, whether its report is suppressed or not ------------- */
 
-/*
- * Refuses a null pointer: NULL_CHECK(addr) reports "addr is null\r\n" and returns KEL_ERROR. The argument's source text
- * becomes a printf format, here and below, and must not contain a percent sign.
+/**
+ * Refuses a null pointer: NULL_CHECK(addr) reports "addr is null\r\n" and returns KEL_ERROR.
+ *
+ * @param p the pointer; its source text becomes a printf format and must not contain a percent sign
  */
 #define NULL_CHECK(p)                                                                                                  \
     do {                                                                                                               \
@@ -220,7 +258,11 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
-/* The same in a function that returns a pointer: returns NULL. */
+/**
+ * Refuses a null pointer in a function that returns one: NULL_CHECK_RP(addr) reports "addr is null\r\n", returns NULL.
+ *
+ * @param p the pointer; its source text becomes a printf format and must not contain a percent sign
+ */
 #define NULL_CHECK_RP(p)                                                                                               \
     do {                                                                                                               \
         if ((p) == NULL) {                                                                                             \
@@ -229,7 +271,12 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
-/* Refuses what cond is true for: RET_CHECK(count > 3, count) reports "count error\r\n" and returns KEL_ERROR. */
+/**
+ * Refuses what a condition is true for: RET_CHECK(count > 3, count) reports "count error\r\n" and returns KEL_ERROR.
+ *
+ * @param cond the condition
+ * @param p    what is reported; its source text becomes a printf format and must not contain a percent sign
+ */
 #define RET_CHECK(cond, p)                                                                                             \
     do {                                                                                                               \
         if (cond) {                                                                                                    \
@@ -238,9 +285,11 @@ static __attribute__((unused, noinline, cold)) void __report_perror(const char *
         }                                                                                                              \
     } while (0)
 
-/*
- * Hands exp, converted to a LONG, to the platform's assertion handler, which reports a 0. It returns nothing and ends
- * nothing: code behind a failed assertion runs. Write a comparison; a fraction such as 0.5 would be converted to 0.
+/**
+ * Asserts: hands an expression to the platform's handler, KEL_ASSERT_X(), which reports a 0. It returns nothing and
+ * ends nothing: code behind a failed assertion runs.
+ *
+ * @param exp the expression, converted to a LONG. Write a comparison; a fraction such as 0.5 would be converted to 0
  */
 #define KEL_ASSERT(exp) KEL_ASSERT_X((LONG)(exp), __FILE__, __LINE__, 0)
 

@@ -11,7 +11,13 @@ extern "C" {
 #define MODULE_NAME_LEN 48 /* with the terminating NUL */
 #define MODULE_ID_MAX 256  /* legal identifiers are 0 to 255 */
 
-/* One comparison serves both ends: a negative identifier becomes a huge unsigned one. */
+/**
+ * Tells whether a number is no module identifier. One comparison serves both ends: a negative number becomes a huge
+ * unsigned one.
+ *
+ * @param id any number, taken as a LONG
+ * @return non-zero when it is below 0 or above 255
+ */
 #define MODULE_ID_IS_ILLEGAL(id) ((ULONG)(LONG)(id) >= MODULE_ID_MAX)
 
 /* Kinds of module. */

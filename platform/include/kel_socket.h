@@ -141,7 +141,7 @@ BOOL kel_is_ipv6_addr(char *str);
  * @param dst record that receives the address, in network byte order
  * @return KEL_OK, or KEL_ERROR for a text that is no address of the family (not reported)
  *
- * Reported: "src is null\r\n", "dst is null\r\n". See inet_pton(3).
+ * Reported: "src is null\r\n", "dst is null\r\n".
  */
 LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst);
 
@@ -546,7 +546,7 @@ LONG kel_raw_server_socket_create(SHORT protocol, const CHAR *ifName);
 
 /* ---- SCTP -----------------------------------------------------------------------------------------------------
  *
- * The records and constants are in kel_sctp.h, which includes this header.
+ * The records and constants are in kel_sctp.h, which includes kel_socket.h.
  *
  *   - Lists of addresses: arrays of records, or of numeric texts, of one family: that of the first record decides how
  *     all of them are read, and a mixed list is not noticed. Counts are not checked: a negative one finds no memory and
@@ -573,7 +573,7 @@ struct sctp_sndrcvinfo;
  *                 failed: set it to NULL before the call. What lies behind a record's own family member is not cleared
  * @return number of records, 0 when there are none, or KEL_ERROR; errno as getsockopt(2) left it
  *
- * Reported: "addrs is null\r\n", "sctp_opt_info " (for every failure of the library). See sctp_getpaddrs(3).
+ * Reported: "addrs is null\r\n", "sctp_opt_info " (for every failure of the library).
  */
 LONG kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
 LONG kel_sctp_getladdrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
@@ -599,8 +599,7 @@ LONG kel_sctp_freeladdrs(kel_sockaddr_t *addrs);
  * @param flags   SCTP_BINDX_ADD_ADDR or SCTP_BINDX_REM_ADDR, passed on unchecked
  * @return the library's result (0), or KEL_ERROR; errno as setsockopt(2) left it
  *
- * Reported: "addrs is null\r\n" (by the conversion behind it), "sctp bindx "; for a text that is no address, the
- * assertion of kel_addr_fill() alone. See sctp_bindx(3).
+ * Reported: "addrs is null\r\n", "sctp bindx "; of texts, what kel_addr_fill() reports.
  */
 LONG kel_sctp_bindx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, LONG flags);
 LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt, LONG flags);
@@ -618,8 +617,8 @@ LONG kel_sctp_bindx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **add
  *                descriptor that does not block; passed on unchecked
  * @return the library's result (0), or KEL_ERROR with the descriptor still open; errno as connect(2) would leave it
  *
- * Reported: "addrs is null\r\n", "addrStr is null\r\n", "sctp connectx "; for a text that is no address, the assertion
- * of kel_addr_fill() alone. See sctp_connectx(3).
+ * Reported: "addrs is null\r\n", "addrStr is null\r\n", "sctp connectx "; of texts, what kel_addr_fill() reports.
+ * Recipe: bounded-connect.
  */
 LONG kel_sctp_connectx(LONG sockfd, kel_sockaddr_t *addrs, LONG addrcnt, sctp_assoc_t *id);
 LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **addrStr, LONG addrcnt,
@@ -635,7 +634,7 @@ LONG kel_sctp_connectx_str(LONG sockfd, kel_domain_t family, SHORT port, CHAR **
  * @param flags as for send(2); without MSG_NOSIGNAL, sending where there is no association ends the process (SIGPIPE)
  * @return bytes sent, 0 with SCTP_ABORT, or KEL_ERROR; errno as sendmsg(2) left it
  *
- * Reported: "msg is null\r\n", "sctp send ". See sctp_send(3).
+ * Reported: "msg is null\r\n", "sctp send ". Recipe: ppid.
  */
 LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_sndrcvinfo *sinfo, LONG flags);
 
@@ -653,7 +652,7 @@ LONG kel_sctp_send(LONG sockfd, const void *msg, size_t len, const struct sctp_s
  * @param context    handed back when sending fails (SCTP_SEND_FAILED); 32 bits of it
  * @return bytes sent, 0 with SCTP_ABORT, or KEL_ERROR; errno as sendmsg(2) left it
  *
- * Reported: "sctp sendmsg ". See sctp_sendmsg(3).
+ * Reported: "sctp sendmsg ". Recipe: ppid.
  */
 LONG kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *to, LONG ppid, LONG flags,
                       LONG stream_no, LONG timetolive, LONG context);
@@ -670,7 +669,7 @@ LONG kel_sctp_sendmsg(LONG sockfd, const void *msg, size_t len, kel_sockaddr_t *
  * @param msg_flags receives the flags: MSG_NOTIFICATION, MSG_EOR; must not be null. Not written by a call that fails
  * @return bytes received, 0 at the end of a one-to-one association, or KEL_ERROR; errno as recvmsg(2) left it
  *
- * Nothing is reported. See sctp_recvmsg(3).
+ * Nothing is reported. Recipe: ppid.
  */
 LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, struct sctp_sndrcvinfo *sinfo,
                       LONG *msg_flags);
@@ -681,7 +680,7 @@ LONG kel_sctp_recvmsg(LONG sockfd, void *msg, size_t len, kel_sockaddr_t *from, 
  * @param assoc_id association; an unknown one, and any on a one-to-one socket, is EINVAL
  * @return the descriptor, which the caller closes, or KEL_ERROR; errno as getsockopt(2) left it
  *
- * Reported: "sctp_peeloff ". See sctp_peeloff(3).
+ * Reported: "sctp_peeloff ". Recipe: peel-off.
  */
 LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id);
 
@@ -697,7 +696,7 @@ LONG kel_sctp_peeloff(LONG sockfd, sctp_assoc_t assoc_id);
  * @return the library's result (0; for an option that it does not know, a positive number), or KEL_ERROR; errno as
  *         getsockopt(2) left it
  *
- * Reported: "arg is null\r\n", "size is null\r\n", "sctp_opt_info ". See sctp_opt_info(3).
+ * Reported: "arg is null\r\n", "size is null\r\n", "sctp_opt_info ".
  */
 LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, socklen_t *size);
 
@@ -717,10 +716,9 @@ LONG kel_sctp_opt_info(LONG sockfd, sctp_assoc_t assoc_id, LONG opt, void *arg, 
  * @return the descriptor, which the caller closes, or KEL_ERROR with nothing left open but, from a one-to-one server,
  *         descriptor 0, which counts as a failure and is not closed
  *
- * Reported: "initmsg is null\r\n"; "create sctp socket " (one-to-one); "bind sctp socket", "listen sctp socket",
- * "set_sock_op_sctp", the first and the last behind the report of the step itself ("addrs is null\r\n", "sctp bindx ",
- * "set sctp_initmsg ", "set sctp_event_subscribe "); for a text that is no address, the assertion of kel_addr_fill()
- * alone.
+ * Reported: "initmsg is null\r\n"; "create sctp socket " (one-to-one), "bind sctp socket", "listen sctp socket" and
+ * "set_sock_op_sctp", behind what kel_socket() and kel_sctp_bindx() report, and behind "set sctp_initmsg " or "set
+ * sctp_event_subscribe ". Recipes: both-versions, peel-off.
  */
 LONG kel_sctp_server_one2one_create(kel_domain_t family, kel_sockaddr_t *addrs, LONG addrcnt, SHORT port,
                                     LONG maxClient, struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);
@@ -753,7 +751,8 @@ LONG kel_sctp_server_one2many_str_create(kel_domain_t family, CHAR **addrStr, LO
  *
  * Reported: "s_addrs is null\r\n" or "s_addrStr is null\r\n", "initmsg is null\r\n", "id is null\r\n"; every failure of
  * the work twice: "create sctp socket ", "set_sock_op_sctp " or "sctp_connectx ", then "create sctp socket ", behind
- * the report of the step itself; for a text that is no address, the assertion of kel_addr_fill() alone.
+ * what kel_socket(), kel_sctp_bindx() and kel_sctp_connectx() report, and behind "set sctp_initmsg " or "set
+ * sctp_event_subscribe "; for a text that is no address, the assertion alone. Recipe: bounded-connect.
  */
 LONG kel_sctp_client_one2one_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                     struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events,
@@ -784,8 +783,9 @@ LONG kel_sctp_client_one2one_str_create(kel_domain_t family, CHAR **s_addrStr, L
  *         as a failure and is not closed
  *
  * Reported: "s_addrs is null\r\n" or "s_addrStr is null\r\n", "initmsg is null\r\n"; every failure of the work twice:
- * "create sctp socket " or "set_sock_op_sctp ", then "create sctp socket ", behind the report of the step itself; for a
- * text that is no address, the assertion of kel_addr_fill() alone.
+ * "create sctp socket " or "set_sock_op_sctp ", then "create sctp socket ", behind what kel_socket() and
+ * kel_sctp_bindx() report, and behind "set sctp_initmsg " or "set sctp_event_subscribe "; for a text that is no
+ * address, the assertion alone.
  */
 LONG kel_sctp_client_one2many_create(kel_domain_t family, kel_sockaddr_t *s_addrs, LONG s_addrcnt, SHORT s_port,
                                      struct sctp_initmsg *initmsg, struct sctp_event_subscribe *events);

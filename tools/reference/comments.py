@@ -69,17 +69,29 @@ def without_marks(block, found):
     return block.strip()
 
 
+def parameters(text):
+    arguments = [] if text == "void" else re.split(r", (?![^()]*\))", text)
+    return arguments, [name[1] for name in (re.search(r"(\w+)(?:\[\])?$", one) for one in arguments) if name]
+
+
+def macros(text, blocks):
+    """The one that is defined behind a comment, or those that a table in the comment begins its lines with."""
+    table = "\n".join(block for block in blocks if block.startswith(" "))
+    calls = re.findall(r"^ +((\w+)\((.*?)\)) ", table, re.M) or re.findall(r"\A#define ((\w+)\((.*?)\))", text)
+    return [Node(name=name, type="", arguments=(of := parameters(inner))[0], names=of[1], text=call, is_macro=True)
+            for call, name, inner in calls]
+
+
 def declarations(text):
     """The functions and variables that stand in front of the next empty line, with their arguments."""
     found = []
-    for one in re.sub(r"/\*.*?\*/", "", re.split(r"\n\s*\n", text.lstrip("\n"))[0], flags=re.S).split(";"):
+    for one in re.sub(r"/\*.*?\*/", "", re.split(r"\n\s*\n", text)[0], flags=re.S).split(";"):
         one = re.sub(r" *__attribute__\(\(.*\)\)", "", one_line(one))
         if match := re.match(r"(?!typedef|#)(.*?)(\w+)\((.*)\)$", one):
-            arguments = [] if match[3] == "void" else re.split(r", (?![^()]*\))", match[3])
-            names = [re.search(r"(\w+|\.\.\.)(?:\[\])?$", argument)[1] for argument in arguments]
-            found.append(Node(name=match[2], type=match[1], arguments=arguments, names=names, text=one))
+            arguments, names = parameters(match[3])
+            found.append(Node(name=match[2], type=match[1], arguments=arguments, names=names, text=one, is_macro=False))
         elif match := re.match(r"extern (.*?)(\w+)$", one):
-            found.append(Node(name=match[2], type=match[1], arguments=None, names=[], text=one))
+            found.append(Node(name=match[2], type=match[1], arguments=None, names=[], text=one, is_macro=False))
     return found
 
 
@@ -95,7 +107,8 @@ def read(path):
             header.divisions.append(Node(title=title, rule=rule, blocks=blocks_of(text), pages=[]))
         elif match[0].startswith("/**"):
             page = described(bare(match[0]))
-            page.functions = declarations(source[match.end():])
+            behind = source[match.end():].lstrip("\n")
+            page.functions = macros(behind, page.paragraphs) or declarations(behind)
             page.header, page.start, page.end = header, match.start(), match.end()
             if not header.divisions:
                 header.divisions.append(Node(title="", rule="", blocks=[], pages=[]))

@@ -2,12 +2,13 @@
 what is reported."""
 
 import errno  # noqa: F401
+import functools
 import re
 
 import ways
 
 DIVISIONS = ways.read()
-REPORT = re.compile(r'report (?:(\w+) )?"(.*)"')
+REPORT = re.compile(r'report (?:(\w+) )?"([^"]*)".*')
 
 
 def table():
@@ -26,11 +27,11 @@ def table():
 ERRORS, OF_PATHS = table()
 
 
+@functools.cache
 def steps(name):
     """The rows of a function with what each calls and with the ends of its failures."""
-    for row in ways.rows_of(name):
-        call = re.match(r"(\w+)\(", row.step)
-        yield row, call[1] if call and row.is_call else None, [events for _, (events, _) in row.fails]
+    calls = [row.is_call and re.match(r"\w+", row.step)[0] for row in ways.rows_of(name)]
+    return [(row, call, [events for _, (events, _) in row.fails]) for row, call in zip(ways.rows_of(name), calls)]
 
 
 def calls(name):

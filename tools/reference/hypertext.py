@@ -25,7 +25,8 @@ def of_group(page):
         parts += [f"@par Reports\n{plain(page.reported.removeprefix('Reported: '))}"] if page.reported else []
         parts += [f"@par Recipes\n{', '.join(page.recipes)}"] if page.recipes else []
         parts += [f"@see {', '.join(page.sources)}"] if page.sources else []
-        yield "/**\n" + "\n\n".join(part for part in parts if part) + f"\n*/\n{function.text};\n"
+        head, behind = (f"@def {function.name}\n", "") if function.is_macro else ("", f"{function.text};\n")
+        yield f"/**\n{head}" + "\n\n".join(part for part in parts if part) + f"\n*/\n{behind}"
 
 
 def exchanged(comment, line, behind):
@@ -47,7 +48,7 @@ def filtered(header):
         at = match.end()
         if page := pages.get(match.start()):
             made += of_group(page)
-            at = source.index("\n\n", at) + 1
+            at = at if page.functions[0].is_macro else source.index("\n\n", at) + 1
         elif match.start() == 0:
             made.append(f"/** @file\n{blocks(header.head)}\n*/")
         elif banner := re.match(r"/\* -{4} (.*?) -{4,}[ *]*\n?(.*)\*/", match[0], re.S):

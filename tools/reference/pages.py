@@ -32,7 +32,7 @@ CONCERNS = {
     "Null pointers": ("DIAGNOSTICS", lambda page: "is null" in page.told),
     "Reports": ("DIAGNOSTICS", lambda page: page.told),
     "Failures": ("ERRORS", lambda page: page.errors or page.told),
-    "Failures without a call": ("ERRORS", lambda page: page.takes("addrStr", "s_addrStr", "local_path") or page.told),
+    "Failures without a call": ("ERRORS", lambda page: page.takes("addrStr", "s_addrStr") or "is null" in page.told),
     "Blocking": ("NOTES", lambda page: WAITING & set(page.calls)),
     "Lists of addresses": ("NOTES", lambda page: page.takes("addrcnt", "s_addrcnt")),
     "A kernel without SCTP": ("NOTES", lambda page: "_create" in page.names[0]),
@@ -64,9 +64,18 @@ def filled(text):
 
 
 def paragraph(text):
+    if text.startswith(" ") and max(map(len, text.split("\n"))) > 76:
+        return table(text)
     if text.startswith(" "):
         return [".PP", ".nf", *escaped(textwrap.dedent(text)).split("\n"), ".fi"]
     return [".PP", *filled(marked(text))]
+
+
+def table(text):
+    """One that is too wide: each row an item."""
+    titles, *rows = [re.split(r"  +", line.strip()) for line in text.split("\n")]
+    return [line for row in rows for line in item(f'.B "{escaped(row[0])}"', "; ".join(
+        f"{title}: {cell}" for title, cell in zip(titles[1:], row[1:])) + ".")]
 
 
 def item(tag, text):
@@ -77,8 +86,9 @@ def capital(text):
     return text[:1].upper() + text[1:]
 
 
-def sentence(text):
-    return capital(text) + ("" if not text or text.endswith((".", ":")) else ".")
+def sentence(text, names=()):
+    """Begins with a capital, but not a name."""
+    return (text if re.match(r"\w*", text)[0] in names else capital(text)) + ("" if not text or text.endswith((".", ":")) else ".")
 
 
 def prototype(function):
@@ -95,7 +105,7 @@ def prototype(function):
             lines.append(now.rstrip())
             now = indent
         now += one + " "
-    lines.append(now.rstrip() + ";")
+    lines.append(now.rstrip() + ";" * (not function.is_macro))
     made = []
     for line in lines:
         parts = [line]
@@ -107,7 +117,7 @@ def prototype(function):
 
 
 def short(lines):
-    """The same with lines of a macro that are too long in the source broken by the typesetter's own sign."""
+    """With lines of macros that are too long in the source broken by the typesetter's own sign."""
     for line in lines:
         while len(line) > 80:
             cut = line.rfind(" ", 0, 79)
@@ -160,7 +170,7 @@ def prepare(page):
             concerned = [name for name in place if page.takes(name)]
             for name in concerned:
                 own = page.arguments.get(name)
-                page.arguments[name] = f"{sentence(own)} {sentence(text)}" if own else text
+                page.arguments[name] = f"{sentence(own, page.arguments)} {sentence(text)}" if own else text
         elif concerned := place[1](page):
             page.common.setdefault(place[0], []).append((label, text))
         page.recipes += recipes if concerned else []
@@ -193,9 +203,9 @@ def function_page(page, version, date):
     for text in [page.brief, *page.paragraphs, page.division.rule, *rules]:
         made.add("DESCRIPTION", paragraph(text if text.startswith(" ") else sentence(text)) if text else [])
     for name in dict.fromkeys(name for function in page.functions for name in function.names):
-        made.add("ARGUMENTS", item(f".I {name}", sentence(page.arguments.get(name, "NOT DESCRIBED"))))
+        made.add("ARGUMENTS", item(f".I {name}", sentence(page.arguments.get(name, ""), page.arguments)))
     if page.returns:
-        made.add("RETURN VALUE", paragraph(sentence(page.returns)))
+        made.add("RETURN VALUE", paragraph(sentence(page.returns, page.arguments)))
     if page.reports or page.asserts:
         add_diagnostics(made, page)
     for section, common in page.common.items():
@@ -291,7 +301,7 @@ def overview(name, headers, version, date, more=None):
         add_types(made)
     recipes = sorted({recipe for header in headers for page in header.pages for recipe in page.recipes})
     made.add("EXAMPLES", paragraph(f"Recipes (docs/recipes): {', '.join(recipes)}.") if recipes else [])
-    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_socket(7)", "kel_socket_fake(7)"]
+    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_socket(7)", *["kel_socket_fake(7)"] * os.path.exists("fake")]
     made.add("SEE ALSO", references([other for other in others if not other.startswith(name + "(")]))
     return made.text()
 
