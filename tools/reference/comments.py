@@ -95,13 +95,27 @@ def declarations(text):
     return found
 
 
+BANNER = re.compile(r"/\* -{4} (.*?) -{4,}[ *]*\n?(.*)\*/", re.S)
+
+
+def definitions(source, with_titles):
+    """What a header defines but functions, piece by piece: the comment in front of it and the code, or a division."""
+    for chunk in re.split(r"\n(?=\n)", source[TOKEN.search(source).end():]):
+        about, code = re.fullmatch(r"\n*(/\*(?:(?!\*/).)*\*/\n?)?(.*)", chunk, re.S).groups("")
+        is_plain = not about.startswith("/**") and re.match(r"(?:typedef|enum|struct|union|#define)\b", code)
+        if (banner := BANNER.match(about)) and with_titles:
+            yield banner[1].partition(": ")[0], bare("/*\n" + banner[2] + "*/"), ""
+        elif is_plain and not re.match(r"struct \w+;|#define \w+_H\b|#define (\w+) \1\n", code):
+            yield "", bare(about), re.sub(r"__extension__ | KEL_ENUM_OF_INT", "", code).strip("\n")
+
+
 def read(path):
     """A header: its head comment, and its divisions with a page for each doc comment."""
     source = open(path, encoding="utf-8").read()
     header = Node(path=path, head=blocks_of(bare(TOKEN.search(source)[0])), divisions=[])
     header.version = re.search(r'VERSION "(.*)"', source)
     for match in TOKEN.finditer(source):
-        if banner := re.match(r"/\* -{4} (.*?) -{4,}[ *]*\n?(.*)\*/", match[0], re.S):
+        if banner := BANNER.match(match[0]):
             title, _, rule = banner[1].partition(": ")
             text = bare("/*\n" + banner[2] + "*/")
             header.divisions.append(Node(title=title, rule=rule, blocks=blocks_of(text), pages=[]))

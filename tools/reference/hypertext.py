@@ -3,13 +3,16 @@ functions is repeated for each of them, and divisions become groups."""
 
 import re
 
-from comments import TOKEN, bare, blocks_of, one_line
-from pages import sentence
+from comments import BANNER, TOKEN, bare, blocks_of, one_line
+from pages import sentence, topics_of
+
+NEW = "\n\n"
 
 
 def plain(text):
-    """Text without what Doxygen would take for a command, a tag or a link of its own."""
-    return re.sub(r"::|[\\@<>#%&]", r"\\\g<0>", text)
+    """Text without what Doxygen would take for a command, a tag or a link of its own. Quotations it leaves alone."""
+    parts = re.split(r'("[^"]*")', text)
+    return "".join(part if part.startswith('"') else re.sub(r"::|[\\@<>#%&]", r"\\\g<0>", part) for part in parts)
 
 
 def blocks(texts):
@@ -21,7 +24,10 @@ def of_group(page):
     for function in page.functions:
         parts = [plain(sentence(page.brief)), blocks(page.paragraphs)]
         parts += [f"@param {name} {plain(page.arguments[name])}" for name in function.names if name in page.arguments]
-        parts += [f"@return {plain(page.returns)}"] if page.returns else []
+        own = [text for label, text in page.common.get("RETURN VALUE", [])] + [page.returns] * bool(page.returns)
+        parts += [f"@return {plain(text)}" for text in own]
+        errors = [f"{error} ({', '.join(calls)})" for error, calls in page.errors.items()]
+        parts += [f"@par Errors\n{', '.join(errors)}"] if errors else []
         parts += [f"@par Reports\n{plain(page.reported.removeprefix('Reported: '))}"] if page.reported else []
         parts += [f"@par Recipes\n{', '.join(page.recipes)}"] if page.recipes else []
         parts += [f"@see {', '.join(page.sources)}"] if page.sources else []
@@ -37,6 +43,13 @@ def exchanged(comment, line, behind):
     return "/** " + blocks(blocks_of(bare(comment))) + " */" if declares else ""
 
 
+def head(header):
+    """What a header says for all its functions, its subjects as a list."""
+    for block in header.head[1:]:
+        label, colon, text = block.partition(": ")
+        yield f"<dl><dt>{plain(label)}</dt><dd>{plain(text)}</dd></dl>" if list(topics_of([block])) else plain(block)
+
+
 def filtered(header):
     """The header's text with its comments exchanged."""
     source, pages = open(header.path, encoding="utf-8").read(), {page.start: page for page in header.pages}
@@ -50,8 +63,9 @@ def filtered(header):
             made += of_group(page)
             at = at if page.functions[0].is_macro else source.index("\n\n", at) + 1
         elif match.start() == 0:
-            made.append(f"/** @file\n{blocks(header.head)}\n*/")
-        elif banner := re.match(r"/\* -{4} (.*?) -{4,}[ *]*\n?(.*)\*/", match[0], re.S):
+            made.append(f"/** @file\n{blocks(header.head[:1])}\n*/\n")
+            made.append(f"/** {'@mainpage' if header.path.endswith('kel_socket.h') else '@file'}\n{NEW.join(head(header))}\n*/")
+        elif banner := BANNER.match(match[0]):
             text = blocks(blocks_of(bare("/*\n" + banner[2] + "*/")))
             made.append(("/** @} */\n" if is_open else "") + f"/** @name {plain(banner[1])}\n{text}\n*/\n/** @{{ */\n")
             is_open = True

@@ -6,7 +6,7 @@ import re
 import textwrap
 
 import facts
-from comments import Node, one_line, without_marks
+from comments import Node, blocks_of, definitions, one_line, read, without_marks
 
 OVERVIEW = {"host.h": "kel_host", "kel_socket_fake.h": "kel_socket_fake"}
 LIBRARY = {
@@ -135,7 +135,9 @@ class Writer:
         self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}"'
 
     def add(self, section, lines):
-        self.sections.setdefault(section, []).extend(lines)
+        body = self.sections.setdefault(section, [])
+        follows_title = body and body[-1].startswith(".SS") and lines[:1] == [".PP"]
+        body.extend(lines[1:] if follows_title else lines)
 
     def text(self):
         lines = [self.head]
@@ -246,13 +248,30 @@ def whence(steps):
 
 
 def add_examples(made, page):
-    files = [path for path in sorted(glob.glob("examples/**/*.c*", recursive=True))
-             if re.search(r"\b(%s)\(" % "|".join(page.names), open(path, encoding="utf-8").read())]
-    recipes = list(dict.fromkeys(page.recipes))
+    """Recipes, programs, and how the shortest of them makes the call."""
+    programs = sorted(glob.glob("examples/**/*.c*", recursive=True), key=os.path.getsize)
+    uses = {path: call for path in programs if (call := used(path, page.names))}
+    add_recipes(made, list(dict.fromkeys(page.recipes)))
+    if uses:
+        first, call = next(iter(uses.items()))
+        made.add("EXAMPLES", paragraph(f"Programs: {', '.join(list(uses)[:3])}. In {os.path.basename(first)}:"))
+        made.add("EXAMPLES", [".PP", ".nf", *map(escaped, call), ".fi"])
+
+
+def used(path, names):
+    """The statement of a program that calls a function, in lines that fit."""
+    text = re.sub(r"/\*.*?\*/", "", open(path, encoding="utf-8").read(), flags=re.S)
+    found = re.search(rf"^ +([^\n;{{}}]*\b(?:{'|'.join(names)})\([^;{{]*[;{{])", text, re.M)
+    if not found:
+        return []
+    head = re.match(r".*?\(", found[1], re.S)[0]
+    indent = " " * len(head) if len(head) < 40 else "        "
+    return textwrap.wrap(one_line(found[1]), 72, subsequent_indent=indent, break_long_words=False, break_on_hyphens=False)
+
+
+def add_recipes(made, recipes):
     if recipes:
-        made.add("EXAMPLES", paragraph(f"Recipes (docs/recipes): {', '.join(recipes)}."))
-    if files:
-        made.add("EXAMPLES", paragraph(f"Programs: {', '.join(files)}."))
+        made.add("EXAMPLES", [".PP", *filled(f"Recipes: {', '.join(recipes)}.".replace("-", "\\-"))])
 
 
 def add_sources(made, page, overview):
@@ -262,6 +281,7 @@ def add_sources(made, page, overview):
         sources.update({f"{call}({section})": True} if section else {})
     words = " ".join([page.brief, *page.paragraphs, page.returns, *page.arguments.values()])
     sources.update({f"{name}(3)": True for name in re.findall(r"\b(kel_\w+)\(\)", words) if name not in page.names})
+    sources.update({"kel_sctp(7)": True} if page.division.title == "SCTP" else {})
     ordered = sorted(sources, key=lambda source: (source.split("(")[1], source)) + [f"{overview}(7)"]
     made.add("SEE ALSO", references(ordered))
 
@@ -274,7 +294,7 @@ def references(sources):
 # ---- Overviews: kel_socket(7), kel_host(7) -----------------------------------------------------------------------------
 
 
-def overview(name, headers, version, date, more=None):
+def overview(name, headers, version, date, more=None, docs=None):
     """What the head of the first header says, or a document, and every function by its division."""
     made, base = Writer(name, 7, version, date), os.path.basename(headers[0].path)
     head = headers[0].head
@@ -298,20 +318,52 @@ def overview(name, headers, version, date, more=None):
                 others = [f"{other}()" for other in page.names[1:]]
                 made.add("FUNCTIONS", filled(marked(f"Also {', '.join(others)}.")) if others else [])
     if name == "kel_socket":
-        add_types(made)
+        for path in ("platform/include/kel_types.h", headers[0].path):
+            add_definitions(made, "TYPES AND CONSTANTS", path)
     recipes = sorted({recipe for header in headers for page in header.pages for recipe in page.recipes})
-    made.add("EXAMPLES", paragraph(f"Recipes (docs/recipes): {', '.join(recipes)}.") if recipes else [])
-    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_socket(7)", *["kel_socket_fake(7)"] * os.path.exists("fake")]
+    add_recipes(made, recipes)
+    if docs:
+        made.add("FILES", item(f".I {docs}/recipes/", "The recipes, a page each, by the names that stand in these pages."))
+        made.add("FILES", item(f".I {'' if docs == 'docs' else docs + '/'}examples/", "The programs."))
+    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_sctp(7)", "kel_socket(7)", *["kel_socket_fake(7)"] * os.path.exists("fake")]
     made.add("SEE ALSO", references([other for other in others if not other.startswith(name + "(")]))
     return made.text()
 
 
-def add_types(made):
-    source = open("platform/include/kel_types.h", encoding="utf-8").read()
-    for own, name, about in re.findall(r"^typedef (.*?) ?(\w+);(?: +/\* (.*) \*/)?", source, re.M):
-        made.add("TYPES", item(f".B {name}", f"{own}: {about}." if about else f"{own}."))
-    for name, value, about in re.findall(r"^#define (\w+) (\S+)(?: +/\* (.*) \*/)?", source, re.M):
-        made.add("TYPES", item(f".B {name}", f"{value.strip('()')}: {about}." if about else f"{value.strip('()')}."))
+def narrow(line):
+    """A line of a header in lines that fit, with a long comment in front."""
+    line = line if len(line) < 73 else re.sub(r"  +(?=/\*)", " ", line)
+    if len(line) < 73:
+        return [line]
+    code, _, remark = line.partition(" /*")
+    indent = re.match(" *", line)[0]
+    if not remark:
+        return textwrap.wrap(code, 72, subsequent_indent=indent + "    ")
+    return textwrap.wrap(f"/* {remark.strip()}", 72, initial_indent=indent, subsequent_indent=indent + "   ") + [code]
+
+
+def add_definitions(made, section, path, with_titles=False):
+    """Records, enumerations and constants as they stand in a header."""
+    for title, about, code in definitions(open(path, encoding="utf-8").read(), with_titles):
+        if title:
+            made.add(section, [f'.SS "{title}"'])
+        made.add(section, [line for text in blocks_of(about) for line in paragraph(text)])
+        if code:
+            made.add(section, [".PP", ".nf", *(escaped(part) for line in code.split("\n") for part in narrow(line)), ".fi"])
+
+
+def records_page(version, date):
+    path = "platform/include/kel_sctp.h"
+    header, made = read(path), Writer("kel_sctp", 7, version, date)
+    made.add("NAME", ["kel_sctp \\- records and constants of SCTP"])
+    made.add("LIBRARY", filled(marked(LIBRARY["kel_socket.h"])))
+    made.add("SYNOPSIS", [".B #include <kel/kel_sctp.h>"])
+    for block in header.head:
+        made.add("DESCRIPTION", paragraph(block))
+    add_definitions(made, "DEFINITIONS", path, with_titles=True)
+    made.add("SEE ALSO", references(["kel_sctp_opt_info(3)", "kel_sctp_recvmsg(3)", "kel_sctp_sendmsg(3)",
+                                     "kel_socket(7)", "sctp(7)"]))
+    return made.text()
 
 
 def markdown(made, path):
