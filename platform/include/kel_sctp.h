@@ -107,7 +107,7 @@ enum sctp_sinfo_flags {
 
 /* ---- Records of the module's functions ------------------------------------------------------------------------- */
 
-/* SCTP_INITMSG: how an association is set up; 0 leaves the kernel's own value, in each field. */
+/* SCTP_INITMSG: how an association is set up; in each field 0 is the kernel's own value. Recipe: bounded-connect. */
 struct sctp_initmsg {
     uint16_t sinit_num_ostreams;   /* streams to send on; the peer may allow fewer */
     uint16_t sinit_max_instreams;  /* streams that the peer may send on */
@@ -134,7 +134,7 @@ struct sctp_sndrcvinfo {
     uint16_t sinfo_stream;     /* from 0 */
     uint16_t sinfo_ssn;        /* received: number of the message in its stream */
     uint16_t sinfo_flags;      /* enum sctp_sinfo_flags */
-    uint32_t sinfo_ppid;       /* as on the wire: no byte order is changed */
+    uint32_t sinfo_ppid;       /* as on the wire: no byte order is changed. Recipe: ppid */
     uint32_t sinfo_context;    /* sent: comes back when sending fails */
     uint32_t sinfo_timetolive; /* sent: milliseconds until the message is given up, 0 for never */
     uint32_t sinfo_tsn;        /* received: number of its chunk in the association */

@@ -205,7 +205,7 @@ LONG kel_sock_addr_cmp(kel_sockaddr_t *addr1, kel_sockaddr_t *addr2, BOOL ignPor
  * @param ifName   KEL_AF_PACKET: interface name, required; its first 15 characters count, so a longer name finds the
  *                 interface that is called by its beginning
  * @return KEL_OK, or KEL_ERROR: a required text is null, the address is none (the assertion handler is called, nothing
- *         else is reported), or the interface is unknown (not reported, socket closed)
+ *         else is reported), or the interface is unknown (not reported, ENODEV, socket closed)
  *
  * Reported: "my_addr is null\r\n", "addrStr is null\r\n", "ifName is null\r\n". See netdevice(7), packet(7). Recipes:
  * long-paths, packet-double-close.
@@ -218,7 +218,8 @@ LONG kel_addr_fill(LONG socket, kel_sockaddr_t *my_addr, kel_domain_t family, SH
  *
  * @param ifName interface name; its first 15 characters count
  * @param addr   receives 6 bytes in the order of the wire, whatever kind of interface it is
- * @return KEL_OK or KEL_ERROR; a failure leaves addr untouched. Needs the raw-socket privilege (CAP_NET_RAW)
+ * @return KEL_OK or KEL_ERROR; a failure leaves addr untouched. Needs the raw-socket privilege (CAP_NET_RAW); errno is
+ *         ENODEV for an unknown interface
  *
  * Reported: "ifName is null\r\n", "addr is null\r\n", "socket() failed to get socket descriptor for using ioctl() ",
  * "ioctl() failed to get source MAC address ".
@@ -293,8 +294,8 @@ LONG kel_bind(LONG sockfd, kel_sockaddr_t *my_addr);
  *                 KEL_AF_UNIX and not looked at for KEL_AF_PACKET
  * @param protocol KEL_AF_PACKET: link-layer protocol in host byte order (3 is every protocol)
  * @param ifName   KEL_AF_PACKET: interface name, required; its first 15 characters count
- * @return KEL_OK or KEL_ERROR. For KEL_AF_PACKET and an unknown interface sockfd has been closed and must not be closed
- *         again
+ * @return KEL_OK or KEL_ERROR. For KEL_AF_PACKET and an unknown interface (ENODEV) sockfd has been closed and must not
+ *         be closed again
  *
  * Reported: what kel_addr_fill() reports. Recipe: packet-double-close.
  */

@@ -65,6 +65,7 @@ TEST_F(LivePacket, HardwareAddressIsTheInterfaces)
 
     EXPECT_EQ(kel_get_if_mac_addr(near, mac), KEL_OK);
     EXPECT_EQ(kel_get_if_mac_addr("kel9", mac), KEL_ERROR);
+    EXPECT_EQ(errno, ENODEV);
 
     EXPECT_EQ(std::string((const char *)mac, 7), near_mac + "\x77") << "a failure leaves it alone";
 }

@@ -43,9 +43,11 @@ def calls(name):
 def impossible(name, call, arguments):
     """The errors that only a caller's descriptor, number or memory brings, where the function uses its own."""
     given = [any(word in ways.FUNCTIONS[name].parameters for word in re.findall(r"\w+", one)) for one in arguments]
-    if re.match("kel_(tcp|udp|sctp)_", name) and call in ("bind", "connect"):
+    if re.match("kel_(tcp|udp|sctp|raw)_", name) and call in ("bind", "connect"):
         yield from OF_PATHS
-    if not given[0] and call != "socket":
+    if call == "socket":
+        yield from () if any(given) else ("EACCES", "EAFNOSUPPORT", "EINVAL", "EPROTONOSUPPORT")
+    elif not given[0]:
         yield from ("EBADF", "ENOTSOCK", "EOPNOTSUPP", "ENOTTY", "EISCONN", "EALREADY")
     if not any(given[1:]):
         yield from ("EFAULT", "ENOPROTOOPT", "EINVAL")

@@ -167,7 +167,7 @@ def prepare(page):
     page.text = " ".join(function.text for function in page.functions)
     page.takes = lambda *names: any(name in function.names for function in page.functions for name in names)
     page.common = {}
-    for label, text, place, recipes in topics_of(page.header.head + page.division.blocks):
+    for label, text, place, recipes in topics_of(page.division.blocks + page.header.head):
         if isinstance(place, list):
             concerned = [name for name in place if page.takes(name)]
             for name in concerned:
@@ -232,7 +232,8 @@ def add_diagnostics(made, page):
         for function, steps in functions.items():
             told.setdefault(whence(steps), []).append(f"{function}()")
         made.add("DIAGNOSTICS", item('.B "\\(dq%s\\(dq"' % escaped(text), " ".join(
-            f"By {' or '.join(names)}{when}." for when, names in told.items())))
+            f"By {'each' if len(names) == len(page.names) > 1 else ' or '.join(names)}{when}."
+            for when, names in told.items())))
     if page.asserts:
         made.add("DIAGNOSTICS", paragraph("For a text that is no address kel_addr_fill() calls the assertion handler, "
                                           "KEL_ASSERT_X(3)."))
@@ -241,10 +242,10 @@ def add_diagnostics(made, page):
 def whence(steps):
     """What comes before a report: calls that fail, or else the condition."""
     calls = [step for step in dict.fromkeys(steps) if step in facts.ERRORS]
-    conditions = [step for step in dict.fromkeys(steps) if " is " in step]
+    condition = min((step for step in steps if " is " in step), key=len, default="")
     if calls:
         return f", when {' or '.join(calls)} fails"
-    return f", if {' or if '.join(conditions)}" if conditions else ""
+    return f", if {condition}" if condition else ""
 
 
 def add_examples(made, page):
