@@ -6,7 +6,6 @@ import re
 import subprocess
 import tempfile
 
-import facts
 
 # Where variables of the environment are read, by the page that describes them.
 READERS = {"man7/kel_host.7": "host/*.cpp", "man1/kelcat.1": "tools/kelcat/*.cpp", "man1/kel-guest.1": "tools/guest/guest"}

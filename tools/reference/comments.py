@@ -77,7 +77,8 @@ def parameters(text):
 def macros(text, blocks):
     """The one that is defined behind a comment, or those that a table in the comment begins its lines with."""
     table = "\n".join(block for block in blocks if block.startswith(" "))
-    calls = re.findall(r"^ +((\w+)\((.*?)\)) ", table, re.M) or re.findall(r"\A#define ((\w+)\((.*?)\))", text)
+    calls = re.findall(r"^ +((\w+)\((.*?)\)) ", table, re.M) or re.findall(r"\A(?:#if.*?^)?#define ((\w+)\((.*?)\))", text,
+                                                                             re.S | re.M)
     return [Node(name=name, type="", arguments=(of := parameters(inner))[0], names=of[1], text=call, is_macro=True)
             for call, name, inner in calls]
 
@@ -105,7 +106,7 @@ def definitions(source, with_titles):
         is_plain = not about.startswith("/**") and re.match(r"(?:typedef|enum|struct|union|#define)\b", code)
         if (banner := BANNER.match(about)) and with_titles:
             yield banner[1].partition(": ")[0], bare("/*\n" + banner[2] + "*/"), ""
-        elif is_plain and not re.match(r"struct \w+;|#define \w+_H\b|#define (\w+) \1\n", code):
+        elif is_plain and not re.match(r"struct \w+;|#define (\w+_H\b|__|\w+\(|(\w+) \2\n)", code):
             yield "", bare(about), re.sub(r"__extension__ | KEL_ENUM_OF_INT", "", code).strip("\n")
 
 

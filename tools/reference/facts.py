@@ -1,7 +1,6 @@
 """What tests/behaviour says of each function: the calls behind it, their errors as tests/truth brings them about, and
 what is reported."""
 
-import errno  # noqa: F401
 import functools
 import re
 

@@ -4,7 +4,8 @@ functions is repeated for each of them, and divisions become groups."""
 import re
 
 from comments import BANNER, TOKEN, bare, blocks_of, one_line
-from pages import sentence, topics_of
+from pages import topics_of
+from troff import sentence
 
 NEW = "\n\n"
 

@@ -1,12 +1,14 @@
-"""Writes manual pages from the comments: one for each doc comment, and those of sections 1 and 7."""
+"""Manual pages of section 3: one for each doc comment, complete when it is read alone."""
 
+import errno
 import glob
 import os
 import re
 import textwrap
 
 import facts
-from comments import Node, blocks_of, definitions, one_line, read, without_marks
+from comments import Node, one_line, without_marks
+from troff import Writer, escaped, filled, item, marked, paragraph, prototype, references, sentence, short
 
 OVERVIEW = {"host.h": "kel_host", "kel_socket_fake.h": "kel_socket_fake"}
 LIBRARY = {
@@ -40,115 +42,6 @@ CONCERNS = {
     "Threads": ("NOTES", lambda page: True),
 }
 UNWRITTEN = ("kel_accept", "kel_getpeername", "kel_getsockname")
-
-
-# ---- Text as the typesetter reads it ----------------------------------------------------------------------------------
-
-
-def escaped(text):
-    text = text.replace("\\", "\\e")
-    return re.sub(r"(?<![\w-])-[\w=,-]+", lambda word: word[0].replace("-", "\\-"), text)
-
-
-def marked(text):
-    """With functions in bold, and no line that breaks at the edge of a quotation."""
-    text = re.sub(r'"( *)(.*?)( *)"', lambda quote: '"' + quote[1].replace(" ", "\\ ") + quote[2]
-                  + quote[3].replace(" ", "\\ ") + '"', escaped(text))
-    text = re.sub(r"\b(\w+)(\(\d?\))(?!\w)", r"\\fB\1\\fP\2", text)
-    return text.replace("`", "")
-
-
-def filled(text):
-    lines = textwrap.wrap(text, 78, break_long_words=False, break_on_hyphens=False)
-    return [("\\&" if line[0] in ".'" else "") + line for line in lines]
-
-
-def paragraph(text):
-    if text.startswith(" ") and max(map(len, text.split("\n"))) > 76:
-        return table(text)
-    if text.startswith(" "):
-        return [".PP", ".nf", *escaped(textwrap.dedent(text)).split("\n"), ".fi"]
-    return [".PP", *filled(marked(text))]
-
-
-def table(text):
-    """One that is too wide: each row an item."""
-    titles, *rows = [re.split(r"  +", line.strip()) for line in text.split("\n")]
-    return [line for row in rows for line in item(f'.B "{escaped(row[0])}"', "; ".join(
-        f"{title}: {cell}" for title, cell in zip(titles[1:], row[1:])) + ".")]
-
-
-def item(tag, text):
-    return [".TP", tag, *filled(marked(text))]
-
-
-def capital(text):
-    return text[:1].upper() + text[1:]
-
-
-def sentence(text, names=()):
-    """Begins with a capital, but not a name."""
-    return (text if re.match(r"\w*", text)[0] in names else capital(text)) + ("" if not text or text.endswith((".", ":")) else ".")
-
-
-def prototype(function):
-    """Broken behind commas where it is too long, with the arguments' names in italics."""
-    if function.arguments is None:
-        return [f'.B "{function.text};"']
-    head = f"{function.type}{function.name}("
-    longest = max(map(len, function.arguments), default=0)
-    indent = " " * (len(head) if len(head) + longest < 72 else 8)
-    lines, now = [], head
-    for i, one in enumerate(function.arguments or ["void"]):
-        one += ")" if i + 1 >= len(function.arguments) else ","
-        if now.strip() and len(now) + len(one) > 71:
-            lines.append(now.rstrip())
-            now = indent
-        now += one + " "
-    lines.append(now.rstrip() + ";" * (not function.is_macro))
-    made = []
-    for line in lines:
-        parts = [line]
-        if function.arguments:
-            parts = re.split(r"(\b(?:%s)\b)(?=[,)\[])" % "|".join(map(re.escape, function.names)), line)
-        made.append((".BI " if len(parts) > 1 else ".B ") + " ".join(f'"{escaped(part)}"' if " " in part or not part
-                                                                    else escaped(part) for part in parts if part))
-    return made
-
-
-def short(lines):
-    """With lines of macros that are too long in the source broken by the typesetter's own sign."""
-    for line in lines:
-        while len(line) > 80:
-            cut = line.rfind(" ", 0, 79)
-            yield line[:cut] + " \\"
-            line = line[cut + 1:]
-        yield line
-
-
-class Writer:
-    """Collects sections, and puts them together in the order of the system's pages."""
-    ORDER = ["NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "ARGUMENTS", "RETURN VALUE", "ERRORS", "DIAGNOSTICS", "NOTES",
-             "EXAMPLES", "SEE ALSO"]  # others between the last two but one
-
-    def __init__(self, name, section, version, date):
-        self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}"'
-
-    def add(self, section, lines):
-        body = self.sections.setdefault(section, [])
-        follows_title = body and body[-1].startswith(".SS") and lines[:1] == [".PP"]
-        body.extend(lines[1:] if follows_title else lines)
-
-    def text(self):
-        lines = [self.head]
-        for name in sorted(self.sections, key=lambda name: self.ORDER.index(name) if name in self.ORDER else 8.5):
-            body = self.sections[name]
-            body = body[1:] if body[:1] == [".PP"] else body
-            lines += [f'.SH "{name}"' if " " in name else f".SH {name}", *body] if body else []
-        return "\n".join(lines) + "\n"
-
-
-# ---- A page of a doc comment -------------------------------------------------------------------------------------------
 
 
 def prepare(page):
@@ -217,7 +110,7 @@ def function_page(page, version, date):
     if page.errors:
         made.add("ERRORS", paragraph("What tests have brought the calls behind it to, with the system's words:"))
         for error, calls in page.errors.items():
-            made.add("ERRORS", item(f'.BR {error} " ({", ".join(calls)})"', os.strerror(getattr(facts.errno, error)) + "."))
+            made.add("ERRORS", item(f'.BR {error} " ({", ".join(calls)})"', os.strerror(getattr(errno, error)) + "."))
     add_examples(made, page)
     add_sources(made, page, overview)
     return made.text()
@@ -285,177 +178,3 @@ def add_sources(made, page, overview):
     sources.update({"kel_sctp(7)": True} if page.division.title == "SCTP" else {})
     ordered = sorted(sources, key=lambda source: (source.split("(")[1], source)) + [f"{overview}(7)"]
     made.add("SEE ALSO", references(ordered))
-
-
-def references(sources):
-    names = [re.match(r"(.*)\((\d)\)", source).groups() for source in sources]
-    return [f".BR {name} ({section})" + ("," if i + 1 < len(names) else "") for i, (name, section) in enumerate(names)]
-
-
-# ---- Overviews: kel_socket(7), kel_host(7) -----------------------------------------------------------------------------
-
-
-def overview(name, headers, version, date, more=None, docs=None):
-    """What the head of the first header says, or a document, and every function by its division."""
-    made, base = Writer(name, 7, version, date), os.path.basename(headers[0].path)
-    head = headers[0].head
-    title = LIBRARY[base].partition(" (")[0]
-    made.add("NAME", [f"{name} \\- {title[0].lower()}{title[1:]}"])
-    made.add("LIBRARY", filled(marked(LIBRARY[base])))
-    made.add("SYNOPSIS", [".nf", f".B #include <kel/{base}>"])
-    made.add("SYNOPSIS", [".B #include <kel/kel_sctp.h>"] * (name == "kel_socket") + [".fi"])
-    for block in [] if more else head:
-        label, colon, text = without_marks(block, Node(sources=[], recipes=[])).partition(": ")
-        labelled = list(topics_of([block]))
-        made.add("DESCRIPTION", item(f".B {label}", sentence(text)) if labelled else paragraph(sentence(block)))
-    if more:
-        markdown(made, more)
-    for header in headers:
-        for division in header.divisions:
-            if division.pages:
-                made.add("FUNCTIONS", [f'.SS "{division.title or header.head[0].rstrip(".")}"'])
-            for page in division.pages:
-                made.add("FUNCTIONS", item(f".BR {page.names[0]} (3)", sentence(page.brief)))
-                others = [f"{other}()" for other in page.names[1:]]
-                made.add("FUNCTIONS", filled(marked(f"Also {', '.join(others)}.")) if others else [])
-    if name == "kel_socket":
-        for path in ("platform/include/kel_types.h", headers[0].path):
-            add_definitions(made, "TYPES AND CONSTANTS", path)
-    recipes = sorted({recipe for header in headers for page in header.pages for recipe in page.recipes})
-    add_recipes(made, recipes)
-    if docs:
-        made.add("FILES", item(f".I {docs}/recipes/", "The recipes, a page each, by the names that stand in these pages."))
-        made.add("FILES", item(f".I {'' if docs == 'docs' else docs + '/'}examples/", "The programs."))
-    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_sctp(7)", "kel_socket(7)", *["kel_socket_fake(7)"] * os.path.exists("fake")]
-    made.add("SEE ALSO", references([other for other in others if not other.startswith(name + "(")]))
-    return made.text()
-
-
-def narrow(line):
-    """A line of a header in lines that fit, with a long comment in front."""
-    line = line if len(line) < 73 else re.sub(r"  +(?=/\*)", " ", line)
-    if len(line) < 73:
-        return [line]
-    code, _, remark = line.partition(" /*")
-    indent = re.match(" *", line)[0]
-    if not remark:
-        return textwrap.wrap(code, 72, subsequent_indent=indent + "    ")
-    return textwrap.wrap(f"/* {remark.strip()}", 72, initial_indent=indent, subsequent_indent=indent + "   ") + [code]
-
-
-def add_definitions(made, section, path, with_titles=False):
-    """Records, enumerations and constants as they stand in a header."""
-    for title, about, code in definitions(open(path, encoding="utf-8").read(), with_titles):
-        if title:
-            made.add(section, [f'.SS "{title}"'])
-        made.add(section, [line for text in blocks_of(about) for line in paragraph(text)])
-        if code:
-            made.add(section, [".PP", ".nf", *(escaped(part) for line in code.split("\n") for part in narrow(line)), ".fi"])
-
-
-def records_page(version, date):
-    path = "platform/include/kel_sctp.h"
-    header, made = read(path), Writer("kel_sctp", 7, version, date)
-    made.add("NAME", ["kel_sctp \\- records and constants of SCTP"])
-    made.add("LIBRARY", filled(marked(LIBRARY["kel_socket.h"])))
-    made.add("SYNOPSIS", [".B #include <kel/kel_sctp.h>"])
-    for block in header.head:
-        made.add("DESCRIPTION", paragraph(block))
-    add_definitions(made, "DEFINITIONS", path, with_titles=True)
-    made.add("SEE ALSO", references(["kel_sctp_opt_info(3)", "kel_sctp_recvmsg(3)", "kel_sctp_sendmsg(3)",
-                                     "kel_socket(7)", "sctp(7)"]))
-    return made.text()
-
-
-def markdown(made, path):
-    """Paragraphs, lists and one kind of table, in whose first column is what the others tell about."""
-    text, section, columns = open(path, encoding="utf-8").read(), "DESCRIPTION", []
-    for block in re.split(r"\n\n|\n(?=\||- )", re.sub(r"\[([^]]*)\]\([^)]*\)", r"\1", text)):
-        if block.startswith("#"):
-            section = block.lstrip("# ").upper() if block.startswith("##") else section
-        elif match := re.match(r"- (.*?): (.*)", block, re.S):
-            made.add(section, item(f".B {escaped(match[1].strip('`'))}", one_line(match[2])))
-        elif block.startswith("|"):
-            cells = [cell.strip().replace("\\|", "|") for cell in re.split(r"(?<!\\)\|", block.strip("|"))]
-            if not columns:
-                columns = cells
-            elif not re.fullmatch("[|-]+", block):
-                made.add("SERVICES", item(f'.B "{escaped(cells[0].replace("`", ""))}"', sentence(cells[1])))
-                for title, cell in zip(columns[2:], cells[2:]):
-                    made.add("SERVICES", [".IP", *filled(marked(f"{title}: {cell}."))])
-        elif block.strip():
-            made.add(section, paragraph(one_line(block)))
-
-
-# ---- kelcat(1), from what kelcat --help says ---------------------------------------------------------------------------
-
-
-def parts_of_help(text):
-    """Usage, purpose, and what stands under each heading: its words, and the lines below it, by their indentation."""
-    usage, about, rest = re.match(r"Usage: (.*)\n(.*)\n\n(.*)", text, re.S).groups()
-    parts = {}
-    for line in rest.splitlines():
-        if not line.startswith(" ") and (match := re.match(r"(Endpoints|Options|Frames|What ends|Exit|Examples)", line)):
-            parts[match[1]] = []
-        list(parts.values())[-1].append(line)
-    return usage, about, parts
-
-
-def options_of(lines):
-    """Names with their argument, and what is said of each."""
-    found = []
-    for line in lines:
-        match = re.match(r"  ((?:-\w, )?--.*?)(?:  +(.*))?$", line)
-        found += [[match[1], match[2] or ""]] if match else []
-        if not match:
-            found[-1][1] += " " + line.strip()
-    return found
-
-
-TAKERS = re.compile(r"([a-z-]+(?:, [a-z-]+)*)( \(not -listen\))?: ")
-
-
-def completion(text):
-    """The completion for bash: every option with the endpoints that take it, and every endpoint's beginning."""
-    _, _, parts = parts_of_help(text)
-    names, valued = [], []
-    for name, use in options_of(parts["Options"][1:]):
-        takers = TAKERS.match(use)
-        listen = "" if takers and takers[2] else "-listen"
-        ends = [end for one in takers[1].split(", ") for end in dict.fromkeys((one, one + listen))] if takers else []
-        for one in re.findall(r"(?<!\S)-[\w-]+", name):
-            names.append(" ".join([one, *ends]))
-            valued += [one] if re.search(r" [A-Z]", name) else []
-    ends = re.findall(r"(?<!\S)[a-z-]+:", "\n".join(parts["Endpoints"]))
-    made = open("tools/reference/completion.bash", encoding="utf-8").read()
-    for key, words in {"OPTIONS": "\n".join(names), "VALUED": " | ".join(valued), "ENDPOINTS": " ".join(ends)}.items():
-        made = made.replace(f"@{key}@", words)
-    return made
-
-
-def kelcat_page(text, version, date):
-    usage, about, parts = parts_of_help(text)
-    made = Writer("kelcat", 1, version, date)
-    made.add("NAME", [f"kelcat \\- {about[0].lower()}{about[1:].rstrip('.')}"])
-    made.add("SYNOPSIS", [f'.BI "{usage.split(" ", 1)[0]} " "{usage.split(" ", 1)[1]}"'])
-    made.add("DESCRIPTION", filled(about))
-    made.add("ENDPOINTS", paragraph(sentence(re.search(r"\((.*)\)", parts["Endpoints"][0])[1])))
-    for line in parts["Endpoints"][1:]:
-        *forms, use = re.split(r"  +", line.strip())
-        made.add("ENDPOINTS", item('.B "%s"' % "   ".join(map(escaped, forms)), sentence(use)))
-    made.add("OPTIONS", paragraph("An abbreviation will do."))
-    for name, use in options_of(parts["Options"][1:]):
-        takes = re.search(r" ([A-Z].*)$", name)
-        tag = escaped(name.removesuffix(takes[0]) if takes else name).replace("-", "\\-").replace("\\\\", "\\")
-        use = "For " + use if TAKERS.match(use) else use
-        made.add("OPTIONS", item(f'.BI "{tag} " "{takes[1]}"' if takes else f'.B "{tag}"', sentence(use)))
-    made.add("FRAMES", paragraph(" ".join(parts["Frames"])))
-    for rule in re.split(r"\n  (?=[A-Z]\w+(?:: | ends both))", "\n".join(parts["What ends"]))[1:]:
-        made.add("WHAT ENDS A TRANSFER", paragraph(one_line(rule)))
-    for status in one_line(" ".join(parts["Exit"])).removeprefix("Exit status: ").split("; "):
-        numbers, meaning = re.match(r"([\d, ]+) (.*)", status).groups()
-        made.add("EXIT STATUS", item(f'.B "{numbers}"', sentence(meaning)))
-    made.add("EXAMPLES", [".nf", *(escaped(one) for line in parts["Examples"][1:] for one in re.split("   +", line.strip())),
-                          ".fi"])
-    made.add("SEE ALSO", references(["kel-guest(1)", "kel_socket(7)"]))
-    return made.text()
