@@ -91,7 +91,7 @@ extern enum {
 /**
  * Asks the platform's print filter about one report. Supplied by the platform.
  *
- * @param level one of the print levels above
+ * @param level print level: 0 info, 1 warning, 2 err
  * @param name  "function.line" of the report, or the bare name of the function
  * @return non-zero when the report is suppressed: it is then neither printed nor logged
  */

@@ -129,7 +129,7 @@ BOOL kel_is_ipv4_addr(CHAR *str);
  *
  * @param str text, or NULL
  * @return KEL_TRUE or, for NULL too, KEL_FALSE; "::" alone does not pass, though kel_inet_pton() takes it; nor do
- *         leading zeros in a dotted tail, zones ("%eth0") and brackets
+ *         leading zeros in a dotted tail, zones ("%eth0") and brackets. Recipe: split-address.
  */
 BOOL kel_is_ipv6_addr(char *str);
 
@@ -141,7 +141,7 @@ BOOL kel_is_ipv6_addr(char *str);
  * @param dst record that receives the address, in network byte order
  * @return KEL_OK, or KEL_ERROR for a text that is no address of the family (not reported)
  *
- * Reported: "src is null\r\n", "dst is null\r\n".
+ * Reported: "src is null\r\n", "dst is null\r\n". Recipe: host-names.
  */
 LONG kel_inet_pton(LONG af, const CHAR *src, kel_sockaddr_t *dst);
 
@@ -164,7 +164,7 @@ const CHAR *kel_inet_ntop(LONG af, const kel_sockaddr_t *src, CHAR *dst, socklen
  * @param addr record of any family; must not be null
  * @param str  receives the line, at most 99 characters of it, and NULs up to size; must not be null
  * @param size characters at str, not negative; a line that does not fit is cut and then has no NUL, as with strncpy(3)
- * @return str, or the constant text "null" for an unknown family, which leaves str untouched
+ * @return str, or the constant text "null" for an unknown family, which leaves str untouched. Recipe: split-address.
  */
 CHAR *kel_addr_showstr(kel_sockaddr_t *addr, CHAR *str, LONG size);
 
@@ -236,7 +236,7 @@ LONG kel_get_if_mac_addr(const CHAR *ifName, UCHAR *addr);
  * @param protocol the family's protocol number, 0 for its default; for KEL_AF_PACKET in network byte order
  * @return the descriptor, which the caller ends with kel_close(); KEL_ERROR with nothing left open
  *
- * Reported: "setsockopt socket"; a failed socket(2) is not. Recipe: both-versions.
+ * Reported: "setsockopt socket"; a failed socket(2) is not. Recipes: both-versions, shared-port.
  */
 LONG kel_socket(kel_domain_t domain, kel_socktype_t type, LONG protocol);
 
@@ -262,7 +262,7 @@ LONG kel_getsockopt(LONG sockfd, LONG level, LONG optname, void *optval, socklen
  * @param optlen  bytes of the value
  * @return 0, or -1 with errno as setsockopt(2) sets it (not reported)
  *
- * Reported: "optval is null\r\n".
+ * Reported: "optval is null\r\n". Recipe: timeouts.
  */
 LONG kel_setsockopt(LONG sockfd, LONG level, LONG optname, const void *optval, socklen_t optlen);
 
@@ -286,7 +286,7 @@ LONG kel_close(LONG sockfd);
 LONG kel_bind(LONG sockfd, kel_sockaddr_t *my_addr);
 
 /**
- * Binds a socket to a local address given in parts, as kel_addr_fill() takes them.
+ * Binds a socket to a local address given in parts.
  *
  * @param family   any of the four
  * @param port     KEL_AF_INET, KEL_AF_INET6: host byte order; 0 lets the system choose
@@ -339,7 +339,7 @@ LONG kel_connect(LONG sockfd, kel_sockaddr_t *con_addr);
  * @param family  KEL_AF_INET, KEL_AF_INET6 or KEL_AF_UNIX
  * @param port    KEL_AF_INET, KEL_AF_INET6: host byte order
  * @param addrStr numeric address or path; NULL is refused, there is no wildcard peer
- * @return KEL_OK or KEL_ERROR, as kel_connect()
+ * @return KEL_OK or KEL_ERROR, as of kel_connect()
  *
  * Reported: "addrStr is null\r\n", and what kel_addr_fill() and kel_connect() report.
  */
@@ -369,7 +369,7 @@ LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr);
  * @param buf   receives at most len bytes
  * @param len   bytes at buf
  * @param flags MSG_* flags
- * @return bytes received, 0 at the end of a stream, or KEL_ERROR with errno as recv(2) sets it
+ * @return bytes received, 0 at the end of a stream, or KEL_ERROR with errno as recv(2) sets it. Recipe: shutdown.
  */
 LONG kel_recv(LONG sockfd, VOID *buf, size_t len, LONG flags);
 
@@ -501,7 +501,8 @@ LONG kel_udp_client_socket_create_bind(kel_domain_t family, const CHAR *s_addrSt
  * @param local_path path to bind to; a file that exists there makes the bind fail, NULL is refused
  * @param isbind     KEL_FALSE: nothing is bound and local_path not used
  *
- * Reported: "create unix socket", "bind unix socket"; what kel_socket() and kel_addr_fill() report.
+ * Reported: "create unix socket", "bind unix socket"; what kel_socket() and kel_addr_fill() report. Recipe:
+ * lost-socket-file.
  */
 LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind);
 
@@ -569,9 +570,10 @@ struct sctp_sndrcvinfo;
  *
  * @param assoc_id association; any while a one-to-one socket has one. For kel_sctp_getladdrs() also 0: all local
  *                 addresses of the socket
- * @param addrs    receives an array of records in memory of its own, for the matching free function; NULL when the
- *                 addresses were fetched and could not be converted. Not written when the result is 0 or the fetching
- *                 failed: set it to NULL before the call. What lies behind a record's own family member is not cleared
+ * @param addrs    receives an array of records in memory of its own, for kel_sctp_freepaddrs() or
+ *                 kel_sctp_freeladdrs(); NULL when the addresses were fetched and could not be converted. Not written
+ *                 when the result is 0 or the fetching failed: set it to NULL before the call. What lies behind a
+ *                 record's own family member is not cleared
  * @return number of records, 0 when there are none, or KEL_ERROR; errno as getsockopt(2) left it
  *
  * Reported: "addrs is null\r\n", "sctp_opt_info " (for every failure of the library).
@@ -580,7 +582,7 @@ LONG kel_sctp_getpaddrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **add
 LONG kel_sctp_getladdrs(LONG sockfd, sctp_assoc_t assoc_id, kel_sockaddr_t **addrs);
 
 /**
- * Release such an array; either function takes either array.
+ * Release the array of kel_sctp_getpaddrs() or kel_sctp_getladdrs(); either function takes either array.
  *
  * @param addrs array, or NULL
  * @return KEL_OK

@@ -173,7 +173,7 @@ def add_sources(made, page, overview):
     for call in page.calls:
         section = SECTION.get(call, 3 if call.startswith("sctp") else 2)
         sources.update({f"{call}({section})": True} if section else {})
-    words = " ".join([page.brief, *page.paragraphs, page.returns, *page.arguments.values()])
+    words = " ".join([page.brief, *page.paragraphs, page.returns, page.reported, *page.arguments.values()])
     sources.update({f"{name}(3)": True for name in re.findall(r"\b(kel_\w+)\(\)", words) if name not in page.names})
     sources.update({"kel_sctp(7)": True} if page.division.title == "SCTP" else {})
     ordered = sorted(sources, key=lambda source: (source.split("(")[1], source)) + [f"{overview}(7)"]
