@@ -28,12 +28,20 @@ PROGRAMS = pathlib.Path(sys.argv[1]).resolve()
 AS_ROOT = "--root" in sys.argv
 
 # The pages on which the output of a program stands that is no recipe; or else the tests that run it.
-PAGES = {}
+PAGES = {
+    "connect_in_time": "docs/guide/left-out.md",
+    "multihomed_client": "docs/guide/sctp.md",
+    "multihomed_server": "docs/guide/sctp.md",
+    "plain_calls": "docs/guide/plain-calls.md",
+    "reports": "docs/guide/reports.md",
+    "sctp_notifications": "docs/guide/sctp.md",
+}
 ELSEWHERE = {
     "echo_client": "tests/readme",
     "echo_server": "tests/readme",
-    "multihomed_client": "tests/abi",
-    "multihomed_server": "tests/abi",
+    "platform": "tests/platform",
+    "plugin": "tests/platform",
+    "plugin_program": "tests/platform",
 }
 
 
@@ -43,6 +51,16 @@ def programs(folder):
 
 def recipe_pages():
     return sorted(page for page in RECIPES.glob("*.md") if page.stem != "README")
+
+
+def other_pages():
+    return sorted({ROOT / page for page in PAGES.values()})
+
+
+def shown_by(page):
+    """The programs whose lines a page shows: those that it links, or the one of a recipe."""
+    linked = re.findall(r"\]\(([\w./]*examples/[\w/]+\.c(?:pp)?)\)", page.read_text())
+    return [page.parent / link for link in linked] or [ROOT / f"examples/recipes/{page.stem}.c"]
 
 
 def blocks(page, *languages):
@@ -77,8 +95,7 @@ class Sessions(unittest.TestCase):
     def test_programs_print_what_their_page_shows(self):
         prompt = "# " if AS_ROOT else "$ "
         network = [] if AS_ROOT else machine.own_network() or []
-        pages = [page for page in sorted({*recipe_pages(), *(ROOT / page for page in PAGES.values())})
-                 if session(page, prompt)]
+        pages = [page for page in [*recipe_pages(), *other_pages()] if session(page, prompt)]
         self.assertGreater(len(pages), 0)
         for page in pages:
             with self.subTest(page=str(page.relative_to(ROOT))):
@@ -108,12 +125,12 @@ class Files(unittest.TestCase):
         index = re.findall(r"(?m)^- \[.*?\]\((.*?)\.md\)", (RECIPES / "README.md").read_text())
         self.assertEqual(sorted(index), recipes)
 
-    def test_lines_on_a_recipe_are_those_of_its_program(self):
-        for page in recipe_pages():
-            program = (ROOT / f"examples/recipes/{page.stem}.c").read_text()
+    def test_lines_on_a_page_are_those_of_a_program(self):
+        for page in [*recipe_pages(), *other_pages()]:
+            texts = "".join(f"\n{program.read_text()}" for program in shown_by(page))
             for block in blocks(page, "c", "cpp"):
                 with self.subTest(page=page.name):
-                    self.assertTrue(f"\n{block}" in f"\n{program}", f"not in the program:\n{block}")
+                    self.assertTrue(f"\n{block}" in texts, f"in no program of the page:\n{block}")
 
     def test_what_a_recipe_refers_to_is_there(self):
         known = {"kel_err_print", *re.findall(r"\bkel_\w+", (ROOT / "platform/kel/socket/kel_socket.map").read_text())}
