@@ -28,7 +28,7 @@ import machine  # noqa: E402
 PROGRAMS = pathlib.Path(sys.argv[1]).resolve()
 AS_ROOT = "--root" in sys.argv
 
-# The pages on which the output of a program stands that is no recipe; or else the tests that run it.
+# The page on which the output of a program stands that is no recipe, or the folder of the tests that run it.
 PAGES = {
     "connect_in_time": "docs/guide/left-out.md",
     "multihomed_client": "docs/guide/sctp.md",
@@ -75,22 +75,28 @@ def session(page, prompt):
     return "".join(block for block in blocks(page, "console") if block.startswith(prompt))
 
 
+def as_shown(printed):
+    """What a page shows of what was printed."""
+    printed = printed.replace("\r", "").replace("\033[m\033[1;31m", "\n\033[1;31m")
+    printed = re.sub(r"\033\[1;31m(\w+)\.\d+:", r"\1.LINE:", printed)
+    printed = re.sub(r"(kel_socket\.cpp):\d+", r"\1:LINE", printed)
+    return re.sub(r"\033\[[\d;]*m", "", printed)
+
+
 def played(shown, prompt, network):
-    """The session with what its commands print now, and the files that they leave."""
+    """The session with what its commands print now; a command that fails and files that are left are told behind it."""
     commands = [line.removeprefix(prompt) for line in shown.splitlines() if line.startswith(prompt)]
-    script = "".join(f"echo {shlex.quote(prompt + command)}\n{command}\n" for command in commands)
+    script = "".join(f"echo {shlex.quote(prompt + command)}\n{command}\n[ $? -eq 0 ] || echo it failed\n"
+                     for command in commands)
     with tempfile.TemporaryDirectory(prefix="examples-") as folder:
         for program in PROGRAMS.iterdir():
             os.symlink(program, f"{folder}/{program.name}")
-        printed = subprocess.run([*network, "stdbuf", "-oL", "bash", "-c", script], cwd=folder,
-                                 env={**os.environ, "LC_ALL": "C", "KEL_HOST_LOG": "/dev/null"},
-                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                 timeout=machine.patience(60)).stdout.decode().replace("\r", "")
+        run = subprocess.run([*network, "timeout", str(machine.patience(30)), "stdbuf", "-oL", "bash", "-c", script],
+                             cwd=folder, env={**os.environ, "LC_ALL": "C", "KEL_HOST_LOG": "/dev/null"},
+                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         left = [f"left behind: {entry.name}\n" for entry in os.scandir(folder) if not entry.is_symlink()]
-    printed = printed.replace("\033[m\033[1;31m", "\n\033[1;31m")
-    printed = re.sub(r"\033\[1;31m(\w+)\.\d+:", r"\1.LINE:", printed)
-    printed = re.sub(r"(kel_socket\.cpp):\d+", r"\1:LINE", printed)
-    return re.sub(r"\033\[[\d;]*m", "", printed) + "".join(left)
+    ended = ["ended after all patience\n"] if run.returncode == 124 else []
+    return as_shown(run.stdout.decode()) + "".join(ended + left)
 
 
 class Sessions(unittest.TestCase):
