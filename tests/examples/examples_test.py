@@ -4,7 +4,7 @@
 examples_test.py PROGRAMS [--root]: a page shows sessions of a shell in blocks of "console". Their commands run as they
 stand, in one shell for a page, where every program is at hand as ./NAME, and what they print has to be what the page
 says. Sessions at the prompt "#" want root, in a network of their own, and run with --root alone; those at the prompt
-"$" run without it, together with what can be read off the files.
+"$" run without it, together with what can be read off the files. Blocks of "c" are lines of one of the page's programs.
 
 In what is compared, colours are left out, a report that follows another begins a line, and LINE stands for the numbers
 of lines.
@@ -47,21 +47,19 @@ ELSEWHERE = {
 
 
 def programs(folder):
-    return {file.stem for file in (ROOT / folder).iterdir() if file.suffix in (".c", ".cpp")}
+    return {file.stem: file for file in (ROOT / folder).iterdir() if file.suffix in (".c", ".cpp")}
 
 
-def recipe_pages():
-    return sorted(page for page in RECIPES.glob("*.md") if page.stem != "README")
+RECIPE_PROGRAMS = programs("examples/recipes")
+OTHER_PROGRAMS = programs("examples")
+RECIPE_PAGES = sorted(page for page in RECIPES.glob("*.md") if page.stem != "README")
+PLAYED_PAGES = sorted({*RECIPE_PAGES, *(ROOT / page for page in PAGES.values())})
 
 
-def other_pages():
-    return sorted({ROOT / page for page in PAGES.values()})
-
-
-def shown_by(page):
-    """The programs whose lines a page shows: those that it links, or the one of a recipe."""
-    linked = re.findall(r"\]\(([\w./]*examples/[\w/]+\.c(?:pp)?)\)", page.read_text())
-    return [page.parent / link for link in linked] or [ROOT / f"examples/recipes/{page.stem}.c"]
+def programs_of(page):
+    """The sources of the programs whose output stands on a page."""
+    others = [file for name, file in OTHER_PROGRAMS.items() if PAGES.get(name) == str(page.relative_to(ROOT))]
+    return [file for name, file in RECIPE_PROGRAMS.items() if page == RECIPES / f"{name}.md"] + others
 
 
 def blocks(page, *languages):
@@ -103,7 +101,7 @@ class Sessions(unittest.TestCase):
     def test_programs_print_what_their_page_shows(self):
         prompt = "# " if AS_ROOT else "$ "
         network = [] if AS_ROOT else machine.own_network() or []
-        pages = [page for page in [*recipe_pages(), *other_pages()] if session(page, prompt)]
+        pages = [page for page in PLAYED_PAGES if session(page, prompt)]
         self.assertGreater(len(pages), 0)
         for page in pages:
             with self.subTest(page=str(page.relative_to(ROOT))):
@@ -117,31 +115,30 @@ class Sessions(unittest.TestCase):
 class Files(unittest.TestCase):
     maxDiff = None
 
-    def test_every_program_is_run_for_a_page(self):
-        recipes = programs("examples/recipes")
-        self.assertEqual(programs("examples"), PAGES.keys() | ELSEWHERE.keys())
-        pages = {**PAGES, **{name: f"docs/recipes/{name}.md" for name in recipes}}
-        self.assertLessEqual(pages.keys(), set(os.listdir(PROGRAMS)))
-        for name, page in pages.items():
-            with self.subTest(program=name):
-                self.assertRegex("".join(blocks(ROOT / page, "console")), rf"(?m)^[$#] .*\./{name}\b")
+    def test_every_program_is_built_and_run(self):
+        self.assertEqual(OTHER_PROGRAMS.keys(), PAGES.keys() | ELSEWHERE.keys())
+        for page in PLAYED_PAGES:
+            commands = re.findall(r"(?m)^[$#] .*", "".join(blocks(page, "console")))
+            for program in programs_of(page):
+                with self.subTest(page=page.name, program=program.name):
+                    self.assertTrue((PROGRAMS / program.stem).exists(), "it is not built")
+                    self.assertRegex("\n".join(commands), rf"\./{program.stem}\b")
 
     def test_every_recipe_has_a_page_and_a_line_in_the_index(self):
-        recipes = sorted(programs("examples/recipes"))
-        self.assertEqual([page.stem for page in recipe_pages()], recipes)
+        self.assertEqual([page.stem for page in RECIPE_PAGES], sorted(RECIPE_PROGRAMS))
         index = re.findall(r"(?m)^- \[.*?\]\((.*?)\.md\)", (RECIPES / "README.md").read_text())
-        self.assertEqual(sorted(index), recipes)
+        self.assertEqual(sorted(index), sorted(RECIPE_PROGRAMS))
 
-    def test_lines_on_a_page_are_those_of_a_program(self):
-        for page in [*recipe_pages(), *other_pages()]:
-            texts = "".join(f"\n{program.read_text()}" for program in shown_by(page))
+    def test_quoted_lines_are_those_of_a_program(self):
+        for page in PLAYED_PAGES:
+            sources = ["\n" + program.read_text() for program in programs_of(page)]
             for block in blocks(page, "c", "cpp"):
                 with self.subTest(page=page.name):
-                    self.assertTrue(f"\n{block}" in texts, f"in no program of the page:\n{block}")
+                    self.assertTrue(any(f"\n{block}" in source for source in sources), f"in no program:\n{block}")
 
     def test_what_a_recipe_refers_to_is_there(self):
         known = {"kel_err_print", *re.findall(r"\bkel_\w+", (ROOT / "platform/kel/socket/kel_socket.map").read_text())}
-        for page in [*recipe_pages(), RECIPES / "README.md"]:
+        for page in [*RECIPE_PAGES, RECIPES / "README.md"]:
             with self.subTest(page=page.name):
                 text = page.read_text()
                 self.assertEqual([name for name in re.findall(r"\b(kel_\w+)\(", text) if name not in known], [])
