@@ -128,6 +128,16 @@ class Record(Case):
         self.compile("-fsyntax-only", "layout.c")
 
 
+class FilterKeys(unittest.TestCase):
+    def test_names_of_the_modules_own_functions_are_listed(self):
+        with open(os.path.join(SOURCE, "platform/kel/socket/kel_socket.cpp"), encoding="utf-8") as file:
+            found = re.findall(r"^\w[^\n;=]*?\b(\w+)\(|\b(?:kel_perror|NULL_CHECK\w*)\(", file.read(), re.M)
+        reporting = {function for function, following in zip(found, found[1:]) if function and not following}
+        self.assertIn("kel_connect", reporting)
+        own = {name for name in reporting if name.startswith("__")}
+        self.assertEqual(set(re.findall(r"`(__\w+)`", text_of("services.md"))), own)
+
+
 class Errno(Case):
     """What is seen of a service that leaves another errno behind, one service after the other."""
 
