@@ -87,6 +87,13 @@ def faults_of_reports(headers):
     yield from (f'the console line "{text}" is in no comment' for text in printed if text not in comments)
 
 
+def faults_of_recipes(headers):
+    there = {os.path.basename(path).removesuffix(".md") for path in glob.glob("docs/recipes/*.md")} - {"README"}
+    named = {recipe for header in headers for page in header.pages for recipe in page.recipes}
+    named |= set(re.findall(r"Recipe: ([\w-]+)", read("platform/include/kel_sctp.h")))
+    yield from differences(there, named, "the recipe")
+
+
 # ---- What the pages say of options and of the environment --------------------------------------------------------------
 
 
@@ -144,6 +151,7 @@ def faults(headers, make):
         yield from faults_of_functions(headers)
         yield from faults_of_services(headers)
         yield from faults_of_reports(headers)
+        yield from faults_of_recipes(headers)
         yield from faults_of_options(folder)
         yield from faults_of_environment(folder)
         yield from faults_of_completion(folder)
