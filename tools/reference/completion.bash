@@ -11,12 +11,14 @@ _kelcat() {
     done
     case ${words[-2]} in
     @VALUED@)
-        [[ ${words[-2]} == --local && $transport == unix* ]] && mapfile -t COMPREPLY < <(compgen -f -- "$word")
+        [[ ${words[-2]} != --local || $transport != unix* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$word")
+        compopt -o filenames 2>/dev/null
         return
         ;;
     esac
     if [[ $word == unix*:* && -z $transport ]]; then
         mapfile -t replies < <(compgen -f -P "${word%%:*}:" -- "${word#*:}")
+        compopt -o filenames 2>/dev/null
     elif [[ $word == packet:* && -z $transport ]]; then
         mapfile -t replies < <(compgen -W "$(printf 'packet:%s ' $(ls /sys/class/net))" -- "$word")
     elif [[ $word == -* || -n $transport ]]; then
