@@ -1,8 +1,9 @@
 #!/usr/bin/python3
 """What others install and link: from a prefix that was moved, and as a part of their own project.
 
-Run by CTest with SOURCE and BUILD, this tree and its build, in the environment. The programs of consumer/ are made with
-g++ and bfd by the installed CMake package, with clang and lld from the sources, and with both by pkg-config.
+Run by CTest with SOURCE and BUILD, this tree and its build, in the environment; with PREFIX, too, tests look at what is
+installed there already. The programs of consumer/ are made with g++ and bfd by the installed CMake package, with clang
+and lld from the sources, and with both by pkg-config.
 """
 
 import os
@@ -47,11 +48,13 @@ class Installed(unittest.TestCase):
         cls.folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(cls.folder.cleanup)
         cls.top = pathlib.Path(cls.folder.name)
-        cls.staged, cls.prefix = cls.top / "staged", cls.top / "moved"
+        shutil.copytree(HERE / "consumer", cls.top / "consumer")  # elsewhere, so that no path of this tree is its own
+        cls.staged, cls.prefix = cls.top / "staged", pathlib.Path(os.environ.get("PREFIX", cls.top / "moved"))
+        if "PREFIX" in os.environ:
+            return
         for component in ("runtime", "development", "tools"):
             run("cmake", "--install", BUILD, "--prefix", "/usr/local", "--component", component, DESTDIR=str(cls.staged))
         shutil.move(cls.staged / "usr/local", cls.prefix)
-        shutil.copytree(HERE / "consumer", cls.top / "consumer")  # elsewhere, so that no path of this tree is its own
 
     def runs(self, program, log, **variables):
         """A consumer's program reports from the module's source by the name that it has in the repository."""
