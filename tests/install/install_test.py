@@ -26,7 +26,8 @@ CLANG = ["-DCMAKE_C_COMPILER=clang-19", "-DCMAKE_CXX_COMPILER=clang++-19",
 # What a program of consumer/CMakeLists.txt writes, and what it does not need.
 PROGRAMS = {"shared": (STAND_IN, ""), "shared_lto": (OWN, ""), "static": (OWN, "kel"), "static_lto": (STAND_IN, "kel"),
             "static_pie": (STAND_IN, "."), "own_allocator": (STAND_IN, "kel|tcmalloc"),
-            "without_sctp": (STAND_IN, "kel|sctp|tcmalloc"), "whole": (STAND_IN, "")}
+            "without_sctp": (STAND_IN, "kel|sctp|tcmalloc"), "fake": (STAND_IN, "kel|sctp|tcmalloc"),
+            "whole": (STAND_IN, "")}
 
 
 def run(*command, **variables):
@@ -123,6 +124,12 @@ class Installed(unittest.TestCase):
         self.runs(self.top / "program", STAND_IN)
         self.assertEqual(needed(self.top / "program"), ["libc.so.6"])
 
+    def test_pkg_config_of_the_fake(self):
+        flags = self.config("--cflags", "--libs", "kel_host", "kel_socket_fake")
+        run("gcc-12", HERE / "consumer/consumer.c", *flags, "-o", self.top / "program")
+        self.runs(self.top / "program", STAND_IN)
+        self.assertNotRegex(" ".join(needed(self.top / "program")), "kel|sctp|tcmalloc")
+
     def test_commands_of_the_page(self):
         commands = re.findall(r"^gcc (?:.*\\\n)*.*$", (SOURCE / "docs/installing.md").read_text(), flags=re.M)
         self.assertGreater(len(commands), 3)
@@ -134,9 +141,7 @@ class Installed(unittest.TestCase):
 
     def test_has_every_header_and_one_version(self):
         headers = {f"kel/{file.name}" for file in (SOURCE / "platform/include").glob("*.h")}
-        headers |= {"kel/host.h", "kel/netinet/sctp.h", "kel/linux/sctp.h"}
-        if (SOURCE / "fake").exists():
-            headers.add("kel/kel_socket_fake.h")
+        headers |= {"kel/host.h", "kel/kel_socket_fake.h", "kel/netinet/sctp.h", "kel/linux/sctp.h"}
         include = self.prefix / "include"
         self.assertEqual({str(file.relative_to(include)) for file in include.rglob("*") if file.is_file()}, headers)
         version, = re.findall(r'KEL_SOCKET_VERSION "(.*)"', (include / "kel/kel_socket.h").read_text())
