@@ -18,6 +18,8 @@
 #ifndef KEL_SOCKET_FAKE_H
 #define KEL_SOCKET_FAKE_H
 
+#include <stdint.h>
+
 #include "kel_socket.h"
 
 #ifdef __cplusplus
@@ -194,7 +196,8 @@ template <typename Result, typename... Arguments, Result (*function)(Arguments..
 #define KEL_FAKE_REPLACE(function, replacement) kel_fake_callable<&function>::replace(#function, replacement)
 #else
 #define KEL_FAKE_REPLACE(function, replacement)                                                                        \
-    ((void)sizeof((replacement) == &(function)), kel_fake_replace(#function, (kel_fake_function_t)(replacement)))
+    ((void)sizeof((replacement) == &(function)),                                                                       \
+     kel_fake_replace(#function, (kel_fake_function_t)(uintptr_t)(replacement)))
 #endif
 
 #endif

@@ -40,6 +40,8 @@ PAGES = {
 ELSEWHERE = {
     "echo_client": "tests/readme",
     "echo_server": "tests/readme",
+    "fake_c_test": "tests/fake",
+    "fake_gmock_test": "tests/fake",
     "platform": "tests/platform",
     "plugin": "tests/platform",
     "plugin_program": "tests/platform",

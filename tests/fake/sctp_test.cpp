@@ -154,7 +154,7 @@ TEST_F(FakeSctp, OneToManyWithPeelOff)
     EXPECT_EQ(kel_sctp_sendmsg(client, NULL, 0, &peers[0], 0, SCTP_EOF, 0, 0, 0), 0);
     EXPECT_EQ(next(peeled), "shutdown");
     EXPECT_EQ(next(peeled), "change 3");
-    EXPECT_EQ(next(peeled), "end");
+    EXPECT_EQ(next(peeled), "nothing");
     close((int)other);
     EXPECT_EQ(kel_fake_open(), 3);
     EXPECT_EQ(next(server), "shutdown");
@@ -194,8 +194,8 @@ TEST_F(FakeSctp, PathsAndNotificationsAreScripted)
     EXPECT_EQ(kel_fake_sctp_notify(client, &lost, sizeof(lost)), KEL_OK);
     EXPECT_EQ(next(client), "change 1");
     EXPECT_EQ(next(client), "ETIMEDOUT");
-    EXPECT_EQ(next(client), "end");
-    EXPECT_EQ(next(accepted), "end");
+    EXPECT_EQ(next(client), "nothing");
+    EXPECT_EQ(next(accepted), "ETIMEDOUT");
 }
 
 TEST_F(FakeSctp, OptionsAndAddressesAreReadBack)
