@@ -8,10 +8,10 @@
  * A test scripts what a function answers, lets a step inside it fail, or puts a function of its own in its place; and
  * it looks up the calls that the application has made.
  *
- *   - function is the name of an exported function, argument that of a parameter in kel_socket.h. One that does not
- *     exist ends the program with a message: it is a slip of the test.
+ *   - function: one that kel_socket.h does not have ends the program with a message: it is a slip of the test.
+ *   - argument: a parameter's name in kel_socket.h; another ends the program, too.
  *   - Descriptors are local sockets underneath: close(2), poll(2) and read(2) serve, too. Descriptors of others, such
- * as a pipe's, go to the system.
+ *     as a pipe's, go to the system.
  *   - Calls that the module makes of its own functions are not recorded, and scripts do not reach them.
  *   - Any function may be called on several threads.
  */
@@ -78,8 +78,8 @@ typedef void (*kel_fake_function_t)(void); /* stands for any function; cast to i
  *
  * @param function    exported function
  * @param replacement a function with the same parameters and result, which KEL_FAKE_REPLACE() makes sure of; NULL
- * brings the module back. It may call exported functions, the one that it replaces included: inside it they are the
- * module's, and not recorded
+ *                    brings the module back. It may call exported functions, the one that it replaces included: inside
+ *                    it they are the module's, and not recorded
  */
 void kel_fake_replace(const char *function, kel_fake_function_t replacement);
 
@@ -107,6 +107,7 @@ typedef struct kel_fake_call_s {
  * Counts the calls of a function.
  *
  * @param function exported function, or NULL for all
+ * @return their number since kel_fake_reset()
  */
 LONG kel_fake_calls(const char *function);
 
@@ -124,6 +125,7 @@ const kel_fake_call_t *kel_fake_call(const char *function, LONG index);
  *
  * @param call     call; NULL ends the program with a message
  * @param argument parameter
+ * @return the argument, never NULL
  */
 const kel_fake_argument_t *kel_fake_argument(const kel_fake_call_t *call, const char *argument);
 
@@ -169,9 +171,13 @@ LONG kel_fake_sctp_path(LONG sockfd, sctp_assoc_t assoc_id, const kel_sockaddr_t
 }
 #endif
 
-/*
- * As kel_fake_replace(), with the name itself and with a replacement of the same type: KEL_FAKE_REPLACE(kel_close,
- * mine). In C++17 and later mine is anything that can be called so, such as a lambda or a mock's AsStdFunction().
+/**
+ * Puts a function of the test in the place of an exported one, as kel_fake_replace(), and does not compile when it is
+ * of another type: KEL_FAKE_REPLACE(kel_close, mine).
+ *
+ * @param function    exported function itself, not its name as a text
+ * @param replacement a function with the same parameters and result; in C++17 and later anything that can be called so,
+ *                    such as a lambda or a mock's AsStdFunction()
  */
 #if defined(__cplusplus) && __cplusplus >= 201703L
 #include <functional>

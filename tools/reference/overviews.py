@@ -62,6 +62,7 @@ def add_definitions(made, section, path, with_titles=False):
         if title:
             made.add(section, [f'.SS "{title}"'])
         made.add(section, [line for text in blocks_of(about) for line in paragraph(text)])
+        code = re.sub(r"\n +\* ", " ", code)
         if max(map(len, code.split("\n"))) > 72:
             code = re.sub(r"  +(?=/\*)", " ", code)
         lines = [escaped(part) for line in code.split("\n") for part in narrow(line)]

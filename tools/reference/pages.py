@@ -60,7 +60,8 @@ def prepare(page):
     page.text = " ".join(function.text for function in page.functions)
     page.takes = lambda *names: any(name in function.names for function in page.functions for name in names)
     page.common = {}
-    for label, text, place, recipes in topics_of(page.division.blocks + page.header.head):
+    is_macro = page.functions[0].is_macro
+    for label, text, place, recipes in () if is_macro else topics_of(page.division.blocks + page.header.head):
         if isinstance(place, list):
             concerned = [name for name in place if page.takes(name)]
             for name in concerned:
