@@ -131,7 +131,11 @@ const kel_fake_argument_t *kel_fake_argument(const kel_fake_call_t *call, const 
 
 /* ---- Network ---------------------------------------------------------------------------------------------------- */
 
-/** Counts the descriptors that are open. */
+/**
+ * Counts the descriptors that are open: at the end of a test, those that the application has left.
+ *
+ * @return their number
+ */
 LONG kel_fake_open(void);
 
 /**

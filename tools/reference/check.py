@@ -6,9 +6,12 @@ import re
 import subprocess
 import tempfile
 
-
 # Where variables of the environment are read, by the page that describes them.
-READERS = {"man7/kel_host.7": "host/*.cpp", "man1/kelcat.1": "tools/kelcat/*.cpp", "man1/kel-guest.1": "tools/guest/guest"}
+READERS = {
+    "man7/kel_host.7": "host/*.cpp",
+    "man1/kelcat.1": "tools/kelcat/*.cpp",
+    "man1/kel-guest.1": "tools/guest/guest",
+}
 
 COMPLETIONS = {  # the line up to the cursor, and what stands there then
     "kelcat t": ["tcp:", "tcp-listen:"],
@@ -35,7 +38,7 @@ def differences(there, described, what):
         yield f"{what} {name} is described, and is not there"
 
 
-# ---- Functions and their arguments -------------------------------------------------------------------------------------
+# ---- Functions and their arguments ----------------------------------------------------------------------------------
 
 
 def faults_of_functions(headers):
@@ -46,13 +49,14 @@ def faults_of_functions(headers):
         code = re.sub(r"/\*.*?\*/|^ *#(?:[^\n]*\\\n)*[^\n]*", "", read(header.path), flags=re.S | re.M)
         declared = re.findall(r"^(?!typedef|static)\w[\w *]*?(\w+)\([^;{]*\)(?: *__attr[^;]*)?;", code, re.M)
         declared += [name for name in re.findall(r"^#define (\w+)\(", read(header.path), re.M) if name[0] != "_"]
-        pages = [function.name for page in header.pages for function in page.functions if function.arguments is not None]
+        functions = [function for page in header.pages for function in page.functions]
+        pages = [function.name for function in functions if function.arguments is not None]
         yield from differences(declared, pages, f"{header.path}: the function")
         for page in header.pages:
             names = {name for function in page.functions for name in function.names}
             yield from differences(names, page.arguments, f"{header.path}: {page.names[0]}: the argument")
-            returns = any(function.type.strip() not in ("", "void") for function in page.functions if function.arguments)
-            if returns and not page.returns and "_create" not in page.names[0]:
+            types = {function.type.strip() for function in page.functions if function.arguments is not None}
+            if types - {"", "void"} and not page.returns and "_create" not in page.names[0]:
                 yield f"{header.path}: {page.names[0]}: the result has no description"
 
 
@@ -63,7 +67,7 @@ def faults_of_services(headers):
     yield from differences(services + ["_kel_print_lv"], re.findall(r"`(\w+)`", " ".join(table)), "the service")
 
 
-# ---- Reports -----------------------------------------------------------------------------------------------------------
+# ---- Reports --------------------------------------------------------------------------------------------------------
 
 
 def quoted(text):
@@ -94,7 +98,7 @@ def faults_of_recipes(headers):
     yield from differences(there, named, "the recipe")
 
 
-# ---- What the pages say of options and of the environment --------------------------------------------------------------
+# ---- What the pages say of options and of the environment -----------------------------------------------------------
 
 
 def faults_of_options(folder):
@@ -123,7 +127,7 @@ def faults_of_completion(folder):
             yield f"completion: \"{line}\" becomes {done.stdout.split()}, not {expected} {done.stderr}"
 
 
-# ---- The pages as the typesetter sees them -----------------------------------------------------------------------------
+# ---- The pages as the typesetter sees them --------------------------------------------------------------------------
 
 
 def faults_of_pages(folder):

@@ -77,8 +77,8 @@ def parameters(text):
 def macros(text, blocks):
     """The one that is defined behind a comment, or those that a table in the comment begins its lines with."""
     table = "\n".join(block for block in blocks if block.startswith(" "))
-    calls = re.findall(r"^ +((\w+)\((.*?)\)) ", table, re.M) or re.findall(r"\A(?:#if.*?^)?#define ((\w+)\((.*?)\))", text,
-                                                                             re.S | re.M)
+    calls = re.findall(r"^ +((\w+)\((.*?)\)) ", table, re.M)
+    calls = calls or re.findall(r"\A(?:#if.*?^)?#define ((\w+)\((.*?)\))", text, re.S | re.M)
     return [Node(name=name, type="", arguments=(of := parameters(inner))[0], names=of[1], text=call, is_macro=True)
             for call, name, inner in calls]
 

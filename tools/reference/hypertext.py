@@ -7,8 +7,6 @@ from comments import BANNER, TOKEN, bare, blocks_of, one_line
 from pages import topics_of
 from troff import sentence
 
-NEW = "\n\n"
-
 
 def plain(text):
     """Text without what Doxygen would take for a command, a tag or a link of its own. Quotations it leaves alone."""
@@ -65,13 +63,15 @@ def filtered(header):
             at = at if page.functions[0].is_macro else source.index("\n\n", at) + 1
         elif match.start() == 0:
             made.append(f"/** @file\n{blocks(header.head[:1])}\n*/\n")
-            made.append(f"/** {'@mainpage' if header.path.endswith('kel_socket.h') else '@file'}\n{NEW.join(head(header))}\n*/")
+            place = "@mainpage" if header.path.endswith("kel_socket.h") else "@file"
+            made.append(f"/** {place}\n" + "\n\n".join(head(header)) + "\n*/")
         elif banner := BANNER.match(match[0]):
             text = blocks(blocks_of(bare("/*\n" + banner[2] + "*/")))
             made.append(("/** @} */\n" if is_open else "") + f"/** @name {plain(banner[1])}\n{text}\n*/\n/** @{{ */\n")
             is_open = True
         else:
-            made.append(exchanged(match[0], source[source.rfind("\n", 0, match.start()) + 1:match.start()], source[at:]))
+            line = source[source.rfind("\n", 0, match.start()) + 1:match.start()]
+            made.append(exchanged(match[0], line, source[at:]))
     made.append(source[at:])
     whole, end, rest = "".join(made).rpartition("\n#ifdef __cplusplus\n}")
     return whole + ("\n/** @} */" if is_open else "") + end + rest

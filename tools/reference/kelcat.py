@@ -11,8 +11,8 @@ def parts_of_help(text):
     usage, about, rest = re.match(r"Usage: (.*)\n(.*)\n\n(.*)", text, re.S).groups()
     parts = {}
     for line in rest.splitlines():
-        if not line.startswith(" ") and (match := re.match(r"(Endpoints|Options|Frames|What ends|Exit|Examples)", line)):
-            parts[match[1]] = []
+        if match := re.match(r"Endpoints|Options|Frames|What ends|Exit|Examples", line):
+            parts[match[0]] = []
         list(parts.values())[-1].append(line)
     return usage, about, parts
 
@@ -71,7 +71,7 @@ def page(text, version, date):
     for status in one_line(" ".join(parts["Exit"])).removeprefix("Exit status: ").split("; "):
         numbers, meaning = re.match(r"([\d, ]+) (.*)", status).groups()
         made.add("EXIT STATUS", item(f'.B "{numbers}"', sentence(meaning)))
-    made.add("EXAMPLES", [".nf", *(escaped(one) for line in parts["Examples"][1:] for one in re.split("   +", line.strip())),
-                          ".fi"])
+    lines = [one for line in parts["Examples"][1:] for one in re.split("   +", line.strip())]
+    made.add("EXAMPLES", [".nf", *map(escaped, lines), ".fi"])
     made.add("SEE ALSO", references(["kel-guest(1)", "kel_socket(7)"]))
     return made.text()

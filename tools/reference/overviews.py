@@ -17,7 +17,10 @@ def overview(name, headers, version, date, more=None, docs=None):
     made.add("NAME", [f"{name} \\- {title[0].lower()}{title[1:]}"])
     made.add("LIBRARY", filled(marked(LIBRARY[base])))
     made.add("SYNOPSIS", [".nf", f".B #include <kel/{base}>"])
-    made.add("SYNOPSIS", [".B #include <kel/kel_sctp.h>"] * (name == "kel_socket") + [".fi"])
+    made.add("SYNOPSIS", [".B #include <kel/kel_sctp.h>"] * (name == "kel_socket"))
+    module = "kel_socket_fake" if name == "kel_socket_fake" else "kel_socket"
+    link = f".B cc program.c $(pkg-config --cflags --libs {module} kel_host)"
+    made.add("SYNOPSIS", [".PP", link.replace("-", "\\-"), ".fi"])
     for block in [] if more else head:
         label, colon, text = without_marks(block, Node(sources=[], recipes=[])).partition(": ")
         labelled = list(topics_of([block]))
@@ -38,9 +41,9 @@ def overview(name, headers, version, date, more=None, docs=None):
     recipes = sorted({recipe for header in headers for page in header.pages for recipe in page.recipes})
     add_recipes(made, recipes)
     if docs:
-        made.add("FILES", item(f".I {docs}/recipes/", "The recipes, a page each, by the names that stand in these pages."))
+        made.add("FILES", item(f".I {docs}/recipes/", "The recipes, a page each, by the names that pages give."))
         made.add("FILES", item(f".I {'' if docs == 'docs' else docs + '/'}examples/", "The programs."))
-    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_sctp(7)", "kel_socket(7)", *["kel_socket_fake(7)"] * os.path.exists("fake")]
+    others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_sctp(7)", "kel_socket(7)", "kel_socket_fake(7)"]
     made.add("SEE ALSO", references([other for other in others if not other.startswith(name + "(")]))
     return made.text()
 

@@ -45,7 +45,7 @@ UNWRITTEN = ("kel_accept", "kel_getpeername", "kel_getsockname")
 
 
 def prepare(page):
-    """What a page has beside its comment: the calls behind its functions, errors, reports, and what others say for it."""
+    """What a page has beside its comment: calls behind its functions, errors, reports, and what others say for it."""
     known = [name for name in page.names if name in facts.ways.FUNCTIONS]
     page.calls = list(dict.fromkeys(call for name in known for call in facts.calls(name)))
     page.errors, page.reports, page.asserts = {}, {}, False
@@ -85,7 +85,8 @@ def topics_of(blocks):
 
 
 def function_page(page, version, date):
-    header, overview = os.path.basename(page.header.path), OVERVIEW.get(os.path.basename(page.header.path), "kel_socket")
+    header = os.path.basename(page.header.path)
+    overview = OVERVIEW.get(header, "kel_socket")
     made = Writer(page.names[0], 3, version, date)
     brief = page.brief[:1].lower() + page.brief[1:]
     made.add("NAME", filled(f"{', '.join(page.names)} \\- {marked(brief)}"))
@@ -161,7 +162,7 @@ def used(path, names):
         return []
     head = re.match(r".*?\(", found[1], re.S)[0]
     indent = " " * len(head) if len(head) < 40 else "        "
-    return textwrap.wrap(one_line(found[1]), 72, subsequent_indent=indent, break_long_words=False, break_on_hyphens=False)
+    return textwrap.wrap(one_line(found[1]), 72, subsequent_indent=indent, break_on_hyphens=False)
 
 
 def add_recipes(made, recipes):

@@ -47,7 +47,8 @@ def capital(text):
 
 def sentence(text, names=()):
     """Begins with a capital, but not a name."""
-    return (text if re.match(r"\w*", text)[0] in names else capital(text)) + ("" if not text or text.endswith((".", ":")) else ".")
+    begun = text if re.match(r"\w*", text)[0] in names else capital(text)
+    return begun + ("" if not text or text.endswith((".", ":")) else ".")
 
 
 def prototype(function):
@@ -87,8 +88,8 @@ def short(lines):
 
 class Writer:
     """Collects sections, and puts them together in the order of the system's pages."""
-    ORDER = ["NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "ARGUMENTS", "RETURN VALUE", "ERRORS", "DIAGNOSTICS", "NOTES",
-             "EXAMPLES", "SEE ALSO"]  # others between the last two but one
+    ORDER = ["NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "ARGUMENTS", "RETURN VALUE", "ERRORS", "DIAGNOSTICS",
+             "NOTES", "EXAMPLES", "SEE ALSO"]  # others stand in front of the examples
 
     def __init__(self, name, section, version, date):
         self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}"'
