@@ -9,7 +9,7 @@ from pages import LIBRARY, add_recipes, topics_of
 from troff import Writer, escaped, filled, item, marked, paragraph, references, sentence
 
 
-def overview(name, headers, version, date, more=None, docs=None):
+def overview(name, headers, version, date, more=None, root=None):
     """What the head of the first header says, or a document, and every function by its division."""
     made, base = Writer(name, 7, version, date), os.path.basename(headers[0].path)
     head = headers[0].head
@@ -40,9 +40,9 @@ def overview(name, headers, version, date, more=None, docs=None):
         add_definitions(made, "TYPES AND CONSTANTS", path)
     recipes = sorted({recipe for header in headers for page in header.pages for recipe in page.recipes})
     add_recipes(made, recipes)
-    if docs:
-        made.add("FILES", item(f".I {docs}/recipes/", "The recipes, a page each, by the names that pages give."))
-        made.add("FILES", item(f".I {'' if docs == 'docs' else docs + '/'}examples/", "The programs."))
+    if root:
+        made.add("FILES", item(f".I {root}/docs/recipes/", "The recipes, a page each, by the names that pages give."))
+        made.add("FILES", item(f".I {root}/examples/", "The programs."))
     others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_sctp(7)", "kel_socket(7)", "kel_socket_fake(7)"]
     made.add("SEE ALSO", references([other for other in others if not other.startswith(name + "(")]))
     return made.text()
