@@ -124,6 +124,11 @@ TEST_F(FakeNetwork, LocalPathsAreTheProcesssOwn)
     CHAR text[10];
     EXPECT_EQ(kel_recvfrom(one, text, sizeof(text), 0, &peer), 5);
     EXPECT_EQ(shown(peer), "file /run/two");
+
+    kel_fake_reset();
+    EXPECT_EQ(kel_recv(one, text, 1, 0), KEL_ERROR);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_GT(kel_unix_udp_socket_create("/run/one", KEL_TRUE), 0);
 }
 
 TEST_F(FakeNetwork, FramesReachTheOthersOnTheInterface)

@@ -135,6 +135,9 @@ static void tcp(kel_domain_t family, const char *text)
     number("recv", kel_recv(client, buffer, sizeof(buffer), MSG_DONTWAIT));
     say("connect again", kel_connect_str(client, family, 9000, text));
     say("bind again", kel_bind_str(client, family, 9001, text, 0, NULL));
+    LONG fresh = kel_socket(family, KEL_SOCK_STREAM, 0);
+    say("bind where somebody listens", kel_bind_str(fresh, family, 9000, text, 0, NULL));
+    kel_close(fresh);
     say("listen connected", kel_listen(client, 5));
     say("accept unlistening", kel_accept(client, &peer));
     say("close", kel_close(client));
@@ -315,7 +318,7 @@ static void sctp_one2one(void)
     say("path of another", kel_sctp_opt_info(client, id, SCTP_GET_PEER_ADDR_INFO, &path, &size));
     struct sctp_initmsg read_init = {0};
     size = sizeof(read_init);
-    number("initmsg", kel_getsockopt(client, SOL_SCTP, SCTP_INITMSG, &read_init, &size));
+    number("initmsg", kel_getsockopt(accepted, SOL_SCTP, SCTP_INITMSG, &read_init, &size));
     printf("streams %d %d, %u\n", read_init.sinit_num_ostreams, read_init.sinit_max_instreams, size);
     struct sctp_event_subscribe read_events = {0};
     size = sizeof(read_events);
@@ -435,6 +438,27 @@ static void sctp_addresses(void)
     say("bindx of nothing", kel_sctp_bindx(sockfd, &one, 1, SCTP_BINDX_ADD_ADDR));
 }
 
+static void sctp_wildcard(void)
+{
+    kel_sockaddr_t peer = record(KEL_AF_INET, "127.0.0.1", 9300);
+    sctp_assoc_t id = -1;
+    LONG server = say("wildcard server", kel_sctp_server_one2one_create(KEL_AF_INET, NULL, 0, 9300, 5, &init, NULL));
+    LONG client = say("client", kel_sctp_client_one2one_create(KEL_AF_INET, &peer, 1, 9300, &init, NULL, &id));
+    LONG accepted = say("accept", kel_accept(server, &peer));
+    address("peer", &peer);
+    kel_getpeername(client, &peer);
+    address("getpeername", &peer);
+    lists("client", client, id);
+    lists("server", accepted, 0);
+    number("send", kel_sctp_send(accepted, "hello", 5, NULL, 0));
+    receive("client", client);
+    kel_close(server);
+    number("send", kel_sctp_send(accepted, "again", 5, NULL, 0));
+    receive("client", client);
+    kel_close(client);
+    kel_close(accepted);
+}
+
 int main(void)
 {
     host_log_to("/dev/null");
@@ -449,5 +473,6 @@ int main(void)
     sctp_one2one();
     sctp_one2many();
     sctp_addresses();
+    sctp_wildcard();
     return 0;
 }
