@@ -4,6 +4,7 @@
  */
 #include "calls.h"
 
+#include <algorithm>
 #include <deque>
 #include <errno.h>
 #include <map>
@@ -26,8 +27,7 @@ namespace kel_fake
 namespace
 {
 
-/* ---- Records ------------------------------------------------------------------------------------------------------
- */
+/* ---- Records ----------------------------------------------------------------------------------------------------- */
 
 struct Record {
     kel_fake_call_t call = {};
@@ -107,8 +107,7 @@ template <typename Value> void keep_data(Record &record, kel_fake_argument_t &ar
     }
 }
 
-/* ---- Scripts ------------------------------------------------------------------------------------------------------
- */
+/* ---- Scripts ----------------------------------------------------------------------------------------------------- */
 
 struct Script {
     LONG result;
@@ -190,8 +189,7 @@ State &state()
 thread_local const Script *running;   /* of the function that is running, if one of its steps fails */
 thread_local bool inside_replacement; /* what that calls is the module's */
 
-/* ---- One call ------------------------------------------------------------------------------------------------------
- */
+/* ---- One call ---------------------------------------------------------------------------------------------------- */
 
 Record &new_record(const Export &entry)
 {
@@ -339,6 +337,14 @@ void kel_fake_output(const char *function, const char *argument, const void *dat
 
 void kel_fake_fail(const char *function, const char *step, int error, LONG times)
 {
+    constexpr const char *steps[] = {
+#define STEP(name) #name,
+#include "steps.inc"
+#undef STEP
+    };
+    if (std::none_of(std::begin(steps), std::end(steps), [&](const char *known) { return strcmp(known, step) == 0; })) {
+        refuse("no step is called %s", step);
+    }
     const std::lock_guard lock(state().mutex);
     state().need(function).scripts.push_back({0, error, times, step, {}});
 }

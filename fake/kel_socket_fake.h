@@ -83,7 +83,7 @@ typedef void (*kel_fake_function_t)(void); /* stands for any function; cast to i
  */
 void kel_fake_replace(const char *function, kel_fake_function_t replacement);
 
-/* ---- Records ---------------------------------------------------------------------------------------------------- */
+/* ---- Records ----------------------------------------------------------------------------------------------------- */
 
 /* One argument of a recorded call. */
 typedef struct kel_fake_argument_s {
@@ -129,7 +129,7 @@ const kel_fake_call_t *kel_fake_call(const char *function, LONG index);
  */
 const kel_fake_argument_t *kel_fake_argument(const kel_fake_call_t *call, const char *argument);
 
-/* ---- Network ---------------------------------------------------------------------------------------------------- */
+/* ---- Network ----------------------------------------------------------------------------------------------------- */
 
 /**
  * Counts the descriptors that are open: at the end of a test, those that the application has left.

@@ -47,8 +47,7 @@ State &state()
     return only;
 }
 
-/* ---- Descriptors ----------------------------------------------------------------------------------------------------
- */
+/* ---- Descriptors ------------------------------------------------------------------------------------------------- */
 
 ino_t inode_of(int fd)
 {
@@ -87,23 +86,25 @@ int as_inbox(int fd)
     return fd;
 }
 
-/* What a descriptor was is over: its peers hear of it, its address is free. */
-void bury(const EndpointPtr &endpoint, bool at_once)
-{
-    sctp_close(endpoint, at_once);
-    auto &endpoints = state().endpoints;
-    endpoints.erase(std::remove(endpoints.begin(), endpoints.end(), endpoint), endpoints.end());
-}
-
-/* ---- Addresses ------------------------------------------------------------------------------------------------------
- */
-
 std::string path_of(const kel_sockaddr_t &address)
 {
     const char *path = address.un.sun_path;
     const size_t most = sizeof(address.un.sun_path);
     return std::string(path, path[0] == '\0' ? most : strnlen(path, most));
 }
+
+/* What a descriptor was is over: its peers hear of it, its address is free. */
+void bury(const EndpointPtr &endpoint, bool at_once)
+{
+    sctp_close(endpoint, at_once);
+    auto &endpoints = state().endpoints;
+    endpoints.erase(std::remove(endpoints.begin(), endpoints.end(), endpoint), endpoints.end());
+    if (endpoint->family == AF_UNIX && !endpoint->local.empty() && endpoint->local[0].un.sun_path[0] == '\0') {
+        state().files.erase(path_of(endpoint->local[0])); /* a name, but no file */
+    }
+}
+
+/* ---- Addresses --------------------------------------------------------------------------------------------------- */
 
 socklen_t length_of(int family)
 {
@@ -151,8 +152,7 @@ EndpointPtr at_path(const kel_sockaddr_t &address, int type)
     return owner;
 }
 
-/* ---- Connecting and sending -----------------------------------------------------------------------------------------
- */
+/* ---- Connecting and sending -------------------------------------------------------------------------------------- */
 
 void connect_stream(Endpoint &endpoint, int fd, const kel_sockaddr_t &address)
 {
@@ -322,8 +322,7 @@ int index_of(const Interface &of)
 
 } // namespace
 
-/* ---- Endpoints ------------------------------------------------------------------------------------------------------
- */
+/* ---- Endpoints --------------------------------------------------------------------------------------------------- */
 
 Endpoint::~Endpoint()
 {
@@ -424,8 +423,7 @@ void reset()
     state().interfaces = first_interfaces;
 }
 
-/* ---- Addresses ------------------------------------------------------------------------------------------------------
- */
+/* ---- Addresses --------------------------------------------------------------------------------------------------- */
 
 bool same_address(const kel_sockaddr_t &left, const kel_sockaddr_t &right)
 {
@@ -539,8 +537,7 @@ void give_address(const kel_sockaddr_t &from, struct sockaddr *addr, socklen_t *
     *length = all;
 }
 
-/* ---- Messages -------------------------------------------------------------------------------------------------------
- */
+/* ---- Messages ---------------------------------------------------------------------------------------------------- */
 
 union Control {
     struct cmsghdr header;
@@ -603,8 +600,7 @@ int give_option(const std::string &bytes, void *value, socklen_t *length)
 
 } // namespace kel_fake_net
 
-/* ---- Calls of the system --------------------------------------------------------------------------------------------
- */
+/* ---- Calls of the system ----------------------------------------------------------------------------------------- */
 
 using namespace kel_fake_net;
 

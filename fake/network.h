@@ -94,8 +94,7 @@ struct Label {
     int error; /* of a message that is none, but the end of the association */
 };
 
-/* ---- Calls of the system --------------------------------------------------------------------------------------------
- */
+/* ---- Calls of the system ----------------------------------------------------------------------------------------- */
 
 extern std::recursive_mutex mutex; /* guards everything here; never held while a call may block */
 using Lock = std::unique_lock<std::recursive_mutex>;
@@ -142,8 +141,7 @@ class KeepErrno
     int saved = errno;
 };
 
-/* ---- Endpoints ------------------------------------------------------------------------------------------------------
- */
+/* ---- Endpoints --------------------------------------------------------------------------------------------------- */
 
 void reset();
 
@@ -163,8 +161,7 @@ void make_inbox(Endpoint &endpoint, int fd);
 void join(int fd, const Endpoint &server, const EndpointPtr &accepted);
 void join_by_inbox(const Endpoint &server, const EndpointPtr &accepted);
 
-/* ---- Addresses ------------------------------------------------------------------------------------------------------
- */
+/* ---- Addresses --------------------------------------------------------------------------------------------------- */
 
 bool same_address(const kel_sockaddr_t &left, const kel_sockaddr_t &right); /* ports apart */
 bool is_wildcard(const kel_sockaddr_t &address);
@@ -186,8 +183,7 @@ uint16_t free_port(const Endpoint &endpoint);
 /* Binds an endpoint that is bound to nothing yet, at a port of its own. */
 void bind_free(Endpoint &endpoint, const kel_sockaddr_t &address);
 
-/* ---- Messages -------------------------------------------------------------------------------------------------------
- */
+/* ---- Messages ---------------------------------------------------------------------------------------------------- */
 
 /* Writes into an inbox. Of flags, MSG_DONTWAIT counts. */
 ssize_t deliver(int inbox, const void *message, size_t length, const Label &label, int flags);
@@ -201,8 +197,7 @@ int waiting(int fd, int flags);
 /* Hands out the bytes of an option; of one that was never set, zeros. */
 int give_option(const std::string &bytes, void *value, socklen_t *length);
 
-/* ---- SCTP -----------------------------------------------------------------------------------------------------------
- */
+/* ---- SCTP -------------------------------------------------------------------------------------------------------- */
 
 AssociationPtr sctp_connect(const EndpointPtr &endpoint, int fd, std::vector<kel_sockaddr_t> addresses);
 void sctp_close(const EndpointPtr &endpoint, bool at_once);

@@ -25,40 +25,12 @@
 #include "exports.inc"
 #undef EXPORT
 
-#define SYSTEM(name) RENAME(name, "kel_net_")
-SYSTEM(accept)
-SYSTEM(bind)
-SYSTEM(close)
-SYSTEM(connect)
-SYSTEM(getpeername)
-SYSTEM(getsockname)
-SYSTEM(getsockopt)
-SYSTEM(if_nametoindex)
-SYSTEM(ioctl)
-SYSTEM(listen)
-SYSTEM(recv)
-SYSTEM(recvfrom)
-SYSTEM(sctp_bindx)
-SYSTEM(sctp_connectx)
-SYSTEM(sctp_freeladdrs)
-SYSTEM(sctp_freepaddrs)
-SYSTEM(sctp_getladdrs)
-SYSTEM(sctp_getpaddrs)
-SYSTEM(sctp_opt_info)
-SYSTEM(sctp_peeloff)
-SYSTEM(sctp_recvmsg)
-SYSTEM(sctp_send)
-SYSTEM(sctp_sendmsg)
-SYSTEM(send)
-SYSTEM(sendto)
-SYSTEM(setsockopt)
-SYSTEM(socket)
-SYSTEM(tc_free)
-SYSTEM(tc_malloc)
-#undef SYSTEM
+#define STEP(name) RENAME(name, "kel_net_")
+#include "steps.inc"
+#undef STEP
 #undef RENAME
 
-/* The module gives one symbol a name by itself, unlink. */
+/* The module names one symbol by itself, unlink. */
 #define __asm__(name) __asm__("kel_net_" name)
 
 #endif

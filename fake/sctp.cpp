@@ -80,8 +80,7 @@ struct sockaddr_storage to_storage(const kel_sockaddr_t &address)
     return storage;
 }
 
-/* ---- Notifications --------------------------------------------------------------------------------------------------
- */
+/* ---- Notifications ----------------------------------------------------------------------------------------------- */
 
 /* Delivers what the end of an association has subscribed to. */
 bool notify(const Association &about, const void *record, size_t size)
@@ -132,8 +131,7 @@ void notify_unsent(const Association &about, const struct sctp_sndrcvinfo &info,
     notify(about, whole.data(), whole.size());
 }
 
-/* ---- The life of an association
- * -------------------------------------------------------------------------------------- */
+/* ---- The life of an association ---------------------------------------------------------------------------------- */
 
 AssociationPtr make_association(const EndpointPtr &owner, const std::vector<kel_sockaddr_t> &peers)
 {
@@ -228,8 +226,7 @@ void move_messages(const Endpoint &from, const Endpoint &to, sctp_assoc_t id)
     }
 }
 
-/* ---- Lists, as libsctp packs them
- * ------------------------------------------------------------------------------------ */
+/* ---- Lists, as libsctp packs them -------------------------------------------------------------------------------- */
 
 size_t entry_size(int family)
 {
@@ -289,8 +286,7 @@ void remove_addresses(Endpoint &endpoint, const std::vector<kel_sockaddr_t> &add
     }
 }
 
-/* ---- Option records
- * -------------------------------------------------------------------------------------------------- */
+/* ---- Option records ---------------------------------------------------------------------------------------------- */
 
 template <typename Record> int give(const Record &record, void *value, socklen_t *length)
 {
@@ -325,8 +321,7 @@ uint8_t &event_flag(Endpoint &endpoint, const struct sctp_event &event)
 
 } // namespace
 
-/* ---- Associations
- * ---------------------------------------------------------------------------------------------------- */
+/* ---- Associations ------------------------------------------------------------------------------------------------ */
 
 AssociationPtr sctp_connect(const EndpointPtr &endpoint, int fd, std::vector<kel_sockaddr_t> addresses)
 {
@@ -375,8 +370,7 @@ void sctp_close(const EndpointPtr &endpoint, bool at_once)
     }
 }
 
-/* ---- Messages
- * -------------------------------------------------------------------------------------------------------- */
+/* ---- Messages ---------------------------------------------------------------------------------------------------- */
 
 ssize_t sctp_receive(Lock &lock, Endpoint &endpoint, int fd, void *buffer, size_t length, int flags, Label &label,
                      int &out)
@@ -461,8 +455,7 @@ ssize_t sctp_transmit(Lock &lock, const EndpointPtr &endpoint, int fd, const voi
     return deliver(target->inbox, message, length, label, waiting(fd, flags));
 }
 
-/* ---- Options
- * --------------------------------------------------------------------------------------------------------- */
+/* ---- Options ----------------------------------------------------------------------------------------------------- */
 
 int sctp_get_option(Endpoint &endpoint, int option, void *value, socklen_t *length)
 {
@@ -549,8 +542,7 @@ int sctp_set_option(Endpoint &endpoint, int option, const void *value, socklen_t
 
 } // namespace kel_fake_net
 
-/* ---- Calls of libsctp
- * ------------------------------------------------------------------------------------------------ */
+/* ---- Calls of libsctp -------------------------------------------------------------------------------------------- */
 
 using namespace kel_fake_net;
 

@@ -205,6 +205,7 @@ TEST_F(FakeScripts, RecordEveryCallWithItsArgumentsInOrder)
 TEST_F(FakeScripts, EndTheProgramWhenTheyAskForWhatThereIsNot)
 {
     EXPECT_DEATH(kel_fake_return("kel_conect", 0, 0, 1), "no function is called kel_conect");
+    EXPECT_DEATH(kel_fake_fail("kel_connect", "conect", 0, 1), "no step is called conect");
     EXPECT_DEATH(kel_fake_output("kel_recv", "buf", "", 1), "kel_recv has no kel_fake_return");
     EXPECT_DEATH(kel_fake_argument(kel_fake_call("kel_recv", 0), "buf"), "there is no call whose buf");
 }
