@@ -10,8 +10,8 @@
  *
  *   - function: one that kel_socket.h does not have ends the program with a message: it is a slip of the test.
  *   - argument: a parameter's name in kel_socket.h; another ends the program, too.
- *   - Descriptors are local sockets underneath: close(2), poll(2) and read(2) serve, too. Descriptors of others, such
- *     as a pipe's, go to the system.
+ *   - Descriptors are local sockets underneath: close(2), poll(2) and read(2) serve, too. Of others, such as a
+ *     pipe's, what closes, sends, receives, or asks for options goes to the system.
  *   - Calls that the module makes of its own functions are not recorded, and scripts do not reach them.
  *   - Any function may be called on several threads.
  */
@@ -32,7 +32,7 @@ extern "C" {
  */
 void kel_fake_reset(void);
 
-/* ---- Scripts: used up in the order in which they were given; then the function is the module's again ------------ */
+/* ---- Scripts: a function uses up its own in their order, and is then the module's again -------------------------- */
 
 #define KEL_FAKE_ALWAYS (-1) /* times: until kel_fake_reset() */
 
