@@ -6,6 +6,8 @@ import re
 import subprocess
 import tempfile
 
+import pages
+
 # Where variables of the environment are read, by the page that describes them.
 READERS = {
     "man7/kel_host.7": "host/*.cpp",
@@ -58,6 +60,20 @@ def faults_of_functions(headers):
             types = {function.type.strip() for function in page.functions if function.arguments is not None}
             if types - {"", "void"} and not page.returns and "_create" not in page.names[0]:
                 yield f"{header.path}: {page.names[0]}: the result has no description"
+
+
+def faults_of_subjects(headers):
+    """What the head of kel_socket.h and its divisions have for others reaches a page, and nothing else is waited for."""
+    header = headers[0]
+    blocks = header.head[2:] + [block for division in header.divisions for block in division.blocks]
+    topics = {label: place for label, _, place, _ in pages.topics_of(blocks)}
+    reached = {label for page in header.pages for common in page.common.values() for label, _ in common}
+    for label, place in topics.items():
+        if isinstance(place, list) and all(any(page.takes(name) for page in header.pages) for name in place):
+            reached.add(label)
+    wanted = set(topics) | {block.partition(": ")[0] for block in header.head[2:]}
+    yield from (f"{header.path}: no page is told of: {label}" for label in sorted(wanted - reached))
+    yield from (f"no comment speaks of: {label}" for label in pages.CONCERNS if label not in topics)
 
 
 def faults_of_services(headers):
@@ -153,6 +169,7 @@ def faults(headers, make):
     with tempfile.TemporaryDirectory() as folder:
         make(folder)
         yield from faults_of_functions(headers)
+        yield from faults_of_subjects(headers)
         yield from faults_of_services(headers)
         yield from faults_of_reports(headers)
         yield from faults_of_recipes(headers)

@@ -114,7 +114,6 @@ def read(path):
     """A header: its head comment, and its divisions with a page for each doc comment."""
     source = open(path, encoding="utf-8").read()
     header = Node(path=path, head=blocks_of(bare(TOKEN.search(source)[0])), divisions=[])
-    header.version = re.search(r'VERSION "(.*)"', source)
     for match in TOKEN.finditer(source):
         if banner := BANNER.match(match[0]):
             title, _, rule = banner[1].partition(": ")
@@ -124,7 +123,7 @@ def read(path):
             page = described(bare(match[0]))
             behind = source[match.end():].lstrip("\n")
             page.functions = macros(behind, page.paragraphs) or declarations(behind)
-            page.header, page.start, page.end = header, match.start(), match.end()
+            page.header, page.start = header, match.start()
             if not header.divisions:
                 header.divisions.append(Node(title="", rule="", blocks=[], pages=[]))
             page.division = header.divisions[-1]

@@ -6,7 +6,7 @@ import re
 
 import ways
 
-DIVISIONS = ways.read()
+ways.read()
 REPORT = re.compile(r'report (?:(\w+) )?"([^"]*)".*')
 
 
@@ -29,8 +29,8 @@ ERRORS, OF_PATHS = table()
 @functools.cache
 def steps(name):
     """The rows of a function with what each calls and with the ends of its failures."""
-    calls = [row.is_call and re.match(r"\w+", row.step)[0] for row in ways.rows_of(name)]
-    return [(row, call, [events for _, (events, _) in row.fails]) for row, call in zip(ways.rows_of(name), calls)]
+    return [(row, row.is_call and re.match(r"\w+", row.step)[0], [events for _, (events, _) in row.fails])
+            for row in ways.rows_of(name)]
 
 
 def calls(name):

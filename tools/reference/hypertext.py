@@ -15,7 +15,8 @@ def plain(text):
 
 
 def blocks(texts):
-    return "\n\n".join(plain(text) for text in texts if text)
+    return "\n\n".join(f"@verbatim\n{text}\n@endverbatim" if text.startswith(" ") else plain(text)
+                       for text in texts if text)
 
 
 def of_group(page):

@@ -20,14 +20,15 @@ LIBRARY = {
 SERVICE = "Supplied by the platform; the stand-in platform (libkel_host, -lkel_host; pkg-config kel_host) has it, too"
 SECTION = {"inet_pton": 3, "inet_ntop": 3, "if_nametoindex": 3, "tc_malloc": None}  # others: 3 of libsctp, else 2
 
-# The pages that a paragraph of the header's head concerns, by its opening word, and its section there. One that opens
-# with names of arguments goes to these.
+# The pages that a paragraph of a header's head or of a division concerns, by its opening words, and its section there.
+# One that opens with names of arguments goes to these.
 WAITING = {"accept", "connect", "recv", "recvfrom", "send", "sendto", "sctp_connectx", "sctp_send", "sctp_sendmsg",
            "sctp_recvmsg"}
+UNWRITTEN = ("kel_accept", "kel_getpeername", "kel_getsockname", "kel_recvfrom")
 CONCERNS = {
     "Numbers": ("NOTES", lambda page: page.takes("sockfd", "flags", "level", "maxClient", "domain")),
     "Byte order": ("NOTES", lambda page: "kel_sockaddr_t" in page.text or page.takes("port", "s_port")),
-    "Unwritten records": ("NOTES", lambda page: page.takes("src_addr") or page.names[0] in UNWRITTEN),
+    "Unwritten records": ("NOTES", lambda page: page.names[0] in UNWRITTEN),
     "Descriptors": ("NOTES", lambda page: "descriptor" in page.returns or "_create" in page.names[0]),
     "Constructors": ("RETURN VALUE", lambda page: "_create" in page.names[0] and not page.returns),
     "Steps": ("DIAGNOSTICS", lambda page: "_create" in page.names[0]),
@@ -41,7 +42,6 @@ CONCERNS = {
     "Memory": ("NOTES", lambda page: True),
     "Threads": ("NOTES", lambda page: True),
 }
-UNWRITTEN = ("kel_accept", "kel_getpeername", "kel_getsockname")
 
 
 def prepare(page):
