@@ -63,7 +63,7 @@ def faults_of_functions(headers):
 
 
 def faults_of_subjects(headers):
-    """What the head of kel_socket.h and its divisions have for others reaches a page, and nothing else is waited for."""
+    """What the head of kel_socket.h and its divisions say for others reaches a page, and nothing else is awaited."""
     header = headers[0]
     blocks = header.head[2:] + [block for division in header.divisions for block in division.blocks]
     topics = {label: place for label, _, place, _ in pages.topics_of(blocks)}
