@@ -1,4 +1,11 @@
-"""Reads the comments of the public headers: what stands in front of functions, at the head and over each division."""
+"""Reads the comments of the public headers: what stands in front of functions, at the head and over each division.
+
+A doc comment serves the functions in front of the next empty line, or the macros that a table in it begins its lines
+with. Its first sentence says what they do; @param and @return are Doxygen's. A paragraph that begins with "Reported"
+quotes the texts of reports, and "what kel_x() reports" stands for those of another function. "Recipe: NAME." and "See
+name(3)." may end any paragraph. The items of a list at the head or over a division begin with the argument or the
+subject that they are about, and a colon: they reach the pages that it concerns.
+"""
 
 import re
 from types import SimpleNamespace as Node
