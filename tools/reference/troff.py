@@ -92,7 +92,7 @@ class Writer:
              "NOTES", "EXAMPLES", "SEE ALSO"]  # others stand in front of the examples
 
     def __init__(self, name, section, version, date):
-        self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}"'
+        self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}"\n.ad l\n.nh'
 
     def add(self, section, lines):
         body = self.sections.setdefault(section, [])
