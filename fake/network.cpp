@@ -617,10 +617,11 @@ int kel_net_socket(int domain, int type, int protocol)
         require(domain == AF_UNIX || domain == AF_PACKET || endpoint->is_inet(), EAFNOSUPPORT);
         const bool is_packet = domain == AF_PACKET && (endpoint->type == SOCK_RAW || endpoint->type == SOCK_DGRAM);
         const bool is_datagram = domain != AF_PACKET && !endpoint->is_sctp() && endpoint->type == SOCK_DGRAM;
-        const bool is_stream = domain != AF_PACKET && endpoint->type == SOCK_STREAM;
+        const bool is_stream = (domain != AF_PACKET && endpoint->type == SOCK_STREAM) ||
+                               (domain == AF_UNIX && endpoint->type == SOCK_SEQPACKET);
         const bool is_many = endpoint->is_sctp() && endpoint->type == SOCK_SEQPACKET;
         require(is_packet || is_datagram || is_stream || is_many, ESOCKTNOSUPPORT);
-        const int below = endpoint->is_sctp() ? SOCK_SEQPACKET : SOCK_STREAM;
+        const int below = endpoint->is_sctp() ? SOCK_SEQPACKET : endpoint->type;
         const int fd = is_stream ? ::socket(AF_UNIX, below | flags, 0) : make_pair(*endpoint, flags);
         require(fd != -1, errno);
         add(endpoint, fd);
