@@ -76,6 +76,9 @@ struct Record {
 
 template <typename Pointer> using pointee = std::remove_cv_t<std::remove_pointer_t<Pointer>>;
 
+template <typename Pointee> constexpr size_t size_of = sizeof(Pointee);
+template <> constexpr size_t size_of<void> = 1;
+
 template <typename Pointer> constexpr bool is_input = std::is_const_v<std::remove_pointer_t<Pointer>>;
 
 template <typename Value> void keep_data(Record &record, kel_fake_argument_t &argument, Value value)
@@ -134,11 +137,9 @@ template <typename Value> void write_output(const Record &record, size_t index, 
         if constexpr (std::is_same_v<Pointee, kel_sockaddr_t *>) {
             *value = static_cast<kel_sockaddr_t *>(malloc(data.size()));
             memcpy(*value, data.data(), data.size());
-        } else if constexpr (std::is_void_v<Pointee> ||
-                             sizeof(std::conditional_t<std::is_void_v<Pointee>, char, Pointee>) == 1) {
-            memcpy(value, data.data(), std::min(data.size(), record.length(data.size())));
         } else {
-            memcpy(value, data.data(), std::min(data.size(), sizeof(Pointee)));
+            const size_t room = size_of<Pointee> == 1 ? record.length(data.size()) : size_of<Pointee>;
+            memcpy(value, data.data(), std::min(data.size(), room));
         }
     }
 }
@@ -157,25 +158,16 @@ struct State {
 #include "exports.inc"
 #undef EXPORT
     };
-    std::deque<std::unique_ptr<Record>> records;
-
-    Export *find(const char *function)
-    {
-        for (Export &entry : exports) {
-            if (strcmp(entry.name, function) == 0) {
-                return &entry;
-            }
-        }
-        return nullptr;
-    }
+    std::deque<std::shared_ptr<Record>> records;
 
     Export &need(const char *function)
     {
-        Export *found = find(function);
-        if (found == nullptr) {
-            refuse("no function is called %s", function);
+        for (Export &entry : exports) {
+            if (strcmp(entry.name, function) == 0) {
+                return entry;
+            }
         }
-        return *found;
+        refuse("no function is called %s", function);
     }
 };
 
@@ -191,9 +183,9 @@ thread_local bool inside_replacement; /* what that calls is the module's */
 
 /* ---- One call ---------------------------------------------------------------------------------------------------- */
 
-Record &new_record(const Export &entry)
+std::shared_ptr<Record> new_record(const Export &entry)
 {
-    auto record = std::make_unique<Record>();
+    auto record = std::make_shared<Record>();
     record->call.function = entry.name;
     const std::string names = entry.arguments;
     for (size_t from = 0; from < names.size();) {
@@ -203,7 +195,7 @@ Record &new_record(const Export &entry)
     }
     record->call.arguments = record->arguments.data();
     record->call.count = (LONG)record->arguments.size();
-    return *record.release();
+    return record;
 }
 
 std::unique_ptr<Script> next_script(Export &entry)
@@ -227,15 +219,15 @@ Result pass(const char *name, Result (*module)(Arguments...), Arguments... argum
 
     const int before = errno;
     Export &entry = state().need(name);
-    Record &record = new_record(entry);
+    const std::shared_ptr<Record> record = new_record(entry); /* a reset may forget it while the call goes on */
     [[maybe_unused]]
     size_t i = 0;
-    ((record.arguments[i++].value = (LONG)arguments), ...);
+    ((record->arguments[i++].value = (LONG)arguments), ...);
     i = 0;
-    (keep_data(record, record.arguments[i++], arguments), ...);
+    (keep_data(*record, record->arguments[i++], arguments), ...);
 
     std::unique_lock lock(state().mutex);
-    state().records.emplace_back(&record);
+    state().records.push_back(record);
     const std::unique_ptr<Script> script = next_script(entry);
     const kel_fake_function_t replacement = entry.replacement;
     lock.unlock();
@@ -244,7 +236,7 @@ Result pass(const char *name, Result (*module)(Arguments...), Arguments... argum
     errno = before;
     if (script != nullptr && script->step.empty()) {
         i = 0;
-        (write_output(record, i++, arguments, *script), ...);
+        (write_output(*record, i++, arguments, *script), ...);
         result = (Result)script->result;
         errno = script->error != 0 ? script->error : before;
     } else if (script == nullptr && replacement != nullptr) {
@@ -259,8 +251,8 @@ Result pass(const char *name, Result (*module)(Arguments...), Arguments... argum
 
     const int behind = errno;
     lock.lock();
-    record.call.result = (LONG)result;
-    record.call.error = behind;
+    record->call.result = (LONG)result;
+    record->call.error = behind;
     lock.unlock();
     errno = behind;
     return result;
