@@ -4,7 +4,6 @@
 
 #include <errno.h>
 #include <fstream>
-#include <regex>
 #include <string.h>
 
 #include "host.h"
@@ -42,9 +41,9 @@ TEST_F(FakeScripts, AreThereForEveryExport)
     std::ifstream map(KEL_SOCKET_MAP);
     int exports = 0;
     for (std::string line; std::getline(map, line);) {
-        std::smatch name;
-        if (std::regex_match(line, name, std::regex(" +(\\w+);"))) {
-            EXPECT_EQ(kel_fake_calls(name[1].str().c_str()), 0); /* ends the program when there is none */
+        if (line.substr(0, 4) == "    " && line.back() == ';' && line != "    *;") {
+            const std::string name = line.substr(4, line.size() - 5);
+            EXPECT_EQ(kel_fake_calls(name.c_str()), 0); /* ends the program when there is none */
             exports++;
         }
     }
@@ -127,15 +126,14 @@ TEST_F(FakeScripts, LetAStepFailWithTheModulesOwnReports)
     host_watch(NULL);
 
     EXPECT_EQ(kel_fake_open(), 0);
-    EXPECT_TRUE(std::regex_match(
-        console, std::regex("\033\\[1;31mkel_connect\\.\\d+:connect :: Connection timed out\033\\[m"
-                            "\033\\[1;31mkel_tcp_client_socket_create\\.\\d+:connet tcp socket: Connection timed out"
-                            "\033\\[m")))
-        << console;
-    const std::string source = "log\\(0, 2, platform/kel/socket/kel_socket.cpp, \\d+, ";
-    EXPECT_TRUE(std::regex_match(
-        logged, std::regex(source + "kel_connect\\) .*\n" + source + "kel_tcp_client_socket_create\\) .*\n")))
-        << logged;
+    EXPECT_THAT(console, testing::MatchesRegex(
+                             "\033\\[1;31mkel_connect\\.[0-9]+:connect :: Connection timed out\033\\[m"
+                             "\033\\[1;31mkel_tcp_client_socket_create\\.[0-9]+:connet tcp socket: Connection timed out"
+                             "\033\\[m"));
+    EXPECT_THAT(logged, testing::MatchesRegex(
+                            "log\\(0, 2, platform/kel/socket/kel_socket.cpp, [0-9]+, kel_connect\\) [^\n]*\n"
+                            "log\\(0, 2, platform/kel/socket/kel_socket.cpp, [0-9]+, kel_tcp_client_socket_create\\) "
+                            "[^\n]*\n"));
 }
 
 TEST_F(FakeScripts, ReportThroughThePrintFilter)
