@@ -195,9 +195,9 @@ ssize_t send_ip(Lock &lock, Endpoint &endpoint, const void *message, size_t leng
     require(length <= largest, EMSGSIZE);
     const EndpointPtr target = reached(endpoint, address, false);
     const Label label = {source(endpoint, address), {}, 0, 0};
-    lock.unlock();
     const bool is_heard = target != nullptr && (!target->connected || (same_address(target->peer, label.from) &&
                                                                        port_of(target->peer) == port_of(label.from)));
+    lock.unlock();
     if (is_heard) {
         const KeepErrno keep;
         deliver(target->inbox, message, length, label, MSG_DONTWAIT);
