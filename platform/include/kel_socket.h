@@ -13,7 +13,7 @@
  *     int.
  *   - Byte order: ports are in host byte order as arguments; in records, ports and addresses are in network byte order.
  *   - Descriptors: none that the module returns is close-on-exec: programs that the process starts inherit it, unless
- *     fcntl(2) sets FD_CLOEXEC. Recipe: close-on-exec.
+ *     fcntl(2) sets FD_CLOEXEC, or SOCK_CLOEXEC stands in the type that kel_socket() gets. Recipe: close-on-exec.
  *   - Constructors: the result of every kel_..._create() is a descriptor that the caller ends with kel_close(), or
  *     KEL_ERROR with nothing left open.
  *   - Steps: a constructor reports the step that failed, after what the step itself reports. The socket comes first: a
