@@ -53,7 +53,7 @@ static kel_sockaddr_t record(kel_domain_t family, const char *text, SHORT port)
 static int waits(LONG sockfd)
 {
     struct pollfd question = {(int)sockfd, POLLIN, 0};
-    return poll(&question, 1, 5000) == 1;
+    return poll(&question, 1, 60000) == 1;
 }
 
 /* Receives one thing, in parts of at most size bytes. */
