@@ -18,6 +18,7 @@ sys.path.insert(0, os.path.join(SOURCE, "tools"))
 from machine import patience  # noqa: E402
 
 INCLUDE = ["-I" + os.path.join(SOURCE, "platform/include")]
+FAKE = os.path.join(SOURCE, "fake")
 PRIVATE = ["-I" + os.path.join(SOURCE, "platform/kel/socket")]
 MODULE = "platform/kel/socket/kel_socket.cpp"
 VERSION = "KEL_SOCKET_1"  # of all exports
@@ -130,6 +131,23 @@ class Headers(Case):
                     checked = [compiler, "-std=" + standard, "-Wall", "-Wextra", "-Wshadow", "-Werror", *folders]
                     self.compile(*checked, "-Wpedantic", "-Wformat=2", "-fsyntax-only", uses)
                     self.compile(*checked, "-Wsystem-headers", "-Wno-format-security", "-fsyntax-only", headers)
+
+    def test_of_the_fake_replaces_functions_by_those_of_their_type_in_any_standard(self):
+        """Others are refused even where the compiler keeps its warnings about a header to itself."""
+        text = ('#include "kel_socket_fake.h"\nstatic {0} mine({0} sockfd) {{ return sockfd; }}\nvoid use(void);\n'
+                'void use(void) {{ KEL_FAKE_REPLACE(kel_close, NULL); KEL_FAKE_REPLACE(kel_close, mine); }}\n')
+        other = {"c": "int", "cpp": "char *"}  # in C++17 an int serves: what can be called so is taken
+        for (compiler, _), (suffix, standards) in zip(COMPILERS, STANDARDS.items()):
+            taken = self.write("taken." + suffix, text.format("LONG"))
+            refused = self.write("refused." + suffix, text.format(other[suffix]))
+            for standard in standards:
+                with self.subTest(compiler=compiler, standard=standard):
+                    checked = [compiler, "-std=" + standard, *INCLUDE, "-fsyntax-only"]
+                    self.compile(*checked, "-I" + FAKE, "-Wall", "-Wextra", "-Wshadow", "-Wpedantic", "-Wformat=2",
+                                 "-Werror", taken)
+                    done = run(*checked, "-isystem", FAKE, refused)
+                    self.assertNotEqual(done.returncode, 0)
+                    self.assertIn("mine", done.stdout)
 
     def test_formats_are_checked_by_the_compiler(self):
         wrong = [("KEL_SysLog", '0, SYSLOG_ERR, "file", 1, "func", "%s", 1'), ("KEL_Printf", '"%s", 1'),
