@@ -18,9 +18,9 @@
 #ifndef KEL_SOCKET_FAKE_H
 #define KEL_SOCKET_FAKE_H
 
-#include <stdint.h>
-
 #include "kel_socket.h"
+
+#include <stdint.h>
 
 #ifdef __cplusplus
 extern "C" {

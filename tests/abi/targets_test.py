@@ -5,7 +5,7 @@ import os
 import re
 import unittest
 
-from abi_test import INCLUDE, PUBLIC, SOURCE, Case, run
+from abi_test import FAKE, INCLUDE, PUBLIC, SOURCE, Case, run
 
 REFUSED = [["gcc-12", "-m32"], ["gcc-12", "-mx32"],
            *(["clang-19", f"--target={target}"] for target in ("i386-linux-gnu", "armeb-linux-gnueabi",
@@ -16,13 +16,13 @@ SENTENCE = "the socket module needs a 64-bit little-endian target, such as x86-6
 class Targets(Case):
     def complaints(self, header, compiler):
         """What the compiler says of a header, without the system headers of its target, which need not be there."""
-        folders = [*INCLUDE, "-I" + os.path.join(SOURCE, "host")]
+        folders = [*INCLUDE, "-I" + os.path.join(SOURCE, "host"), "-I" + FAKE]
         source = self.write("alone.c", f'#include "{header}"\n')
         said = run(*compiler, "-std=c11", "-Wall", "-Wextra", "-Wsystem-headers", *folders, "-fsyntax-only", source)
         return re.findall(r"^(\S+?):\d+:\d+: (?:fatal )?(?:error|warning): (.*)", said.stdout, re.MULTILINE)
 
     def test_of_other_sizes_or_byte_orders_are_refused_before_all_else(self):
-        for header in [*PUBLIC, "host.h"]:
+        for header in [*PUBLIC, "host.h", "kel_socket_fake.h"]:
             for compiler in REFUSED:
                 with self.subTest(header=header, compiler=compiler):
                     (file, text), *others = self.complaints(header, compiler)
