@@ -16,6 +16,7 @@
 #include <string.h>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "kel_sctp.h"
@@ -181,6 +182,25 @@ State &state()
 thread_local const Script *running;   /* of the function that is running, if one of its steps fails */
 thread_local bool inside_replacement; /* what that calls is the module's */
 
+/* Gives a variable another value to the end of a block, also where an exception is that end. */
+template <typename Value> class Change
+{
+  public:
+    Change(Value &changed, Value value) : variable(changed), before(std::exchange(changed, value))
+    {
+    }
+    ~Change()
+    {
+        variable = before;
+    }
+    Change(const Change &) = delete;
+    Change &operator=(const Change &) = delete;
+
+  private:
+    Value &variable;
+    const Value before;
+};
+
 /* ---- One call ---------------------------------------------------------------------------------------------------- */
 
 std::shared_ptr<Record> new_record(const Export &entry)
@@ -240,13 +260,11 @@ Result pass(const char *name, Result (*module)(Arguments...), Arguments... argum
         result = (Result)script->result;
         errno = script->error != 0 ? script->error : before;
     } else if (script == nullptr && replacement != nullptr) {
-        inside_replacement = true;
+        const Change now(inside_replacement, true);
         result = reinterpret_cast<Result (*)(Arguments...)>(replacement)(arguments...);
-        inside_replacement = false;
     } else {
-        running = script.get();
+        const Change<const Script *> now(running, script.get());
         result = module(arguments...);
-        running = nullptr;
     }
 
     const int behind = errno;
@@ -305,6 +323,8 @@ void kel_fake_reset(void)
         }
         state().records.clear();
     }
+    running = nullptr; /* longjmp() out of a function leaves both as they were inside it */
+    inside_replacement = false;
     kel_fake_net::reset();
 }
 

@@ -79,7 +79,7 @@ typedef void (*kel_fake_function_t)(void); /* stands for any function; cast to i
  * @param function    exported function
  * @param replacement a function with the same parameters and result, which KEL_FAKE_REPLACE() makes sure of; NULL
  *                    brings the module back. It may call exported functions, the one that it replaces included: inside
- *                    it they are the module's, and not recorded
+ *                    it they are the module's, and not recorded. It may throw
  */
 void kel_fake_replace(const char *function, kel_fake_function_t replacement);
 

@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <fstream>
+#include <setjmp.h>
 #include <string.h>
 
 #include "host.h"
@@ -170,6 +171,36 @@ TEST_F(FakeScripts, LeaveTheAnswerToAMock)
     EXPECT_CALL(close, Call(3)).WillOnce(testing::Return(-9));
 
     EXPECT_EQ(kel_close(3), -9);
+}
+
+TEST_F(FakeScripts, GoOnBehindAFunctionThatHasThrown)
+{
+    testing::MockFunction<decltype(kel_close)> close;
+    KEL_FAKE_REPLACE(kel_close, close.AsStdFunction());
+    EXPECT_CALL(close, Call(3)).WillOnce(testing::Throw(7)).WillOnce(testing::Return(-9));
+
+    EXPECT_THROW(kel_close(3), int);
+    EXPECT_EQ(kel_close(3), -9);
+    EXPECT_EQ(kel_fake_calls("kel_close"), 2);
+}
+
+jmp_buf behind;
+
+LONG jump(LONG)
+{
+    longjmp(behind, 1);
+}
+
+TEST_F(FakeScripts, GoOnBehindTheResetWhenAFunctionHasJumpedAway)
+{
+    KEL_FAKE_REPLACE(kel_close, jump);
+    if (setjmp(behind) == 0) {
+        kel_close(3);
+    }
+
+    kel_fake_reset();
+    kel_close(-1);
+    EXPECT_EQ(kel_fake_calls("kel_close"), 1);
 }
 
 TEST_F(FakeScripts, RecordEveryCallWithItsArgumentsInOrder)
