@@ -8,7 +8,6 @@
 #include <kel/kel_socket.h>
 #include <pthread.h>
 #include <stdarg.h>
-#include <stdbool.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -92,6 +91,15 @@ LONG KEL_module_register(const char *name, kel_module_t *record)
     return result;
 }
 
+/* A module may register while others report. Its record and the name in it stay. */
+static const char *name_of(ULONG module_id)
+{
+    pthread_mutex_lock(&registry);
+    const kel_module_t *module = MODULE_ID_IS_ILLEGAL(module_id) ? NULL : modules[module_id];
+    pthread_mutex_unlock(&registry);
+    return module == NULL ? "?" : module->name;
+}
+
 /* ---- Reports: filter, log and assertion come from any thread, and leave errno to the report ------------------- */
 
 __typeof__(_kel_print_lv) _kel_print_lv; /* the enumeration has no name */
@@ -121,12 +129,11 @@ static void write_record(const char *source, const char *format, va_list argumen
 void KEL_SysLog(ULONG module_id, int level, const char *file, int line, const char *func, const char *format, ...)
 {
     static const char *const levels[KEL_SYSLOGLEVELS_NUM] = {"?", "crit", "err", "warning", "info", "debug"};
-    const bool is_known = !MODULE_ID_IS_ILLEGAL(module_id) && modules[module_id] != NULL;
     char source[300];
     va_list arguments;
     va_start(arguments, format);
     snprintf(source, sizeof(source), "%s %s %s:%d %s: ", levels[level >= 0 && level < KEL_SYSLOGLEVELS_NUM ? level : 0],
-             is_known ? modules[module_id]->name : "?", file, line, func);
+             name_of(module_id), file, line, func);
     write_record(source, format, arguments);
     va_end(arguments);
 }
