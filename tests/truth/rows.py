@@ -71,7 +71,9 @@ row("socket", "EMFILE", lambda: within(descriptors(0), make))
 in_guest("socket", "ENFILE", lambda: within(files(0), make))
 in_guest("socket", "ENOBUFS", lambda: squeezed("ENOBUFS", lambda: make(AF_INET6)))
 in_guest("socket", "ENOMEM", lambda: squeezed("ENOMEM", make))
+in_guest("socket", "EPERM", lambda: within(without(CAP_NET_RAW), lambda: make(AF_PACKET, SOCK_RAW)))
 row("socket", "EPROTONOSUPPORT", lambda: make(AF_INET, SOCK_STREAM, IPPROTO_UDP))
+row("socket", "ESOCKTNOSUPPORT", lambda: make(AF_INET, SOCK_RDM))
 
 row("getpeername", "EFAULT", lambda: kel("getpeername", to_itself(), NOWHERE))
 row("getpeername", "ENOTCONN", lambda: kel("getpeername", tcp(), PEER))
@@ -136,7 +138,9 @@ row("connect", "EALREADY", lambda: connect_to_full(wait=False, times=2))
 row("connect", "EFAULT", lambda: kel("connect", tcp(), half_a_record()))
 row("connect", "EINPROGRESS", lambda: connect_to_full(wait=False))
 row("connect", "EINTR", lambda: within(signals(), connect_to_full))
+in_guest("connect", "EINVAL", lambda: kel("connect", socket(AF_INET6), inet6("fe80::77")))
 row("connect", "EISCONN", lambda: kel("connect", pair()[0], inet()))
+in_guest("connect", "EHOSTUNREACH", lambda: kel("connect", tcp(), inet(9, UNREACHABLE)))
 in_guest("connect", "ENETUNREACH", lambda: kel("connect", tcp(), inet(9, ELSEWHERE)))
 in_guest("connect", "ETIMEDOUT", connect_to_full)
 
@@ -211,6 +215,7 @@ for path, error, guest in (
 
 
 row("unlink", "EISDIR", lambda: using(Place(), lambda place: serve(place / "folder")))
+row("unlink", "EFAULT", lambda: serve(None))
 in_guest("unlink", "ENOMEM", lambda: using(Place(), lambda place: squeezed("ENOMEM", lambda: serve(place / "file"))))
 
 
@@ -264,12 +269,13 @@ def binds_without_memory():
 # ---- Interfaces ------------------------------------------------------------------------------------------------------
 
 
-def fill(descriptor):
+def fill(descriptor, interface="lo"):
     """The module closes it when the query fails."""
-    return kel("addr_fill", descriptor, PEER, 17, 0, None, 3, "lo")
+    return kel("addr_fill", descriptor, PEER, 17, 0, None, 3, interface)
 
 
 row("ioctl", "EBADF", lambda: fill(UNUSED))
+row("ioctl", "ENODEV", lambda: fill(tcp().detach(), "no-such-name"))
 row("ioctl", "EINVAL", lambda: fill(os.open("/dev/urandom", os.O_RDONLY)))
 row("ioctl", "ENOTTY", lambda: fill(os.open("/dev/null", os.O_RDONLY)))
 
@@ -277,6 +283,21 @@ row("ioctl", "ENOTTY", lambda: fill(os.open("/dev/null", os.O_RDONLY)))
 in_guest("if_nametoindex", "ENODEV", lambda: kel("raw_sendto", UNUSED, INTERFACE + "-and-more", "x", 1, 0))
 
 # ---- Sending ---------------------------------------------------------------------------------------------------------
+
+
+def break_off(connection):
+    """Ends it with a reset."""
+    connection.setsockopt(SOL_SOCKET, SO_LINGER, struct.pack("=ii", 1, 0))
+    connection.close()
+
+
+def answered_by_nobody():
+    """One who has heard that nobody is there: what comes next fails with that."""
+    nobody, client = to_itself(), udp()  # it receives from itself alone
+    client.connect(nobody.getsockname())
+    client.send(b"x")
+    select([client], [], [])
+    return client
 
 
 def add_sender(call, send):
@@ -336,8 +357,7 @@ def add_sender(call, send):
     @row(call, "ECONNRESET")
     def sends_to_one_who_broke_off():
         client, server = pair()
-        server.setsockopt(SOL_SOCKET, SO_LINGER, struct.pack("=ii", 1, 0))
-        server.close()
+        break_off(server)
         select([client], [], [])
         send(client)
 
@@ -385,6 +405,18 @@ def add_sender(call, send):
 
 for call, send in SENDERS.items():
     add_sender(call, send)
+for call in ("send", "sendto"):
+    row(call, "ECONNREFUSED", lambda send=SENDERS[call]: send(answered_by_nobody()))
+in_guest("sendto", "ENETUNREACH", lambda: kel("sendto", udp(), "x", 1, 0, inet(9, ELSEWHERE)))
+
+
+@in_guest("sendto", "ENETDOWN")
+def sends_out_of_an_interface_that_is_down():
+    run("ip link add asleep type veth peer name beside")
+    address = record(struct.pack("=HHi", AF_PACKET, 0, if_nametoindex("asleep")))
+    kel("sendto", socket(AF_PACKET, SOCK_RAW), bytes(14), 14, 0, address)
+    run("ip link del asleep")
+
 
 # ---- Receiving -------------------------------------------------------------------------------------------------------
 
@@ -392,17 +424,17 @@ for call, send in SENDERS.items():
 def add_receiver(call, receive):
     row(call, "EAGAIN", lambda: receive(without_waiting(to_itself())))
 
-    @row(call, "ECONNREFUSED")
-    def receives_from_nobody():
-        nobody, client = to_itself(), udp()  # it receives from itself alone
-        client.connect(nobody.getsockname())
-        client.send(b"x")
-        select([client], [], [])
-        receive(client)
+    row(call, "ECONNREFUSED", lambda: receive(answered_by_nobody()))
 
     def with_a_message(client):
         client.send(b"x")
         return client
+
+    @row(call, "ECONNRESET")
+    def receives_from_one_who_broke_off():
+        client, server = pair()
+        break_off(server)
+        receive(client)
 
     row(call, "EFAULT", lambda: receive(with_a_message(to_itself()), NOWHERE))
     row(call, "EINTR", lambda: within(signals(), lambda: receive(to_itself())))

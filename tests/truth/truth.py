@@ -19,6 +19,7 @@ NOWHERE = 64  # no memory of this process
 UNUSED = 999  # no descriptor of it
 SILENT = "10.9.9.2"  # in the guest: a neighbour that never answers
 ELSEWHERE = "203.0.113.77"  # an address that no machine has
+UNREACHABLE = "10.9.8.1"  # in the guest: one that a route refuses
 INTERFACE = "fifteen-letters"  # that leads to the neighbour
 MSG_FASTOPEN, TCP_FASTOPEN_CONNECT, TCP_FASTOPEN_NO_COOKIE, UDP_SEGMENT, IP_RECVERR = 0x20000000, 30, 34, 103, 11
 
@@ -221,7 +222,8 @@ def signals():
 
 
 MS_RDONLY, MS_BIND = 1, 4096
-CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER, CAP_NET_BIND_SERVICE, CAP_SYS_ADMIN = 1, 2, 3, 10, 21
+CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER = 1, 2, 3
+CAP_NET_BIND_SERVICE, CAP_NET_RAW, CAP_SYS_ADMIN = 10, 13, 21
 
 
 def run(command):
@@ -286,6 +288,7 @@ def prepare_guest():
         f"ip link set {INTERFACE} up",
         "ip link set far up",
         f"ip neighbour add {SILENT} lladdr 02:00:00:00:00:02 dev {INTERFACE}",
+        f"ip route add unreachable {UNREACHABLE}",
         f"mkdir {MEMORY}",
         f"mount -t cgroup -o memory none {MEMORY}",
     ):

@@ -27,7 +27,7 @@ def table(path):
     call, pairs = "", {}
     with open(path, encoding="utf-8") as file:
         for line in file:
-            name, _, reason = line.strip().partition("  - ")
+            name, _, reason = line.strip().removesuffix("  +").partition("  - ")
             if line.startswith("  "):
                 pairs[call, name] = reason
             elif line.strip() and not line.startswith("#"):
@@ -89,7 +89,7 @@ def main():
     if in_guest:
         truth.prepare_guest()
     for call, error, needs_guest, scene in truth.rows:
-        if reason := pairs.get((call, error), "it is in no manual page"):
+        if reason := pairs.get((call, error), "it is not in the table"):
             faults.append(f"{call} {error} has a row, but {reason}")
         if needs_guest and not in_guest:
             continue
