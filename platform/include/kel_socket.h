@@ -23,8 +23,9 @@
  *     closes it again.
  *   - Failures: the result is KEL_ERROR. errno is what the failed call left, unless a report or a close behind it has
  *     changed it: the module never sets, saves or restores it.
- *   - Failures without a call: a null pointer or a text that is no address leaves errno as it was. An endpoint's report
- *     then ends in words that have nothing to do with the failure, as in "connet tcp socket: Success".
+ *   - Failures without a call: a null pointer or a text that is no address leaves errno as the calls in front of it
+ *     did. An endpoint's report then ends in words that have nothing to do with the failure, as in "connet tcp socket:
+ *     Success".
  *   - Reports: the texts that are quoted are reports at the error level. On the console, function and line stand in
  *     front of the text and, null pointers apart, the words of errno behind it; the system log gets the text alone. The
  *     print filter may suppress a report; the result stays the same.

@@ -1,5 +1,6 @@
 """What the reference lacks, and what it describes that is not there."""
 
+import errno
 import glob
 import os
 import re
@@ -13,6 +14,12 @@ READERS = {
     "man7/kel_host.7": "host/*.cpp",
     "man1/kelcat.1": "tools/kelcat/*.cpp",
     "man1/kel-guest.1": "tools/guest/guest",
+}
+
+OF_OTHERS = {  # errors that a page names, and that its functions do not leave
+    ("kel_sctp_client_one2one_create", "ESOCKTNOSUPPORT"): "what is said of a kernel without SCTP is said of all",
+    ("kel_addr_fill", "EINVAL"): "the call that gets the record refuses it",
+    ("kel_udp_client_socket_create", "EINVAL"): "the server's record is not bound, and the local bind is not reported",
 }
 
 COMPLETIONS = {  # the line up to the cursor, and what stands there then
@@ -107,6 +114,19 @@ def faults_of_reports(headers):
     yield from (f'the console line "{text}" is in no comment' for text in printed if text not in comments)
 
 
+def faults_of_errors(headers):
+    """The errors that a page's words name, against its list."""
+    exceptions = set(OF_OTHERS)
+    for page in headers[0].pages:
+        common = [text for texts in page.common.values() for _, text in texts]
+        words = " ".join([*page.paragraphs, *page.arguments.values(), page.returns, page.reported, *common])
+        for error in sorted(set(re.findall(r"\bE[A-Z]+\b", words)) & set(errno.errorcode.values()) - set(page.errors)):
+            if (page.names[0], error) not in OF_OTHERS:
+                yield f"{page.names[0]}: the error {error} is named and not listed"
+            exceptions -= {(page.names[0], error)}
+    yield from (f"{name}: the error {error} needs no exception" for name, error in sorted(exceptions))
+
+
 def faults_of_recipes(headers):
     there = {os.path.basename(path).removesuffix(".md") for path in glob.glob("docs/recipes/*.md")} - {"README"}
     named = {recipe for header in headers for page in header.pages for recipe in page.recipes}
@@ -172,6 +192,7 @@ def faults(headers, make):
         yield from faults_of_subjects(headers)
         yield from faults_of_services(headers)
         yield from faults_of_reports(headers)
+        yield from faults_of_errors(headers)
         yield from faults_of_recipes(headers)
         yield from faults_of_options(folder)
         yield from faults_of_environment(folder)
