@@ -8,6 +8,7 @@ import subprocess
 import tempfile
 
 import pages
+from troff import escaped
 
 # Where variables of the environment are read, by the page that describes them.
 READERS = {
@@ -167,6 +168,9 @@ def faults_of_completion(folder):
 
 
 def faults_of_pages(folder):
+    commands = re.findall(r"^```\w*\n(.*?)\n```", read("host/README.md"), re.M | re.S)
+    page = read(f"{folder}/man/man7/kel_host.7")
+    yield from (f"kel_host(7) lacks these lines:\n{lines}" for lines in commands if escaped(f"\n{lines}\n") not in page)
     paths = sorted(os.path.relpath(path, f"{folder}/man") for path in glob.glob(f"{folder}/man/man*/*"))
     texts = {path: read(f"{folder}/man/{path}") for path in paths}
     links = {path: text.split()[1] for path, text in texts.items() if text.startswith(".so ")}

@@ -87,10 +87,13 @@ def records_page(version, date):
 
 
 def markdown(made, path):
-    """Paragraphs, lists and one kind of table, in whose first column is what the others tell about."""
+    """Paragraphs, lists, commands in fences, and one kind of table, in whose first column is what the others tell
+    about."""
     text, section, columns = open(path, encoding="utf-8").read(), "DESCRIPTION", []
     for block in re.split(r"\n\n|\n(?=\||- )", re.sub(r"\[([^]]*)\]\([^)]*\)", r"\1", text)):
-        if block.startswith("#"):
+        if block.startswith("```"):
+            made.add(section, [".PP", ".nf", *map(escaped, block.split("\n")[1:-1]), ".fi"])
+        elif block.startswith("#"):
             section = block.lstrip("# ").upper() if block.startswith("##") else section
         elif match := re.match(r"- (.*?): (.*)", block, re.S):
             made.add(section, item(f".B {escaped(match[1].strip('`'))}", one_line(match[2])))
