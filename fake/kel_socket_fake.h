@@ -206,14 +206,15 @@ template <typename Result, typename... Arguments, Result (*function)(Arguments..
 #define KEL_FAKE_REPLACE(function, replacement) kel_fake_callable<&function>::replace(#function, replacement)
 #else
 #ifdef __cplusplus
-#define kel_fake_same_type(function, replacement) sizeof((replacement) == &(function))
+#define __kel_fake_same_type(function, replacement) sizeof((replacement) == &(function))
 #else
 /* Of pointers to functions of two types ?: makes a void *, which a compiler may only warn of; for that there is no case
  * here. NULL becomes a pointer to the function's type. */
-#define kel_fake_same_type(function, replacement) _Generic(1 ? (replacement) : &(function), __typeof__(&(function)): 0)
+#define __kel_fake_same_type(function, replacement)                                                                    \
+    _Generic(1 ? (replacement) : &(function), __typeof__(&(function)): 0)
 #endif
 #define KEL_FAKE_REPLACE(function, replacement)                                                                        \
-    ((void)kel_fake_same_type(function, replacement),                                                                  \
+    ((void)__kel_fake_same_type(function, replacement),                                                                \
      kel_fake_replace(#function, (kel_fake_function_t)(uintptr_t)(replacement)))
 #endif
 
