@@ -93,11 +93,15 @@ class Installed(unittest.TestCase):
 
     def test_sources_as_a_part_of_another_project(self):
         build = self.top / "part"
-        programs = PROGRAMS.keys() - {"fake"}  # whose library takes as long to compile as all else here
+        programs = PROGRAMS.keys() - {"fake"}  # whose library takes as long to compile as all else here: see below
         self.make(build, programs, *CLANG, f"-DSOURCE={SOURCE}", f"-DCMAKE_INSTALL_PREFIX={build}/prefix")
         for name in programs:
             self.holds_no_path_of_the_builder(build / name)
         self.assertRegex(run("readelf", "-p", ".comment", build / "static"), "Linker: .*LLD")
+        of_all, of_fake = (run("ninja", "-C", build, "-t", "commands", target) for target in ("kel_socket/all", "fake"))
+        self.assertIn("libkel_host.a", of_all)
+        self.assertEqual(set(re.findall(r"tools/kelcat|libkel_socket_fake\.a", of_all)), set(), "it named neither")
+        self.assertIn("libkel_socket_fake.a", of_fake)
         run("cmake", "--install", build)
         self.assertFalse((build / "prefix").exists(), "it installs more than what that project itself does")
 
