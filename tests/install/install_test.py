@@ -102,6 +102,7 @@ class Installed(unittest.TestCase):
         self.assertIn("libkel_host.a", of_all)
         self.assertEqual(set(re.findall(r"tools/kelcat|libkel_socket_fake\.a", of_all)), set(), "it named neither")
         self.assertIn("libkel_socket_fake.a", of_fake)
+        self.assertEqual(set(re.findall(r" -(?:O1|g1)\b", of_fake)), set(), "as if for our tests")
         run("cmake", "--install", build)
         self.assertFalse((build / "prefix").exists(), "it installs more than what that project itself does")
 
