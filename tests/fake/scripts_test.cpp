@@ -6,6 +6,7 @@
 #include <fstream>
 #include <setjmp.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "host.h"
 #include "kel_sctp.h"
@@ -191,16 +192,22 @@ LONG jump(LONG)
     longjmp(behind, 1);
 }
 
-TEST_F(FakeScripts, GoOnBehindTheResetWhenAFunctionHasJumpedAway)
+/* A process of its own: what the call had allocated is lost, and a sanitizer would say so. */
+[[noreturn]]
+void go_on_behind_a_jump()
 {
     KEL_FAKE_REPLACE(kel_close, jump);
     if (setjmp(behind) == 0) {
         kel_close(3);
     }
-
     kel_fake_reset();
     kel_close(-1);
-    EXPECT_EQ(kel_fake_calls("kel_close"), 1);
+    _exit(kel_fake_calls("kel_close") == 1 ? 0 : 1);
+}
+
+TEST_F(FakeScripts, GoOnBehindTheResetWhenAFunctionHasJumpedAway)
+{
+    EXPECT_EXIT(go_on_behind_a_jump(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(FakeScripts, RecordEveryCallWithItsArgumentsInOrder)
