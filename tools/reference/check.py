@@ -144,6 +144,9 @@ def faults_of_options(folder):
     yield from differences(table, re.findall(r"^\.BI? .*--([\w-]+)", page, re.M), "kelcat: the option")
     completed = re.findall(r"^(?:.*')?--([\w-]+)", read(f"{folder}/kelcat").partition("<<<")[2], re.M)
     yield from differences(table, completed, "completion of kelcat: the option")
+    guest = re.findall(r'add_argument\(\s*"--([\w-]+)"', read("tools/guest/guest"))
+    page = read(f"{folder}/man/man1/kel-guest.1").replace("\\-", "-").partition(".SH OPTIONS")[2].partition(".SH")[0]
+    yield from differences([*guest, "help"], re.findall(r"^\.B .*--([\w-]+)", page, re.M), "kel-guest: the option")
 
 
 def faults_of_environment(folder):
@@ -151,8 +154,8 @@ def faults_of_environment(folder):
         code = "".join(map(read, glob.glob(readers)))
         there = re.findall(r'(?:getenv\(|environ\.get\(|environ\[)"(\w+)"', code)
         text = read(f"{folder}/man/{page}")
-        section = re.search(r"^\.S[Hh] ENVIRONMENT\n(.*?)(?=^\.S[Hh] )", text, re.M | re.S)
-        described = re.findall(r"^\.B (\w+)", section[1], re.M) if section else re.findall(r"\bTMPDIR\b", text)
+        section = re.search(r"^\.SH ENVIRONMENT\n(.*?)(?=^\.SH )", text, re.M | re.S)
+        described = re.findall(r"^\.B (\w+)", section[1], re.M) if section else []
         yield from differences(there, described, f"{page}: the variable")
 
 
@@ -184,7 +187,7 @@ def faults_of_pages(folder):
         yield from (f"{where}: longer than 80 columns: {line}" for line in re.sub(".\b", "", lines).splitlines()
                     if len(line) > 80)
     for path, text in texts.items():
-        for name, section in re.findall(r"^\.(?:BR|Xr) (kel\S*|host_\w+) \(?(\d)", text, re.M):
+        for name, section in re.findall(r"^\.BR (kel\S*|host_\w+) \(?(\d)", text, re.M):
             if f"man{section}/{name}.{section}" not in texts:
                 yield f"{path} refers to {name}({section}), which has no page"
 

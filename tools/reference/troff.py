@@ -92,7 +92,8 @@ class Writer:
              "NOTES", "EXAMPLES", "SEE ALSO"]  # others stand in front of the examples
 
     def __init__(self, name, section, version, date):
-        self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}"\n.ad l\n.nh'
+        # A title of the manual's between the names would run into long ones.
+        self.sections, self.head = {}, f'.TH {name} {section} {date} "kel_socket {version}" ""\n.ad l\n.nh'
 
     def add(self, section, lines):
         body = self.sections.setdefault(section, [])
