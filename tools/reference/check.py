@@ -10,11 +10,11 @@ import tempfile
 import pages
 from troff import escaped
 
-# Where variables of the environment are read, by the page that describes them.
+# Where variables of the environment are read, by the page that describes them; kelcat has the stand-ins within.
 READERS = {
-    "man7/kel_host.7": "host/*.cpp",
-    "man1/kelcat.1": "tools/kelcat/*.cpp",
-    "man1/kel-guest.1": "tools/guest/guest",
+    "man7/kel_host.7": ["host/*.cpp"],
+    "man1/kelcat.1": ["tools/kelcat/*.cpp", "host/*.cpp"],
+    "man1/kel-guest.1": ["tools/guest/guest"],
 }
 
 OF_OTHERS = {  # errors that a page names, and that its functions do not leave
@@ -151,7 +151,7 @@ def faults_of_options(folder):
 
 def faults_of_environment(folder):
     for page, readers in READERS.items():
-        code = "".join(map(read, glob.glob(readers)))
+        code = "".join(read(path) for reader in readers for path in glob.glob(reader))
         there = re.findall(r'(?:getenv\(|environ\.get\(|environ\[)"(\w+)"', code)
         text = read(f"{folder}/man/{page}")
         section = re.search(r"^\.SH ENVIRONMENT\n(.*?)(?=^\.SH )", text, re.M | re.S)

@@ -28,6 +28,10 @@ def options_of(lines):
     return found
 
 
+ENVIRONMENT = {  # of the stand-in platform, which kelcat has within
+    "KEL_HOST_LOG": "Where the log goes, as kel_host(7) tells.",
+    "KEL_HOST_FILTER": "What is not reported, as kel_host(7) tells.",
+}
 TAKERS = re.compile(r"([a-z-]+(?:, [a-z-]+)*)( \(not -listen\))?: ")
 
 
@@ -71,7 +75,9 @@ def page(text, version, date):
     for status in one_line(" ".join(parts["Exit"])).removeprefix("Exit status: ").split("; "):
         numbers, meaning = re.match(r"([\d, ]+) (.*)", status).groups()
         made.add("EXIT STATUS", item(f'.B "{numbers}"', sentence(meaning)))
+    for name, use in ENVIRONMENT.items():
+        made.add("ENVIRONMENT", item(f".B {name}", use))
     lines = [one for line in parts["Examples"][1:] for one in re.split("   +", line.strip())]
     made.add("EXAMPLES", [".nf", *map(escaped, lines), ".fi"])
-    made.add("SEE ALSO", references(["kel-guest(1)", "kel_socket(7)"]))
+    made.add("SEE ALSO", references(["kel-guest(1)", "kel_host(7)", "kel_socket(7)"]))
     return made.text()
