@@ -26,13 +26,15 @@
 extern "C" {
 #endif
 
+/* ---- Beginning and end ------------------------------------------------------------------------------------------- */
+
 /**
  * Forgets scripts, replacements, records and interfaces, and closes every descriptor that is still open. For the
  * beginning of a test, or its end.
  */
 void kel_fake_reset(void);
 
-/* ---- Scripts: a function uses up its own in their order, and is then the module's again -------------------------- */
+/* ---- Scripts: a function uses up its scripts in their order, and is then the module's again ---------------------- */
 
 #define KEL_FAKE_ALWAYS (-1) /* times: until kel_fake_reset() */
 
@@ -174,6 +176,8 @@ LONG kel_fake_sctp_path(LONG sockfd, sctp_assoc_t assoc_id, const kel_sockaddr_t
 #ifdef __cplusplus
 }
 #endif
+
+/* ---- Replacement, with its type looked at ------------------------------------------------------------------------ */
 
 /**
  * Puts a function of the test in the place of an exported one, as kel_fake_replace(), and does not compile when it is

@@ -51,12 +51,17 @@ def head(header):
 
 
 def filtered(header):
-    """The header's text with its comments exchanged."""
+    """The header's text with its comments exchanged. A group ends where the next begins, the declarations in C end, or
+    the header does."""
     source, pages = open(header.path, encoding="utf-8").read(), {page.start: page for page in header.pages}
+    c_ends = source.index("\n#ifdef __cplusplus\n}") if "\n#ifdef __cplusplus\n}" in source else 0
     made, at, is_open = [], 0, False
     for match in TOKEN.finditer(source):
         if match.start() < at:
             continue
+        if is_open and at <= c_ends < match.start():
+            made += [source[at:c_ends], "\n/** @} */"]
+            at, is_open = c_ends, False
         made.append(source[at:match.start()])
         at = match.end()
         if page := pages.get(match.start()):
@@ -73,6 +78,5 @@ def filtered(header):
         else:
             line = source[source.rfind("\n", 0, match.start()) + 1:match.start()]
             made.append(exchanged(match[0], line, source[at:]))
-    made.append(source[at:])
-    whole, end, rest = "".join(made).rpartition("\n#ifdef __cplusplus\n}")
-    return whole + ("\n/** @} */" if is_open else "") + end + rest
+    ends = c_ends if at <= c_ends else source.rindex("\n#endif")
+    return "".join(made) + (source[at:ends] + "\n/** @} */" + source[ends:] if is_open else source[at:])
