@@ -67,7 +67,8 @@ void kel_fake_output(const char *function, const char *argument, const void *dat
  *
  * @param function exported function
  * @param step     call of the system, of libsctp or of the allocator that fails each time, as docs/behaviour.md names
- *                 it: "socket", "bind", "sctp_connectx", "tc_malloc" ...
+ *                 it: "socket", "bind", "sctp_connectx", "tc_malloc" ... A step that this function does not take never
+ *                 fails, and nobody tells
  * @param error    value of errno
  * @param times    number of calls of the function, or KEL_FAKE_ALWAYS
  */

@@ -101,6 +101,7 @@ def two_at_one_port():
 
 
 row("listen", "EADDRINUSE", lambda: [kel("listen", made, 1) for made in two_at_one_port()])
+row("listen", "EINVAL", lambda: kel("listen", pair()[0], 1))
 row("listen", "EOPNOTSUPP", lambda: kel("listen", udp(), 1))
 
 row("accept", "EAGAIN", lambda: kel("accept", without_waiting(listener()), PEER))
