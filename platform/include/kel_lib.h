@@ -66,7 +66,7 @@ int KEL_Snprintf(CHAR *dst, size_t size, const CHAR *format, ...) __attribute__(
 int KEL_Printf(const CHAR *format, ...) __attribute__((format(printf, 1, 2)));
 
 /**
- * The platform's assertion handler: reports a failed assertion and returns, and the caller goes on.
+ * Reports a failed assertion and returns, and the caller goes on. The platform supplies this handler.
  *
  * @param value 0 when the assertion failed
  * @param file  source file of the assertion; borrowed for the call

@@ -48,8 +48,8 @@ typedef struct kel_module_s {
 } kel_module_t;
 
 /**
- * Record of the platform's print filter. Supplied by the platform; its moduleID tags every log record of the report
- * macros in kel_lib.h, whichever module uses them. KEL_log() alone takes an identifier from its caller.
+ * Holds the module record of the platform's print filter. Supplied by the platform; its moduleID tags every log record
+ * of the report macros in kel_lib.h, whichever module uses them. KEL_log() alone takes an identifier from its caller.
  */
 extern kel_module_t module_print_filter;
 

@@ -235,9 +235,10 @@ LONG kel_get_if_mac_addr(const CHAR *ifName, UCHAR *addr);
  * @param domain   address family, one of kel_domain_t or any other that the system knows
  * @param type     socket type, one of kel_socktype_t or any other that the system knows
  * @param protocol the family's protocol number, 0 for its default; for KEL_AF_PACKET in network byte order
- * @return the descriptor, which the caller ends with kel_close(); KEL_ERROR with nothing left open
+ * @return the descriptor, which the caller ends with kel_close(); KEL_ERROR with nothing left open. A failed socket(2)
+ *         is not reported
  *
- * Reported: "setsockopt socket"; a failed socket(2) is not. Recipes: both-versions, shared-port.
+ * Reported: "setsockopt socket". Recipes: both-versions, shared-port.
  */
 LONG kel_socket(kel_domain_t domain, kel_socktype_t type, LONG protocol);
 
@@ -362,7 +363,7 @@ LONG kel_getpeername(LONG sockfd, kel_sockaddr_t *addr);
  */
 LONG kel_getsockname(LONG sockfd, kel_sockaddr_t *addr);
 
-/* ---- Data transfer: a failed send or receive is not reported, errno is that of the call ----------------------- */
+/* ---- Data transfer: that the sending or receiving itself fails is not reported; errno is that of the call ----- */
 
 /**
  * Receives from a connected socket.
@@ -415,8 +416,9 @@ LONG kel_sendto(LONG sockfd, const void *buf, size_t len, LONG flags, const kel_
  * Sends one whole link-layer frame out of an interface.
  *
  * Asks for the interface's hardware address and index on every call: six system calls before the one that sends, about
- * 1,000 instructions, and milliseconds in the kernel, which takes that long to end a packet socket. To send many
- * frames, fill a record once with kel_addr_fill() and call kel_sendto(): one system call, some 40 instructions.
+ * 1,000 instructions, and milliseconds in the kernel, which takes that long to end a packet socket. That one of the six
+ * fails is reported. To send many frames, fill a record once with kel_addr_fill() and call kel_sendto(): one system
+ * call, some 40 instructions.
  *
  * @param sockfd packet socket, as kel_raw_server_socket_create() gives it
  * @param ifName interface name; more than 15 characters are refused (ENODEV)

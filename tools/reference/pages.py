@@ -97,14 +97,16 @@ def function_page(page, version, date):
         made.add("SYNOPSIS", [".PP", *short(prototype(function))])
     made.add("SYNOPSIS", [".fi"])
     rules = [block for block in page.division.blocks if not list(topics_of([block]))]
-    for text in [page.brief, *page.paragraphs, page.division.rule, *rules]:
-        made.add("DESCRIPTION", paragraph(text if text.startswith(" ") else sentence(text)) if text else [])
+    for text in [opening(page, brief), *page.paragraphs, page.division.rule, *rules]:
+        made.add("DESCRIPTION", paragraph(text if text.startswith(" ") else sentence(text, page.names)) if text else [])
     for name in dict.fromkeys(name for function in page.functions for name in function.names):
         made.add("ARGUMENTS", item(f".I {name}", sentence(page.arguments.get(name, ""), page.arguments)))
     if page.returns:
         made.add("RETURN VALUE", paragraph(sentence(page.returns, page.arguments)))
     if page.reports or page.asserts:
         add_diagnostics(made, page)
+    else:
+        made.add("DIAGNOSTICS", paragraph(page.reported) if page.reported else [])
     for section, common in page.common.items():
         for label, text in common:
             made.add(section, item(f".B {label}", sentence(text)) if section == "NOTES" else
@@ -118,20 +120,34 @@ def function_page(page, version, date):
     return made.text()
 
 
+def listed(words, last):
+    return f" {last} ".join(filter(None, [", ".join(words[:-1]), words[-1]]))
+
+
+def opening(page, brief):
+    """The brief as a sentence about the functions, or the variable."""
+    names = [function.name + "()" * (function.arguments is not None) for function in page.functions]
+    return f"{listed(names, 'and') if len(names) < 4 else 'These'} {brief}"
+
+
 def add_diagnostics(made, page):
-    remarks = re.sub(r'Reported|"[^"]*"|\band\b|what [\w(), ]+ reports?\b', "", page.reported)
-    if re.search(r"\w", remarks):
-        made.add("DIAGNOSTICS", paragraph(page.reported))
     for text, functions in page.reports.items():
         told = {}
         for function, steps in functions.items():
             told.setdefault(whence(steps), []).append(f"{function}()")
         made.add("DIAGNOSTICS", item('.B "\\(dq%s\\(dq"' % escaped(text), " ".join(
-            f"By {'each' if len(names) == len(page.names) > 1 else ' or '.join(names)}{when}."
-            for when, names in told.items())))
+            f"By {those(names, page, when)}{when}." for when, names in told.items())))
     if page.asserts:
         made.add("DIAGNOSTICS", paragraph("For a text that is no address kel_addr_fill() calls the assertion handler, "
                                           "KEL_ASSERT_X(3)."))
+
+
+def those(names, page, when):
+    """The functions that make a report. A call that fails is reported where it is made, and then by its caller."""
+    inner = [name for name in names if name.startswith("__")]
+    if inner and when and len(inner) < len(names):
+        return f"{listed(inner, 'or')}, and once more by {those(sorted(set(names) - set(inner)), page, when)}"
+    return "each" if len(names) == len(page.names) > 1 else listed(names, "or")
 
 
 def whence(steps):
@@ -139,7 +155,7 @@ def whence(steps):
     calls = [step for step in dict.fromkeys(steps) if step in facts.ERRORS]
     condition = min((step for step in steps if " is " in step), key=len, default="")
     if calls:
-        return f", when {' or '.join(calls)} fails"
+        return f", when {listed(calls, 'or')} fails"
     return f", if {condition}" if condition else ""
 
 
