@@ -24,6 +24,7 @@ OF_OTHERS = {  # errors that a page names, and that its functions do not leave
 }
 
 COMPLETIONS = {  # the line up to the cursor, and what stands there then
+    "kelcat": [],
     "kelcat t": ["tcp:", "tcp-listen:"],
     "kelcat packet:l": ["lo"],
     "kelcat unix-dgram:tools/refer": ["tools/reference"],

@@ -5,6 +5,7 @@ _kelcat() {
     local -a words replies
     read -ra words <<<"$line"
     [[ $line == *[[:space:]] ]] && words+=("")
+    ((${#words[@]} > 1)) || return
     word=${words[-1]}
     for name in "${words[@]:1:${#words[@]}-2}"; do
         [[ $name == -* || $name != *:* ]] || transport=${transport:-${name%%:*}}

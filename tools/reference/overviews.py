@@ -41,7 +41,7 @@ def overview(name, headers, version, date, more=None, root=None):
     recipes = sorted({recipe for header in headers for page in header.pages for recipe in page.recipes})
     add_recipes(made, recipes)
     if root:
-        made.add("FILES", item(f".I {root}/docs/recipes/", "The recipes, a page each, by the names that pages give."))
+        made.add("FILES", item(f".I {root}/docs/recipes/", "The recipes, a page each."))
         made.add("FILES", item(f".I {root}/examples/", "The programs."))
     others = ["kel-guest(1)", "kelcat(1)", "kel_host(7)", "kel_sctp(7)", "kel_socket(7)", "kel_socket_fake(7)"]
     made.add("SEE ALSO", references([other for other in others if not other.startswith(name + "(")]))

@@ -84,7 +84,7 @@ def topics_of(blocks):
             yield label, text, names, marks.recipes
 
 
-def function_page(page, version, date):
+def function_page(page, version, date, root):
     header = os.path.basename(page.header.path)
     overview = OVERVIEW.get(header, "kel_socket")
     made = Writer(page.names[0], 3, version, date)
@@ -115,7 +115,7 @@ def function_page(page, version, date):
         made.add("ERRORS", paragraph("What tests have brought the calls behind it to, with the system's words:"))
         for error, calls in page.errors.items():
             made.add("ERRORS", item(f'.BR {error} " ({", ".join(calls)})"', os.strerror(getattr(errno, error)) + "."))
-    add_examples(made, page)
+    add_examples(made, page, root)
     add_sources(made, page, overview)
     return made.text()
 
@@ -159,7 +159,7 @@ def whence(steps):
     return f", if {condition}" if condition else ""
 
 
-def add_examples(made, page):
+def add_examples(made, page, root):
     """Recipes, programs, and how the shortest of them makes the call."""
     programs = sorted(glob.glob("examples/**/*.c*", recursive=True), key=os.path.getsize)
     uses = {path: call for path in programs if (call := used(path, page.names))}
@@ -168,6 +168,8 @@ def add_examples(made, page):
         first, call = next(iter(uses.items()))
         made.add("EXAMPLES", paragraph(f"Programs: {', '.join(list(uses)[:3])}. In {os.path.basename(first)}:"))
         made.add("EXAMPLES", [".PP", ".nf", *map(escaped, call), ".fi"])
+    if uses or page.recipes:
+        made.add("FILES", item(f".I {root}/", "The folder of docs/ and examples/."))
 
 
 def used(path, names):
@@ -183,7 +185,7 @@ def used(path, names):
 
 def add_recipes(made, recipes):
     if recipes:
-        made.add("EXAMPLES", [".PP", *filled(f"Recipes: {', '.join(recipes)}.".replace("-", "\\-"))])
+        made.add("EXAMPLES", [".PP", *filled(f"Recipes, each in docs/recipes/NAME.md: {', '.join(recipes)}.".replace("-", "\\-"))])
 
 
 def add_sources(made, page, overview):
