@@ -35,7 +35,7 @@ FOREIGN = {  # errors that a call answers for sockets of other families, or of o
     "kel_unix_": {
         "socket": "EPERM ESOCKTNOSUPPORT",
         "bind": "EADDRNOTAVAIL EINVAL ENODEV",
-        "listen": "EADDRINUSE",
+        "listen": "EADDRINUSE EINVAL",
         "connect": "EADDRNOTAVAIL EAFNOSUPPORT EHOSTUNREACH EINVAL ENETUNREACH EPERM ETIMEDOUT",
     },
     "kel_(raw_|get_if_)": {
@@ -86,14 +86,15 @@ def errors(name):
     found, lacks_descriptor = {}, False
     for row, call, ends in steps(name):
         told = any(end[-1].startswith("result") for end in ends) if ends else "->" in row.step
+        if any(fate == "closed twice" for _, (_, fate) in row.fails):
+            found.setdefault("EBADF", {})["close"] = True  # in place of what the step has left
+            told = False
         arguments = ways.items(re.match(r"\w+\((.*)\)", row.step)[1], ",") if call in ERRORS else []
         for error in ERRORS.get(call, []) if told else []:
-            is_own = error == "EBADF" and lacks_descriptor and arguments[0] == "fd" and call == "sctp_bindx"
-            if is_own or error not in impossible(name, call, arguments):
+            of_none = error == "EBADF" and call == "sctp_bindx" and lacks_descriptor
+            if of_none or error not in impossible(name, call, arguments):
                 found.setdefault(error, {})[call] = True
         lacks_descriptor |= any(end[-1] == "goes on with fd -1" for end in ends)
-        if any(fate == "closed twice" for _, (_, fate) in row.fails):
-            found.setdefault("EBADF", {})["close"] = True
     for error, call in UNTOLD.get(name, {}).items():
         found.setdefault(error, {})[call] = True
     return {error: list(found[error]) for error in sorted(found)}
