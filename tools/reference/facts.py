@@ -74,7 +74,7 @@ def impossible(name, call, arguments):
     if call == "socket":
         yield from () if any(given) else ("EACCES", "EAFNOSUPPORT", "EINVAL", "EPROTONOSUPPORT")
     elif not given[0]:
-        yield from ("EBADF", "ENOTSOCK", "EOPNOTSUPP", "ENOTTY", "EISCONN", "EINPROGRESS")
+        yield from ("EBADF", "ENOTSOCK", "EOPNOTSUPP", "ENOTTY", "EISCONN", "EINPROGRESS", "ENOPROTOOPT")
         yield from ("EALREADY", "EAGAIN") if call == "connect" else ()  # sctp_connectx begins anew behind a signal
     if not any(given[1:]):
         yield from ("EFAULT", "ENOPROTOOPT")

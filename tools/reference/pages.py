@@ -185,7 +185,8 @@ def used(path, names):
 
 def add_recipes(made, recipes):
     if recipes:
-        made.add("EXAMPLES", [".PP", *filled(f"Recipes, each in docs/recipes/NAME.md: {', '.join(recipes)}.".replace("-", "\\-"))])
+        text = f"Recipes, each in docs/recipes/NAME.md: {', '.join(recipes)}."
+        made.add("EXAMPLES", [".PP", *filled(text.replace("-", "\\-"))])
 
 
 def add_sources(made, page, overview):
