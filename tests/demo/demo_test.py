@@ -38,7 +38,7 @@ class DemoTest(unittest.TestCase):
     def finish(self, process):
         """Status, output and errors; no file, no process and no host is left."""
         output, errors = process.communicate()
-        self.assertEqual(list(self.scratch.iterdir()), [])
+        self.assertEqual(list(self.scratch.iterdir()), [], errors)
         self.assertEqual([entry for entry in pathlib.Path("/proc").glob("[0-9]*") if self.stays(entry)], [])
         hosts = pathlib.Path("/run/netns")
         self.assertEqual(list(hosts.glob(f"*{process.pid}*")) if hosts.exists() else [], [])
@@ -93,12 +93,14 @@ class DemoTest(unittest.TestCase):
     def test_signals_leave_nothing(self):
         for number, row in ((signal.SIGTERM, "TCP over IPv4"), (signal.SIGINT, "local datagram"),
                             (signal.SIGHUP, "packet socket")):
-            process = self.start()
-            for line in process.stdout:
-                if line.startswith(f"  {row}"):
-                    process.send_signal(number)
-                    break
-            self.assertEqual(self.finish(process)[0], 128 + number)
+            with self.subTest(row):
+                process = self.start()
+                for line in process.stdout:
+                    if line.startswith(f"  {row}"):
+                        process.send_signal(number)
+                        break
+                status, _, errors = self.finish(process)
+                self.assertEqual((status, errors), (128 + number, ""))
 
 
 if __name__ == "__main__":
