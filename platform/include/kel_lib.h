@@ -22,7 +22,7 @@
 extern "C" {
 #endif
 
-/* ---- Services: supplied by the platform, with the contracts of their standard namesakes ---------------------- */
+/* ---- Services: supplied by the platform -------------------------------------------------------------------- */
 
 /**
  * Fill, copy and compare memory, as memset(3), memcpy(3) and memcmp(3) do.

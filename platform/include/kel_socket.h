@@ -512,9 +512,9 @@ LONG kel_unix_udp_socket_create(const CHAR *local_path, BOOL isbind);
 /**
  * Creates a local stream socket that listens on a path.
  *
- * @param local_path path. Whatever file stands there is removed first; the socket's own file stays when the descriptor
- *                   is closed. Of a path that is too long the whole name is removed, the cut one is not: the next start
- *                   fails. NULL is refused behind the removal, which leaves EFAULT in errno
+ * @param local_path path. Whatever file stands there is removed first, but no folder; the socket's own file stays when
+ *                   the descriptor is closed. Of a path that is too long the whole name is removed, and the cut one is
+ *                   not: the next start fails. NULL is refused behind the removal, which leaves EFAULT in errno
  * @param maxClient  backlog: connections that may wait, passed on unchanged
  *
  * Reported: "create unix socket", "bind unix socket", "listen unix socket"; what kel_socket() and kel_addr_fill()
