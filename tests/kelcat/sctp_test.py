@@ -154,12 +154,15 @@ class Sctp(Test):
         for style in STYLES:
             reader, writer = os.pipe()
             output = self.enterContext(open(reader, "rb"))
-            clients.append((self.kelcat(place, *style, data=QUESTION, stdout=writer), output))
+            client = self.kelcat(place, *style, stdin=subprocess.PIPE, stdout=writer)
+            clients.append((client, output))
             os.close(writer)
             connection = self.accept(server)
+            client.write(QUESTION)
             self.assertEqual(connection.recv(4096), QUESTION)
             self.start_answering(connection, answer)
             wait_until(lambda: held(output) > 1 << 15, "the pipe fills")
+            client.end_input()  # and no sooner: an answer that is late on a busy machine would be none
 
         question = BYTES[:150000]
         stopped = self.kelcat(place, data=question)
