@@ -16,6 +16,7 @@
 #include <map>
 
 #include "address.h"
+#include "host.h"
 #include "kel_sctp.h"
 #include "say.h"
 
@@ -39,6 +40,7 @@ class Paths
     {
         sockfd = socket;
         start = now;
+        host_filter_add("kel_sctp_getpaddrs", HOST_EVERY_LEVEL); /* it may go meanwhile */
     }
 
     void up(const struct sctp_assoc_change &change)
@@ -133,8 +135,9 @@ class Paths
         static const char *const states[] = {"inactive", "potentially-failed", "active"};
         struct sctp_paddrinfo info = {};
         socklen_t size = sizeof(info);
+        info.spinfo_assoc_id = association;
         memcpy(&info.spinfo_address, &address, (size_t)kel_sizeof_socket(&address));
-        if (kel_sctp_opt_info(sockfd, association, SCTP_GET_PEER_ADDR_INFO, &info, &size) != 0) {
+        if (kel_getsockopt(sockfd, SOL_SCTP, SCTP_GET_PEER_ADDR_INFO, &info, &size) != 0) {
             return "removed";
         }
         const bool primary = address_text(&status.sstat_primary.spinfo_address) == address_text(&address);
