@@ -20,7 +20,7 @@
 #include "kel_sctp.h"
 #include "say.h"
 
-/* Not by kel_sctp_opt_info, which reports: that an association has gone is an answer here. */
+/* No option is asked for by kel_sctp_opt_info, which reports: that an association has gone is an answer here. */
 inline bool association_status(LONG sockfd, sctp_assoc_t id, struct sctp_status *status)
 {
     socklen_t size = sizeof(*status);
@@ -40,7 +40,8 @@ class Paths
     {
         sockfd = socket;
         start = now;
-        host_filter_add("kel_sctp_getpaddrs", HOST_EVERY_LEVEL); /* it may go meanwhile */
+        /* An association may go while its paths are asked for. That is no failure to report. */
+        host_filter_add("kel_sctp_getpaddrs", HOST_EVERY_LEVEL);
     }
 
     void up(const struct sctp_assoc_change &change)
